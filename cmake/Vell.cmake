@@ -1,0 +1,87 @@
+# Helpers every target of the tree goes through, so that warnings, sanitizers,
+# include roots and the test harness are decided in one place.
+include_guard(GLOBAL)
+
+option(VELL_SANITIZE "Build our code with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(VELL_FUZZ "Build the libFuzzer targets in fuzz/" OFF)
+
+set(VELL_SANITIZER_FLAGS -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+
+# Warnings as errors in our code; sanitizers unless the target opts out (the module
+# runner does: its address-space limit and syscall filter cannot coexist with ASan).
+function(vell_apply_defaults target)
+    cmake_parse_arguments(ARG "NO_SANITIZE" "" "" ${ARGN})
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
+    target_compile_definitions(${target} PRIVATE QT_NO_FOREACH)
+    if(VELL_SANITIZE AND NOT ARG_NO_SANITIZE)
+        target_compile_options(${target} PRIVATE ${VELL_SANITIZER_FLAGS})
+        target_link_options(${target} PUBLIC ${VELL_SANITIZER_FLAGS})
+    endif()
+endfunction()
+
+# vell_add_library(Name SOURCES a.cpp a.h ... LIBS Qt6::Core ... [NO_SANITIZE])
+function(vell_add_library name)
+    cmake_parse_arguments(ARG "NO_SANITIZE" "" "SOURCES;LIBS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${name} PUBLIC ${ARG_LIBS})
+    if(ARG_NO_SANITIZE)
+        vell_apply_defaults(${name} NO_SANITIZE)
+    else()
+        vell_apply_defaults(${name})
+    endif()
+endfunction()
+
+# vell_add_executable(Name SOURCES ... LIBS ... [DESTINATION bin|libexec/ostavell] [NO_SANITIZE])
+# Executables land in <build>/bin or <build>/libexec/ostavell, the same relative layout as an
+# installed tree, so that the app finds its runner and helpers the same way in both.
+function(vell_add_executable name)
+    cmake_parse_arguments(ARG "NO_SANITIZE" "DESTINATION" "SOURCES;LIBS" ${ARGN})
+    if(NOT ARG_DESTINATION)
+        set(ARG_DESTINATION bin)
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS})
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/${ARG_DESTINATION})
+    if(ARG_NO_SANITIZE)
+        vell_apply_defaults(${name} NO_SANITIZE)
+    else()
+        vell_apply_defaults(${name})
+    endif()
+    install(TARGETS ${name} RUNTIME DESTINATION ${ARG_DESTINATION})
+endfunction()
+
+# vell_add_test(tst_name SOURCES ... LIBS ... [X11] [SCREEN 1920x1080] [TIMEOUT s] [ENVIRONMENT K=V ...])
+# Every test runs inside scripts/test-session: private XDG folders and a private session bus,
+# and with X11 a private Xvfb with a window manager. No test touches a real home or display.
+function(vell_add_test name)
+    cmake_parse_arguments(ARG "X11" "SCREEN;TIMEOUT" "SOURCES;LIBS;ENVIRONMENT;DEPENDS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(${name} PRIVATE Qt6::Test ${ARG_LIBS})
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    vell_apply_defaults(${name})
+    if(ARG_DEPENDS)
+        add_dependencies(${name} ${ARG_DEPENDS})
+    endif()
+    set(session_args)
+    set(env "VELL_BUILD_DIR=${CMAKE_BINARY_DIR}" "VELL_SOURCE_DIR=${PROJECT_SOURCE_DIR}"
+        "VELL_TEST_DATA=${CMAKE_CURRENT_SOURCE_DIR}/data"
+        "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1")
+    if(ARG_X11)
+        if(NOT ARG_SCREEN)
+            set(ARG_SCREEN 1920x1080)
+        endif()
+        list(APPEND session_args --x11 --screen ${ARG_SCREEN})
+        # Qt, fontconfig and Mesa keep process-lifetime allocations that LeakSanitizer reports.
+        list(APPEND env "QT_QPA_PLATFORM=xcb" "ASAN_OPTIONS=detect_leaks=0")
+    else()
+        list(APPEND env "QT_QPA_PLATFORM=offscreen" "ASAN_OPTIONS=detect_leaks=1")
+    endif()
+    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/scripts/test-session ${session_args} -- $<TARGET_FILE:${name}>)
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${env};${ARG_ENVIRONMENT}" TIMEOUT ${ARG_TIMEOUT})
+endfunction()
