@@ -32,6 +32,36 @@ function(vell_add_library name)
     endif()
 endfunction()
 
+# vell_add_plain_variant(Lib): defines LibPlain, the same library from the same sources built
+# without sanitizers, for executables that must never carry them (the module runner) and still
+# share the library's records. Without VELL_SANITIZE it is the library itself.
+function(vell_add_plain_variant name)
+    if(TARGET ${name}Plain)
+        return()
+    endif()
+    if(NOT VELL_SANITIZE)
+        add_library(${name}Plain ALIAS ${name})
+        return()
+    endif()
+    get_target_property(dir ${name} SOURCE_DIR)
+    get_target_property(sources ${name} SOURCES)
+    get_target_property(libs ${name} LINK_LIBRARIES)
+    set(plain_sources)
+    foreach(source ${sources})
+        cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${dir} OUTPUT_VARIABLE source)
+        list(APPEND plain_sources ${source})
+    endforeach()
+    set(plain_libs)
+    foreach(lib ${libs})
+        if(TARGET ${lib} AND NOT lib MATCHES "::")
+            vell_add_plain_variant(${lib})
+            set(lib ${lib}Plain)
+        endif()
+        list(APPEND plain_libs ${lib})
+    endforeach()
+    vell_add_library(${name}Plain NO_SANITIZE SOURCES ${plain_sources} LIBS ${plain_libs})
+endfunction()
+
 # vell_add_executable(Name SOURCES ... LIBS ... [DESTINATION bin|libexec/ostavell] [NO_SANITIZE])
 # Executables land in <build>/bin or <build>/libexec/ostavell, the same relative layout as an
 # installed tree, so that the app finds its runner and helpers the same way in both.

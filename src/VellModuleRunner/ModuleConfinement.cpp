@@ -1,0 +1,174 @@
+#include "VellModuleRunner/ModuleConfinement.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <linux/landlock.h>
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace vell {
+
+namespace {
+
+QString systemFailure(const char* step, int error) {
+    return QStringLiteral("%1: %2").arg(QLatin1String(step), QString::fromLocal8Bit(std::strerror(error)));
+}
+
+// Rights newer than the installed kernel headers, by landlock ABI version.
+constexpr std::uint64_t fsRightsABI1 = (1ull << 13) - 1;
+constexpr std::uint64_t fsRefer = 1ull << 13;
+constexpr std::uint64_t fsTruncate = 1ull << 14;
+constexpr std::uint64_t fsIoctlDev = 1ull << 15;
+constexpr std::uint64_t netBindTCP = 1ull << 0;
+constexpr std::uint64_t netConnectTCP = 1ull << 1;
+constexpr std::uint64_t scopeAbstractUnixSocket = 1ull << 0;
+constexpr std::uint64_t scopeSignal = 1ull << 1;
+
+// The kernel takes a prefix of this structure sized for the ABI it speaks.
+struct RulesetAttributes {
+    std::uint64_t handledAccessFs = 0;
+    std::uint64_t handledAccessNet = 0;
+    std::uint64_t scoped = 0;
+};
+
+} // namespace
+
+ModuleConfinement::Result ModuleConfinement::apply() {
+    Result result;
+    // Without it the kernel refuses an unprivileged filter, and an exec (were one possible)
+    // could regain privileges.
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        result.failure = systemFailure("no_new_privs", errno);
+        return result;
+    }
+    result.failure = restrictFileSystem(&result.landlocked);
+    if (!result.ok())
+        return result;
+    result.failure = restrictLimits();
+    if (!result.ok())
+        return result;
+    result.failure = installSystemCallFilter();
+    return result;
+}
+
+QString ModuleConfinement::restrictLimits() {
+    struct Limit {
+        int resource;
+        rlimit value;
+        const char* name;
+    };
+    // A soft processor limit sends SIGXCPU, which ends the runner; the hard one a second
+    // later is SIGKILL for a runner that somehow survived it. No core file: a killed runner
+    // leaves nothing behind, and its memory held a user's state.
+    const Limit limits[] = {
+        {RLIMIT_CPU, {cpuSeconds, cpuSeconds + 1}, "cpu limit"},
+        {RLIMIT_AS, {addressSpaceBytes, addressSpaceBytes}, "address space limit"},
+        {RLIMIT_NOFILE, {0, 0}, "open files limit"},
+        {RLIMIT_FSIZE, {fileSizeBytes, fileSizeBytes}, "file size limit"},
+        {RLIMIT_CORE, {0, 0}, "core limit"},
+    };
+    for (const Limit& limit : limits) {
+        if (setrlimit(limit.resource, &limit.value) != 0)
+            return systemFailure(limit.name, errno);
+    }
+    return {};
+}
+
+QString ModuleConfinement::restrictFileSystem(bool* landlocked) {
+    *landlocked = false;
+    const long abi = syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+    if (abi < 1) {
+        // Kernels built without landlock, or with it disabled at boot: the filter still
+        // refuses every call that could name a file.
+        if (errno == ENOSYS || errno == EOPNOTSUPP)
+            return {};
+        return systemFailure("landlock", errno);
+    }
+    // Handling every right the kernel knows, with no rule granting any, forbids them all.
+    RulesetAttributes attributes;
+    attributes.handledAccessFs = fsRightsABI1;
+    std::size_t size = sizeof(std::uint64_t);
+    if (abi >= 2)
+        attributes.handledAccessFs |= fsRefer;
+    if (abi >= 3)
+        attributes.handledAccessFs |= fsTruncate;
+    if (abi >= 4) {
+        attributes.handledAccessNet = netBindTCP | netConnectTCP;
+        size = 2 * sizeof(std::uint64_t);
+    }
+    if (abi >= 5)
+        attributes.handledAccessFs |= fsIoctlDev;
+    if (abi >= 6) {
+        attributes.scoped = scopeAbstractUnixSocket | scopeSignal;
+        size = sizeof(RulesetAttributes);
+    }
+    const long ruleset = syscall(SYS_landlock_create_ruleset, &attributes, size, 0);
+    if (ruleset < 0)
+        return systemFailure("landlock ruleset", errno);
+    const long restricted = syscall(SYS_landlock_restrict_self, ruleset, 0);
+    const int restrictError = errno;
+    close(static_cast<int>(ruleset));
+    if (restricted != 0)
+        return systemFailure("landlock restrict", restrictError);
+    *landlocked = true;
+    return {};
+}
+
+QString ModuleConfinement::installSystemCallFilter() {
+    // Anything not listed fails with EPERM rather than killing the runner: the engine then
+    // reports a failed allocation or a missing facility as a script error, which tells the
+    // author more than a dead process would.
+    scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
+    if (!filter)
+        return QStringLiteral("seccomp: cannot create filter");
+    int rc = seccomp_attr_set(filter, SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS);
+
+    const auto allow = [&](int call) {
+        if (rc == 0)
+            rc = seccomp_rule_add(filter, SCMP_ACT_ALLOW, call, 0);
+    };
+    const auto allowIf = [&](int call, scmp_arg_cmp condition) {
+        if (rc == 0)
+            rc = seccomp_rule_add(filter, SCMP_ACT_ALLOW, call, 1, condition);
+    };
+
+    // The request is already in memory; standard input stays readable only so that a
+    // runner reading to its end never sees a surprise.
+    allowIf(SCMP_SYS(read), SCMP_A0(SCMP_CMP_EQ, STDIN_FILENO));
+    allowIf(SCMP_SYS(write), SCMP_A0(SCMP_CMP_EQ, STDOUT_FILENO));
+    allowIf(SCMP_SYS(write), SCMP_A0(SCMP_CMP_EQ, STDERR_FILENO));
+
+    // The engine's heap and stacks grow and shrink while the script runs. No new memory may
+    // be executable: the engine runs interpreted, so only an exploit would ask.
+    allowIf(SCMP_SYS(mmap), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    allowIf(SCMP_SYS(mprotect), SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    allow(SCMP_SYS(munmap));
+    allow(SCMP_SYS(mremap));
+    allow(SCMP_SYS(madvise));
+    allow(SCMP_SYS(brk));
+
+    // Qt's locks fall back to futexes even in a single thread.
+    allow(SCMP_SYS(futex));
+
+    // Date and performance clocks, where the vDSO falls back to the kernel.
+    allow(SCMP_SYS(clock_gettime));
+    allow(SCMP_SYS(gettimeofday));
+
+    allow(SCMP_SYS(rt_sigreturn));
+    allow(SCMP_SYS(exit));
+    allow(SCMP_SYS(exit_group));
+
+    if (rc == 0)
+        rc = seccomp_load(filter);
+    seccomp_release(filter);
+    if (rc != 0)
+        return systemFailure("seccomp", -rc);
+    return {};
+}
+
+} // namespace vell
