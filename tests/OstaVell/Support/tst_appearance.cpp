@@ -1,0 +1,273 @@
+#include "OstaVell/Support/ColorHex.h"
+#include "OstaVell/Support/DisplayAppearance.h"
+#include "OstaVell/Support/VellAppearance.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <cmath>
+#include <limits>
+
+using namespace vell;
+
+namespace {
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+const QByteArray defaultJson = R"({"backgroundStyle":"black","startHex":"#101018","endHex":"#000000",)"
+                               R"("accentHex":"#C7EB87","opacity":1,"fades":false,"startOpacity":1,)"
+                               R"("endOpacity":0,"direction":"vertical","borderGlow":false,"width":760,)"
+                               R"("height":400,"cornerRadius":24})";
+
+} // namespace
+
+class tst_Appearance final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void normalizedNumbers_data();
+    void normalizedNumbers();
+    void normalizedChoices_data();
+    void normalizedChoices();
+    void normalizedIsIdempotent();
+    void jsonKeepsTheFieldOrder();
+    void jsonRoundTrips();
+    void jsonRequiresEveryKey_data();
+    void jsonRequiresEveryKey();
+    void jsonRefusesNonFiniteNumbers();
+    void displayMap();
+    void variantMapForTheSettingsPane();
+    void colorFromHex_data();
+    void colorFromHex();
+    void hexString_data();
+    void hexString();
+};
+
+void tst_Appearance::normalizedNumbers_data() {
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<double>("stored");
+    QTest::addColumn<double>("read");
+
+    QTest::addRow("opacity NaN reads 1") << "opacity" << notANumber << 1.0;
+    QTest::addRow("opacity infinite reads 1, not the top") << "opacity" << -infinity << 1.0;
+    QTest::addRow("opacity below 0") << "opacity" << -0.5 << 0.0;
+    QTest::addRow("opacity above 1") << "opacity" << 1.5 << 1.0;
+    QTest::addRow("opacity in range") << "opacity" << 0.35 << 0.35;
+    QTest::addRow("startOpacity NaN reads 1") << "startOpacity" << notANumber << 1.0;
+    QTest::addRow("endOpacity NaN reads 0") << "endOpacity" << notANumber << 0.0;
+    QTest::addRow("endOpacity infinite reads 0") << "endOpacity" << infinity << 0.0;
+    QTest::addRow("endOpacity above 1") << "endOpacity" << 2.0 << 1.0;
+    QTest::addRow("width 3000 kept") << "width" << 3000.0 << 3000.0;
+    QTest::addRow("width below 600") << "width" << 100.0 << 600.0;
+    QTest::addRow("width above 3840") << "width" << 5000.0 << 3840.0;
+    QTest::addRow("width NaN reads 760") << "width" << notANumber << 760.0;
+    QTest::addRow("height 900 reads 560") << "height" << 900.0 << 560.0;
+    QTest::addRow("height below 300") << "height" << 10.0 << 300.0;
+    QTest::addRow("height infinite reads 400") << "height" << infinity << 400.0;
+    QTest::addRow("corner radius below 10") << "cornerRadius" << 2.0 << 10.0;
+    QTest::addRow("corner radius above 40") << "cornerRadius" << 41.0 << 40.0;
+    QTest::addRow("corner radius NaN reads 24") << "cornerRadius" << notANumber << 24.0;
+}
+
+void tst_Appearance::normalizedNumbers() {
+    QFETCH(QString, field);
+    QFETCH(double, stored);
+    QFETCH(double, read);
+
+    QVariantMap fields = VellAppearance().toVariantMap();
+    fields.insert(field, stored);
+    const VellAppearance normalized = VellAppearance::fromVariantMap(fields).normalized();
+    QCOMPARE(normalized.toVariantMap().value(field).toDouble(), read);
+
+    // Only the field itself moves.
+    QVariantMap expected = VellAppearance().toVariantMap();
+    expected.insert(field, read);
+    QCOMPARE(normalized, VellAppearance::fromVariantMap(expected));
+}
+
+void tst_Appearance::normalizedChoices_data() {
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("read");
+
+    for (const char* style : {"black", "solid", "gradient", "artwork"})
+        QTest::addRow("style %s", style) << "backgroundStyle" << style << style;
+    QTest::addRow("style glass") << "backgroundStyle"
+                                 << "glass"
+                                 << "black";
+    QTest::addRow("style wrong case") << "backgroundStyle"
+                                      << "Solid"
+                                      << "black";
+    QTest::addRow("style empty") << "backgroundStyle"
+                                 << ""
+                                 << "black";
+    for (const char* direction : {"vertical", "horizontal", "diagonal"})
+        QTest::addRow("direction %s", direction) << "direction" << direction << direction;
+    QTest::addRow("direction up") << "direction"
+                                  << "up"
+                                  << "vertical";
+    QTest::addRow("hex kept as is") << "startHex"
+                                    << "not a colour"
+                                    << "not a colour";
+}
+
+void tst_Appearance::normalizedChoices() {
+    QFETCH(QString, field);
+    QFETCH(QString, stored);
+
+    QVariantMap fields = VellAppearance().toVariantMap();
+    fields.insert(field, stored);
+    QTEST(VellAppearance::fromVariantMap(fields).normalized().toVariantMap().value(field).toString(), "read");
+}
+
+void tst_Appearance::normalizedIsIdempotent() {
+    VellAppearance wild;
+    wild.backgroundStyle = QStringLiteral("glass");
+    wild.opacity = notANumber;
+    wild.startOpacity = -3;
+    wild.endOpacity = infinity;
+    wild.direction = QStringLiteral("up");
+    wild.width = 12000;
+    wild.height = -1;
+    wild.cornerRadius = notANumber;
+    const VellAppearance once = wild.normalized();
+    QCOMPARE(once.normalized(), once);
+    QCOMPARE(VellAppearance().normalized(), VellAppearance());
+}
+
+void tst_Appearance::jsonKeepsTheFieldOrder() {
+    QCOMPARE(VellAppearance().encodedJson().value_or(QByteArray()), defaultJson);
+
+    DisplayAppearance display{QStringLiteral("Studio \"Display\""), VellAppearance()};
+    QCOMPARE(display.encodedJson().value_or(QByteArray()),
+             R"({"name":"Studio \"Display\"","appearance":)" + defaultJson + '}');
+}
+
+void tst_Appearance::jsonRoundTrips() {
+    VellAppearance appearance;
+    appearance.backgroundStyle = QStringLiteral("gradient");
+    appearance.opacity = 0.5;
+    appearance.fades = true;
+    appearance.endOpacity = 0.25;
+    appearance.direction = QStringLiteral("diagonal");
+    appearance.borderGlow = true;
+    appearance.width = 3000;
+    appearance.height = 333.5;
+    const QByteArray json = appearance.encodedJson().value_or(QByteArray());
+    QCOMPARE(VellAppearance::fromJson(QJsonDocument::fromJson(json).object()), appearance);
+}
+
+void tst_Appearance::jsonRequiresEveryKey_data() {
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QJsonValue>("replacement");
+
+    const QJsonValue absent(QJsonValue::Undefined);
+    const QStringList keys = VellAppearance().toVariantMap().keys();
+    for (const QString& key : keys)
+        QTest::addRow("%s missing", qPrintable(key)) << key << absent;
+    QTest::addRow("width as text") << "width" << QJsonValue(QStringLiteral("760"));
+    QTest::addRow("fades as number") << "fades" << QJsonValue(0);
+    QTest::addRow("accentHex null") << "accentHex" << QJsonValue(QJsonValue::Null);
+}
+
+void tst_Appearance::jsonRequiresEveryKey() {
+    QFETCH(QString, key);
+    QFETCH(QJsonValue, replacement);
+
+    QJsonObject object = QJsonDocument::fromJson(defaultJson).object();
+    if (replacement.isUndefined())
+        object.remove(key);
+    else
+        object.insert(key, replacement);
+    QVERIFY(!VellAppearance::fromJson(object).has_value());
+}
+
+void tst_Appearance::jsonRefusesNonFiniteNumbers() {
+    VellAppearance appearance;
+    appearance.width = notANumber;
+    QVERIFY(!appearance.encodedJson().has_value());
+    QVERIFY(!DisplayAppearance::encodeMap({{QStringLiteral("a"), {QStringLiteral("A"), appearance}}})
+                 .has_value());
+}
+
+void tst_Appearance::displayMap() {
+    VellAppearance wide;
+    wide.width = 3000;
+    const DisplayAppearance::Map map{
+        {QStringLiteral("display-2"), {QStringLiteral("HDMI"), wide}},
+        {QStringLiteral("5B1E0C2A-0000-5000-8000-000000000001"),
+         {QStringLiteral("Built-in"), VellAppearance()}},
+    };
+    const QByteArray json = DisplayAppearance::encodeMap(map).value_or(QByteArray());
+    QVERIFY(json.startsWith(R"({"5B1E0C2A-0000-5000-8000-000000000001":{"name":"Built-in","appearance":{)"));
+    QCOMPARE(DisplayAppearance::decodeMap(json), map);
+
+    QCOMPARE(DisplayAppearance::decodeMap("{}"), DisplayAppearance::Map());
+    QVERIFY(!DisplayAppearance::decodeMap(QByteArray()).has_value());
+    QVERIFY(!DisplayAppearance::decodeMap("[]").has_value());
+    QVERIFY(!DisplayAppearance::decodeMap(R"({"a":{"appearance":)" + defaultJson + "}}").has_value());
+    // One bad record makes the whole map unreadable.
+    QByteArray oneBad = json;
+    oneBad.replace(R"("cornerRadius":24})", R"("cornerRadius":"24"})");
+    QVERIFY(oneBad != json);
+    QVERIFY(!DisplayAppearance::decodeMap(oneBad).has_value());
+}
+
+void tst_Appearance::variantMapForTheSettingsPane() {
+    VellAppearance appearance;
+    appearance.accentHex = QStringLiteral("#FF0000");
+    appearance.fades = true;
+    appearance.cornerRadius = 12;
+    QCOMPARE(VellAppearance::fromVariantMap(appearance.toVariantMap()), appearance);
+    QCOMPARE(VellAppearance::fromVariantMap({{QStringLiteral("width"), 900}}).width, 900.0);
+    QCOMPARE(VellAppearance::fromVariantMap({{QStringLiteral("bogus"), 1}}), VellAppearance());
+}
+
+void tst_Appearance::colorFromHex_data() {
+    QTest::addColumn<QString>("hex");
+    QTest::addColumn<int>("red");
+    QTest::addColumn<int>("green");
+    QTest::addColumn<int>("blue");
+
+    QTest::addRow("#C7EB87") << "#C7EB87" << 199 << 235 << 135;
+    QTest::addRow("without #") << "C7EB87" << 199 << 235 << 135;
+    QTest::addRow("lower case") << "#c7eb87" << 199 << 235 << 135;
+    QTest::addRow("surrounding junk trimmed") << "  ##C7EB87;\n" << 199 << 235 << 135;
+    QTest::addRow("#FFF is 0x000FFF, not white") << "#FFF" << 0 << 15 << 255;
+    QTest::addRow("bad string is black") << "#zzzzzz" << 0 << 0 << 0;
+    QTest::addRow("empty is black") << "" << 0 << 0 << 0;
+    QTest::addRow("scan stops at a non-hex digit") << "#12G456" << 0 << 0 << 0x12;
+    QTest::addRow("0x prefix") << "0x102030" << 0x10 << 0x20 << 0x30;
+    QTest::addRow("alpha bits ignored") << "#80C7EB87" << 199 << 235 << 135;
+    QTest::addRow("overflow saturates") << "#FFFFFFFFFFFFFFFFFF00" << 255 << 255 << 255;
+}
+
+void tst_Appearance::colorFromHex() {
+    QFETCH(QString, hex);
+    const QColor color = vell::colorFromHex(hex);
+    QTEST(color.red(), "red");
+    QTEST(color.green(), "green");
+    QTEST(color.blue(), "blue");
+    QCOMPARE(color.alphaF(), 1.0f);
+}
+
+void tst_Appearance::hexString_data() {
+    QTest::addColumn<QColor>("color");
+    QTest::addColumn<QString>("hex");
+
+    QTest::addRow("from its own hex") << vell::colorFromHex(QStringLiteral("#C7EB87")) << "#C7EB87";
+    QTest::addRow("upper case, padded") << QColor(1, 10, 255) << "#010AFF";
+    QTest::addRow("rounded, not truncated") << QColor::fromRgbF(0.5f, 0.999f, 0.001f) << "#80FF00";
+    QTest::addRow("hsv converted to rgb") << QColor::fromHsv(0, 255, 255) << "#FF0000";
+    QTest::addRow("invalid is black") << QColor() << "#000000";
+}
+
+void tst_Appearance::hexString() {
+    QFETCH(QColor, color);
+    QTEST(vell::hexString(color), "hex");
+}
+
+QTEST_GUILESS_MAIN(tst_Appearance)
+#include "tst_appearance.moc"
