@@ -1,0 +1,117 @@
+// Attempts everything a module must never do, once before and once after the runner's own
+// confinement, and reports each attempt as a line "phase name result". The test reads the
+// "before" lines to know the attempts can succeed at all on this machine.
+
+#include "VellModuleRunner/ModuleConfinement.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+void report(const char* phase, const char* name, bool succeeded, int error) {
+    char line[160];
+    const int length = std::snprintf(line, sizeof line, "%s %s %s\n", phase, name,
+                                     succeeded ? "allowed" : (error == EPERM ? "denied" : "failed"));
+    (void)!write(STDOUT_FILENO, line, static_cast<size_t>(length));
+}
+
+void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
+    int fd = open("/etc/passwd", O_RDONLY | O_CLOEXEC);
+    report(phase, "open-read", fd >= 0, errno);
+    if (fd >= 0)
+        close(fd);
+
+    char path[512];
+    std::snprintf(path, sizeof path, "%s/%s-created", scratchDir, phase);
+    fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    report(phase, "open-create", fd >= 0, errno);
+    if (fd >= 0)
+        close(fd);
+
+    char byte;
+    report(phase, "read-held-file", read(heldFile, &byte, 1) == 1, errno);
+
+    fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    report(phase, "socket-inet", fd >= 0, errno);
+    if (fd >= 0)
+        close(fd);
+    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    report(phase, "socket-unix", fd >= 0, errno);
+    if (fd >= 0)
+        close(fd);
+
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(0);
+    report(phase, "fork", child > 0, errno);
+    if (child > 0)
+        waitpid(child, nullptr, 0);
+
+    report(phase, "signal-parent", kill(getppid(), 0) == 0, errno);
+
+    void* code = mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    report(phase, "mmap-exec", code != MAP_FAILED, errno);
+    if (code != MAP_FAILED)
+        munmap(code, 4096);
+
+    // 600 MiB is beyond the address-space limit, not beyond the machine.
+    void* large = mmap(nullptr, 600ul << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    report(phase, "reserve-600MiB", large != MAP_FAILED, errno);
+    if (large != MAP_FAILED)
+        munmap(large, 600ul << 20);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3)
+        return 2;
+    const char* mode = argv[1];
+    const char* scratchDir = argv[2];
+    const int heldFile = open("/etc/hostname", O_RDONLY | O_CLOEXEC);
+
+    if (std::strcmp(mode, "spin") == 0) {
+        const vell::ModuleConfinement::Result result = vell::ModuleConfinement::apply();
+        if (!result.ok())
+            return 3;
+        volatile unsigned long turns = 0;
+        for (;;)
+            turns = turns + 1;
+    }
+
+    attemptAll("before", heldFile, scratchDir);
+    const pid_t execChild = fork();
+    if (execChild == 0) {
+        char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
+        execv("/bin/true", arguments);
+        _exit(127);
+    }
+    int execStatus = 0;
+    waitpid(execChild, &execStatus, 0);
+    report("before", "exec", WIFEXITED(execStatus) && WEXITSTATUS(execStatus) == 0, 0);
+    lseek(heldFile, 0, SEEK_SET);
+    const vell::ModuleConfinement::Result result = vell::ModuleConfinement::apply();
+    if (!result.ok()) {
+        std::fprintf(stderr, "%s\n", qPrintable(result.failure));
+        return 3;
+    }
+    report("after", "landlock", result.landlocked, 0);
+    attemptAll("after", heldFile, scratchDir);
+
+    // Last, since an exec that got through would replace the probe and its report would
+    // be missing.
+    char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
+    execv("/bin/true", arguments);
+    report("after", "exec", false, errno);
+    return 0;
+}
