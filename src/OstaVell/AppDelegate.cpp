@@ -1,0 +1,88 @@
+#include "OstaVell/AppDelegate.h"
+
+#include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/ShelfController.h"
+#include "OstaVell/Support/Accessibility.h"
+#include "OstaVell/Support/Logging.h"
+#include "OstaVell/Support/Migrations.h"
+#include "OstaVell/Support/SettingsStore.h"
+#include "OstaVell/Support/UserDefaults.h"
+#include "OstaVell/VellMenu.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickWindow>
+
+namespace vell {
+
+namespace {
+const QString kSettingsView = QStringLiteral("qrc:/qt/qml/OstaVell/qml/SettingsWindow.qml");
+} // namespace
+
+AppDelegate::AppDelegate(QObject* parent)
+    : QObject(parent)
+    , m_shelf(new ShelfController(SettingsStore::instance(), this)) {}
+
+AppDelegate::~AppDelegate() {
+    applicationWillTerminate();
+    delete m_settingsWindow;
+    delete m_menu;
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    if (m_launched)
+        return;
+    m_launched = true;
+
+    Migrations::run(*UserDefaults::instance(), *NotesStore::instance(), QDateTime::currentDateTimeUtc());
+
+    m_engine = new QQmlEngine(this);
+    connect(m_engine, &QQmlEngine::quit, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    Accessibility::instance()->startWatchingDesktop();
+
+    // Launch order. Plugins, automations and the bus services come first once they exist,
+    // then the panels, then media, calendar, power and HUD services, then the drag watch.
+    m_shelf->setEngine(m_engine);
+    m_shelf->showSettings = [this] { showSettings(); };
+    m_shelf->quit = [] { QCoreApplication::quit(); };
+    m_shelf->start();
+
+    m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
+}
+
+void AppDelegate::applicationWillTerminate() {
+    if (!m_launched || m_terminated)
+        return;
+    m_terminated = true;
+    // Shutdown order, waiting for nothing: the automation run and plugins come first and
+    // module runners next once they exist; then unsaved notes, then the panels.
+    if (NotesStore::instance()->dirty()) {
+        qCInfo(lcApp) << "shutdown: saving notes";
+        NotesStore::instance()->saveNow();
+    }
+    qCInfo(lcApp) << "shutdown: stopping panels";
+    m_shelf->stop();
+}
+
+void AppDelegate::showSettings() {
+    if (!m_engine)
+        return;
+    if (!m_settingsWindow) {
+        QQmlComponent component(m_engine, QUrl(kSettingsView), QQmlComponent::PreferSynchronous);
+        QObject* object =
+            component.createWithInitialProperties({{QStringLiteral("shelf"), QVariant::fromValue(m_shelf)}});
+        m_settingsWindow = qobject_cast<QQuickWindow*>(object);
+        if (!m_settingsWindow) {
+            qCWarning(lcApp) << "settings window failed:" << component.errorString();
+            delete object;
+            return;
+        }
+    }
+    m_settingsWindow->show();
+    m_settingsWindow->raise();
+    m_settingsWindow->requestActivate();
+}
+
+} // namespace vell

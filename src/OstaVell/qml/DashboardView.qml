@@ -1,0 +1,64 @@
+import QtQuick
+import OstaVell
+
+// What the open panel shows under its header, by tab.
+Item {
+    id: root
+    required property DisplayShelfController controller
+
+    readonly property string tab: controller.tab
+    readonly property bool isTray: tab === "Tray"
+    readonly property bool isTools: tab === "Tools" || tab === "Automations"
+
+    // The tray.
+    Column {
+        visible: root.isTray
+        anchors.centerIn: parent
+        spacing: 10
+        Text {
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: "Your files, links and clippings"
+            color: Qt.rgba(1, 1, 1, 0.55)
+            font.pixelSize: 13
+        }
+        Rectangle {
+            anchors.horizontalCenter: parent.horizontalCenter
+            width: addLabel.implicitWidth + 28
+            height: 28
+            radius: 14
+            color: Qt.rgba(1, 1, 1, 0.085)
+            border.color: Qt.rgba(1, 1, 1, 0.1)
+            Text {
+                id: addLabel
+                anchors.centerIn: parent
+                text: "Add Files"
+                color: Qt.rgba(1, 1, 1, 0.85)
+                font.pixelSize: 13
+            }
+        }
+    }
+
+    // The tools.
+    Text {
+        visible: root.isTools
+        anchors.centerIn: parent
+        text: "Workflows"
+        color: Qt.rgba(1, 1, 1, 0.55)
+        font.pixelSize: 13
+    }
+
+    // The workspace stage: 16:9, empty until modules or plugins are placed on it.
+    Rectangle {
+        visible: !root.isTray && !root.isTools
+        anchors.fill: parent
+        radius: 16
+        color: Qt.rgba(1, 1, 1, 0.085)
+        border.color: Qt.rgba(1, 1, 1, 0.1)
+        Text {
+            anchors.centerIn: parent
+            text: "No workspace yet"
+            color: Qt.rgba(1, 1, 1, 0.45)
+            font.pixelSize: 13
+        }
+    }
+}

@@ -1,0 +1,135 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import OstaVell
+
+ScrollView {
+    id: pane
+    required property ShelfController shelf
+    contentWidth: availableWidth
+    clip: true
+
+    component SettingSwitch: Switch {
+        Layout.fillWidth: true
+    }
+    component Heading: Label {
+        font.bold: true
+        font.pixelSize: 13
+        opacity: 0.7
+        Layout.topMargin: 10
+    }
+
+    ColumnLayout {
+        width: pane.availableWidth - 32
+        x: 16
+        spacing: 2
+
+        Heading { text: "Opening" }
+        SettingSwitch {
+            text: "Open when the pointer rests on the notch"
+            checked: SettingsStore.openOnHover
+            onToggled: SettingsStore.openOnHover = checked
+        }
+        RowLayout {
+            Label { text: "Hover delay"; Layout.preferredWidth: 120 }
+            Slider {
+                id: delay
+                Layout.fillWidth: true
+                from: 0; to: 1; stepSize: 0.05
+                value: SettingsStore.hoverDelay
+                onMoved: SettingsStore.hoverDelay = value
+            }
+            Label { text: Math.max(delay.value, 0.05).toFixed(2) + " s" }
+        }
+        SettingSwitch {
+            text: "Show a vell on every display"
+            checked: SettingsStore.showOnAllDisplays
+            onToggled: SettingsStore.showOnAllDisplays = checked
+        }
+        SettingSwitch {
+            text: "Drawn notch on external displays"
+            checked: SettingsStore.fakeNotchOnExternalDisplays
+            onToggled: SettingsStore.fakeNotchOnExternalDisplays = checked
+        }
+        SettingSwitch {
+            text: "Haptic feedback"
+            checked: SettingsStore.hapticFeedback
+            onToggled: SettingsStore.hapticFeedback = checked
+        }
+        SettingSwitch {
+            text: "Launch at login"
+            checked: SettingsStore.launchAtLogin
+            onToggled: SettingsStore.launchAtLogin = checked
+        }
+        RowLayout {
+            Label { text: "Shortcut"; Layout.preferredWidth: 120 }
+            Label {
+                text: pane.shelf.shortcutAvailable ? "Super+Alt+N (system-wide)"
+                                              : "Unavailable — Ctrl+Shift+N works inside OstaVell"
+                opacity: 0.8
+            }
+        }
+
+        Heading { text: "Tabs" }
+        SettingSwitch {
+            text: "Tray"
+            checked: SettingsStore.visibleTabsCSV.indexOf("Tray") >= 0
+            onToggled: pane.setTabVisible("Tray", checked)
+        }
+        SettingSwitch {
+            text: "Automations"
+            checked: SettingsStore.visibleTabsCSV.indexOf("Automations") >= 0
+            onToggled: pane.setTabVisible("Automations", checked)
+        }
+        RowLayout {
+            Label { text: "Default tab"; Layout.preferredWidth: 120 }
+            ComboBox {
+                model: ["Vell", "Tray", "Automations"]
+                currentIndex: Math.max(0, model.indexOf(SettingsStore.defaultTabRaw))
+                onActivated: SettingsStore.defaultTabRaw = currentText
+            }
+        }
+        RowLayout {
+            Label { text: "Home layout"; Layout.preferredWidth: 120 }
+            ComboBox {
+                textRole: "label"
+                valueRole: "value"
+                model: [{ label: "Media and calendar", value: "mediaCalendar" },
+                        { label: "Media only", value: "mediaOnly" },
+                        { label: "Calendar only", value: "calendarOnly" }]
+                Component.onCompleted: currentIndex = Math.max(0, indexOfValue(SettingsStore.homeLayout))
+                onActivated: SettingsStore.homeLayout = currentValue
+            }
+        }
+        RowLayout {
+            Label { text: "Workspace picker"; Layout.preferredWidth: 120 }
+            ComboBox {
+                model: ["left", "right"]
+                currentIndex: Math.max(0, model.indexOf(SettingsStore.modulePickerSide))
+                onActivated: SettingsStore.modulePickerSide = currentText
+            }
+        }
+
+        Heading { text: "Closed notch" }
+        SettingSwitch { text: "Now playing"; checked: SettingsStore.mediaLiveActivity; onToggled: SettingsStore.mediaLiveActivity = checked }
+        SettingSwitch { text: "Timers"; checked: SettingsStore.timerLiveActivity; onToggled: SettingsStore.timerLiveActivity = checked }
+        SettingSwitch { text: "Battery"; checked: SettingsStore.batteryLiveActivity; onToggled: SettingsStore.batteryLiveActivity = checked }
+        SettingSwitch { text: "Next event"; checked: SettingsStore.calendarLiveActivity; onToggled: SettingsStore.calendarLiveActivity = checked }
+        SettingSwitch { text: "To-dos"; checked: SettingsStore.todosLiveActivity; onToggled: SettingsStore.todosLiveActivity = checked }
+
+        Heading { text: "Volume and brightness" }
+        SettingSwitch {
+            text: "Replace the system volume and brightness display"
+            checked: SettingsStore.replaceSystemHUD
+            onToggled: SettingsStore.replaceSystemHUD = checked
+        }
+        Item { Layout.preferredHeight: 16 }
+    }
+
+    function setTabVisible(name, visible) {
+        const parts = SettingsStore.visibleTabsCSV.split(",").filter(p => p.length > 0 && p !== name)
+        if (visible)
+            parts.push(name)
+        SettingsStore.visibleTabsCSV = parts.join(",")
+    }
+}

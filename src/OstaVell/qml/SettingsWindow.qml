@@ -1,0 +1,60 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Controls.Material
+import QtQuick.Layouts
+import OstaVell
+
+// The "workbench" window: the settings panes, dark and tinted with the accent colour.
+ApplicationWindow {
+    id: window
+    required property ShelfController shelf
+    title: "OstaVell Settings"
+    width: 640
+    height: 520
+    visible: false
+    Material.theme: Material.Dark
+    Material.accent: SettingsStore.accentHex
+    color: "#1c1c20"
+
+    menuBar: MenuBar {
+        Menu {
+            title: "Vell"
+            Action { text: "Open Vell Here"; shortcut: "Ctrl+Shift+N"; onTriggered: window.shelf.openAtPointer("", true) }
+            Action { text: "Open on All Displays"; onTriggered: window.shelf.openAll() }
+            Action { text: "Collapse All"; onTriggered: window.shelf.collapse() }
+        }
+    }
+
+    Shortcut { sequence: "Ctrl+Q"; onActivated: Qt.quit() }
+
+    RowLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        ListView {
+            id: panes
+            Layout.preferredWidth: 150
+            Layout.fillHeight: true
+            model: ["General", "Appearance"]
+            currentIndex: 0
+            delegate: ItemDelegate {
+                required property string modelData
+                required property int index
+                width: ListView.view.width
+                text: modelData
+                highlighted: ListView.isCurrentItem
+                onClicked: panes.currentIndex = index
+            }
+        }
+
+        Rectangle { Layout.fillHeight: true; width: 1; color: Qt.rgba(1, 1, 1, 0.08) }
+
+        StackLayout {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            currentIndex: panes.currentIndex
+            GeneralPane { shelf: window.shelf }
+            AppearancePane { shelf: window.shelf }
+        }
+    }
+}
