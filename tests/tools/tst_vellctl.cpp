@@ -1,0 +1,65 @@
+#include <QProcess>
+#include <QTest>
+
+// Runs the built vellctl as an author would and checks what it prints and how it exits.
+class TestVellctl final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void run_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QString>("errors");
+        const QString data = qEnvironmentVariable("VELL_TEST_DATA");
+        const QString usage = QStringLiteral("usage: vellctl module validate FILE\n");
+        const auto validate = [](const QString& file) {
+            return QStringList{QStringLiteral("module"), QStringLiteral("validate"), file};
+        };
+
+        QTest::addRow("valid package") << validate(data + QStringLiteral("/valid.ostavellmodule")) << 0
+                                       << QStringLiteral("OK\n") << QString();
+        QTest::addRow("shipped example")
+            << validate(qEnvironmentVariable("VELL_SOURCE_DIR") +
+                        QStringLiteral("/examples/modules/hello-vell.ostavellmodule"))
+            << 0 << QStringLiteral("OK\n") << QString();
+        QTest::addRow("validation failure")
+            << validate(data + QStringLiteral("/undeclared-action.ostavellmodule")) << 1
+            << QStringLiteral("A button refers to an undeclared action.\n") << QString();
+        QTest::addRow("decoding failure")
+            << validate(data + QStringLiteral("/missing-script.ostavellmodule")) << 1
+            << QStringLiteral("This is not a valid OstaVell module package: \"script\" is missing\n")
+            << QString();
+        QTest::addRow("unreadable file")
+            << validate(data + QStringLiteral("/absent.ostavellmodule")) << 1 << QString()
+            << QStringLiteral("vellctl: %1/absent.ostavellmodule: No such file or directory\n").arg(data);
+        QTest::addRow("no arguments") << QStringList() << 2 << QString() << usage;
+        QTest::addRow("unknown group")
+            << QStringList{QStringLiteral("frobnicate")} << 2 << QString() << usage;
+        QTest::addRow("unknown subcommand")
+            << QStringList{QStringLiteral("module"), QStringLiteral("check")} << 2 << QString() << usage;
+        QTest::addRow("missing file argument")
+            << QStringList{QStringLiteral("module"), QStringLiteral("validate")} << 2 << QString() << usage;
+        QTest::addRow("extra argument")
+            << validate(data + QStringLiteral("/valid.ostavellmodule")) + QStringList{QStringLiteral("x")}
+            << 2 << QString() << usage;
+    }
+
+    void run() {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, output);
+        QFETCH(QString, errors);
+
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/bin/vellctl"), arguments);
+        QVERIFY(vellctl.waitForFinished());
+        QCOMPARE(vellctl.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
+        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardError()), errors);
+        QCOMPARE(vellctl.exitCode(), exitCode);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestVellctl)
+#include "tst_vellctl.moc"
