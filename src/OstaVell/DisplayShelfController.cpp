@@ -135,6 +135,8 @@ void DisplayShelfController::stop() {
     m_menuObservers.clear();
     cancelHoverTask();
     m_animation.stop();
+    // The view goes before the controller it binds to, or its bindings see a null controller.
+    delete m_content;
     if (m_panel)
         m_panel->close();
 }

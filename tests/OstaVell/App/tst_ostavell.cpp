@@ -1,0 +1,175 @@
+// The real `ostavell` on a private X server with a window manager: where its panels stand,
+// how they follow screens, a real pointer and real keys, and how it quits.
+#include "VellCore/ModuleStageGeometry.h"
+#include "VellCore/ShelfGeometry.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTest>
+
+using namespace vell;
+
+class TestOstaVell final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void closedPanelStandsAtTheTopCentre();
+    void addingAndRemovingAScreenAddsAndRemovesAPanel();
+    void hoverOpensAndLeavingCloses();
+    void escapeCollapsesAPanelOpenedWithFocus();
+    void hotKeyOpensAndCloses();
+    void secondLaunchForwardsAndQuitEndsTheProcess();
+
+private:
+    static QString run(const QString& program, const QStringList& arguments, int* exitCode = nullptr);
+    // Visible panels by display name ("OstaVell — left") with their geometry.
+    static QMap<QString, QRect> panels();
+    static QRect closedFrame(const QRect& screen);
+    static QRect openStageFrame(const QRect& screen);
+    static QString app();
+
+    QProcess m_app;
+};
+
+QString TestOstaVell::app() {
+    return qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/bin/ostavell");
+}
+
+QString TestOstaVell::run(const QString& program, const QStringList& arguments, int* exitCode) {
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(10000);
+    if (exitCode)
+        *exitCode = process.exitCode();
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+QMap<QString, QRect> TestOstaVell::panels() {
+    QMap<QString, QRect> result;
+    const QStringList ids =
+        run(QStringLiteral("xdotool"), {"search", "--onlyvisible", "--name", "^OstaVell — "})
+            .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString& id : ids) {
+        const QString name = run(QStringLiteral("xdotool"), {"getwindowname", id}).trimmed();
+        const QString shell = run(QStringLiteral("xdotool"), {"getwindowgeometry", "--shell", id});
+        auto value = [&](const char* key) {
+            const auto match =
+                QRegularExpression(QStringLiteral("%1=(-?\\d+)").arg(QLatin1String(key))).match(shell);
+            return match.captured(1).toInt();
+        };
+        result.insert(name, QRect(value("X"), value("Y"), value("WIDTH"), value("HEIGHT")));
+    }
+    return result;
+}
+
+QRect TestOstaVell::closedFrame(const QRect& screen) {
+    return ShelfGeometry::layout(QRectF(screen), 0, 196, false, 0, 0, 70).frame.toAlignedRect();
+}
+
+QRect TestOstaVell::openStageFrame(const QRect& screen) {
+    const QSizeF stage = ModuleStageGeometry::size(QSizeF(screen.size()), 0, 760);
+    return ShelfGeometry::layout(QRectF(screen), 0, 196, true, stage.width(), stage.height(), 70,
+                                 QRectF(screen))
+        .frame.toAlignedRect();
+}
+
+void TestOstaVell::initTestCase() {
+    QVERIFY(qEnvironmentVariableIsSet("DISPLAY"));
+    run(QStringLiteral("xdotool"), {"mousemove", "960", "1000"});
+    m_app.setProcessChannelMode(QProcess::SeparateChannels);
+    m_app.start(app(), {});
+    QVERIFY(m_app.waitForStarted());
+    QTRY_COMPARE_WITH_TIMEOUT(panels().size(), 1, 20000);
+}
+
+void TestOstaVell::cleanupTestCase() {
+    if (m_app.state() != QProcess::NotRunning) {
+        m_app.terminate();
+        m_app.waitForFinished(5000);
+    }
+}
+
+void TestOstaVell::closedPanelStandsAtTheTopCentre() {
+    const QRect screen(0, 0, 1920, 1080);
+    QCOMPARE(panels().value(QStringLiteral("OstaVell — screen")), closedFrame(screen));
+    QCOMPARE(closedFrame(screen), QRect(792, 0, 336, 28));
+}
+
+void TestOstaVell::addingAndRemovingAScreenAddsAndRemovesAPanel() {
+    const QRect left(0, 0, 960, 1080);
+    const QRect right(960, 0, 960, 1080);
+    QCOMPARE(QProcess::execute("xrandr", {"--setmonitor", "left", "960/254x1080/286+0+0", "screen"}), 0);
+    QCOMPARE(QProcess::execute("xrandr", {"--setmonitor", "right", "960/254x1080/286+960+0", "none"}), 0);
+    const QMap<QString, QRect> two{{QStringLiteral("OstaVell — left"), closedFrame(left)},
+                                   {QStringLiteral("OstaVell — right"), closedFrame(right)}};
+    QTRY_COMPARE_WITH_TIMEOUT(panels(), two, 10000);
+
+    QCOMPARE(QProcess::execute("xrandr", {"--delmonitor", "right"}), 0);
+    const QMap<QString, QRect> one{{QStringLiteral("OstaVell — left"), closedFrame(left)}};
+    QTRY_COMPARE_WITH_TIMEOUT(panels(), one, 10000);
+
+    QCOMPARE(QProcess::execute("xrandr", {"--delmonitor", "left"}), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().keys(), QStringList{QStringLiteral("OstaVell — screen")}, 10000);
+}
+
+void TestOstaVell::hoverOpensAndLeavingCloses() {
+    const QRect screen(0, 0, 1920, 1080);
+    const QString name = QStringLiteral("OstaVell — screen");
+    run(QStringLiteral("xdotool"), {"mousemove", "960", "10"});
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    // Moving inside the open panel keeps it open; leaving closes it after the close wait.
+    run(QStringLiteral("xdotool"), {"mousemove", "700", "300"});
+    QTest::qWait(1000);
+    QCOMPARE(panels().value(name), openStageFrame(screen));
+    run(QStringLiteral("xdotool"), {"mousemove", "960", "1000"});
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
+}
+
+void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
+    const QRect screen(0, 0, 1920, 1080);
+    const QString name = QStringLiteral("OstaVell — screen");
+    int status = -1;
+    run(app(), {"--open"}, &status);
+    QCOMPARE(status, 0);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    // Opened with focus, it stays open although the pointer is away.
+    QTest::qWait(1000);
+    QCOMPARE(panels().value(name), openStageFrame(screen));
+    run(QStringLiteral("xdotool"), {"key", "Escape"});
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
+}
+
+void TestOstaVell::hotKeyOpensAndCloses() {
+    const QRect screen(0, 0, 1920, 1080);
+    const QString name = QStringLiteral("OstaVell — screen");
+    run(QStringLiteral("xdotool"), {"key", "super+alt+n"});
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    run(QStringLiteral("xdotool"), {"key", "super+alt+n"});
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
+}
+
+void TestOstaVell::secondLaunchForwardsAndQuitEndsTheProcess() {
+    int status = -1;
+    QElapsedTimer timer;
+    timer.start();
+    run(app(), {"--quit"}, &status);
+    QCOMPARE(status, 0);
+    // A hang is a failure; how quickly it ends is measured, not asserted.
+    QVERIFY(m_app.waitForFinished(15000));
+    qInfo("quit took %lld ms from the request to the end of the process", timer.elapsed());
+    QCOMPARE(m_app.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_app.exitCode(), 0);
+    const QString log = QString::fromUtf8(m_app.readAllStandardError());
+    QVERIFY2(log.contains(QStringLiteral("OstaVell: shutdown: stopping panels")), qPrintable(log));
+
+    // With nothing running, --quit has nothing to do and says so by succeeding.
+    run(app(), {"--quit"}, &status);
+    QCOMPARE(status, 0);
+}
+
+QTEST_GUILESS_MAIN(TestOstaVell)
+#include "tst_ostavell.moc"
