@@ -66,7 +66,6 @@ ModulePackage ModulePackage::decode(const QByteArray& data) {
     if (data.size() > maximumBytes)
         fail(u"Module exceeds the 256 KB package limit.");
 
-    ModulePackage package;
     const auto invalid = [](const QString& reason) {
         return ModuleProblem(QStringLiteral("This is not a valid OstaVell module package: ") + reason);
     };
@@ -76,6 +75,7 @@ ModulePackage ModulePackage::decode(const QByteArray& data) {
         throw invalid(parseError.errorString());
     if (!document.isObject())
         throw invalid(QStringLiteral("the package must be a JSON object"));
+    ModulePackage package;
     try {
         package = fromJson(document.object());
     } catch (const ModuleProblem& problem) {

@@ -43,7 +43,8 @@ qsizetype utf8Size(QStringView text) {
             bytes += 4;
             ++i;
         } else {
-            // A lone surrogate is written as U+FFFD, three bytes like every other BMP unit here.
+            // A lone surrogate, which a JSON escape can produce, counts as its replacement
+            // character U+FFFD: three bytes.
             bytes += 3;
         }
     }
