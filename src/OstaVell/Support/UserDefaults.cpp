@@ -78,11 +78,12 @@ UserDefaults::UserDefaults(const QString& filePath, QObject* parent)
     m_watcher.addPath(folder);
     watchFile();
     m_fingerprint = fileFingerprint();
-    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, &UserDefaults::checkForOutsideChange);
-    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+    const auto onFileEvent = [this] {
         watchFile();
         checkForOutsideChange();
-    });
+    };
+    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, onFileEvent);
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, onFileEvent);
 }
 
 bool UserDefaults::contains(const QString& key) const {

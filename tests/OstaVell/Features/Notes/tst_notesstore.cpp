@@ -1,0 +1,269 @@
+#include "OstaVell/Features/Notes/NotesFile.h"
+#include "OstaVell/Features/Notes/NotesStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace vell;
+
+namespace {
+
+const QByteArray olderList = R"([
+  {"id": "0B5C1D4E-1111-4A2B-9C3D-000000000001", "text": "first", "createdAt": "2023-01-02T03:04:05Z",
+   "updatedAt": "2023-02-03T04:05:06Z"},
+  {"id": "0b5c1d4e-1111-4a2b-9c3d-000000000002", "text": "second\nline", "createdAt": "2023-01-01T00:00:00Z",
+   "updatedAt": "2023-01-01T00:00:00Z"}
+])";
+
+} // namespace
+
+class tst_NotesStore final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void absentFileIsEmptyWithoutALog();
+    void olderListLoadsAndIsWrittenAsANotesFile();
+    void unusableFileIsSetAside_data();
+    void unusableFileIsSetAside();
+    void editsInsertAtTheTopAndFindById();
+    void unknownIdsChangeNothing();
+    void burstOfEditsWritesOnce();
+    void saveNowWritesOnlyWhenDirty();
+    void failedSaveLogsAndStaysDirty();
+    void firstLinePreview_data();
+    void firstLinePreview();
+
+private:
+    void writeFile(const QByteArray& data);
+    QByteArray readFile() const;
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    QString m_path;
+};
+
+void tst_NotesStore::init() {
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    m_path = m_dir->filePath(QStringLiteral("OstaVell/notes.json"));
+}
+
+void tst_NotesStore::cleanup() {
+    m_dir.reset();
+}
+
+void tst_NotesStore::writeFile(const QByteArray& data) {
+    QVERIFY(QDir().mkpath(QFileInfo(m_path).absolutePath()));
+    QFile file(m_path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(data);
+}
+
+QByteArray tst_NotesStore::readFile() const {
+    QFile file(m_path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void tst_NotesStore::absentFileIsEmptyWithoutALog() {
+    QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+    NotesStore store(m_path);
+    QVERIFY(store.notes().isEmpty());
+    QVERIFY(!store.dirty());
+    QVERIFY(!QFile::exists(m_path + QStringLiteral(".corrupt")));
+}
+
+void tst_NotesStore::olderListLoadsAndIsWrittenAsANotesFile() {
+    writeFile(olderList);
+    NotesStore store(m_path);
+    QCOMPARE(store.notes().size(), 2);
+    const NotesItem first = store.notes().at(0);
+    QCOMPARE(first.id, QUuid(QStringLiteral("0B5C1D4E-1111-4A2B-9C3D-000000000001")));
+    QCOMPARE(first.text, QStringLiteral("first"));
+    QCOMPARE(first.createdAt, QDateTime(QDate(2023, 1, 2), QTime(3, 4, 5), Qt::UTC));
+    QCOMPARE(first.updatedAt, QDateTime(QDate(2023, 2, 3), QTime(4, 5, 6), Qt::UTC));
+    QCOMPARE(store.notes().at(1).id, QUuid(QStringLiteral("0B5C1D4E-1111-4A2B-9C3D-000000000002")));
+
+    store.deleteNote(store.notes().at(1).id);
+    store.saveNow();
+
+    const QByteArray saved = readFile();
+    const QJsonObject object = QJsonDocument::fromJson(saved).object();
+    QCOMPARE(object.value(QStringLiteral("version")).toInt(), NotesFile::currentVersion);
+    const QJsonArray notes = object.value(QStringLiteral("notes")).toArray();
+    QCOMPARE(notes.size(), 1);
+    // Pretty printed, keys sorted, ids upper case, dates ISO 8601 in UTC.
+    QVERIFY(saved.contains("\n    \"notes\": ["));
+    const QJsonObject note = notes.at(0).toObject();
+    QCOMPARE(note.value(QStringLiteral("id")).toString(),
+             QStringLiteral("0B5C1D4E-1111-4A2B-9C3D-000000000001"));
+    QCOMPARE(note.value(QStringLiteral("createdAt")).toString(), QStringLiteral("2023-01-02T03:04:05Z"));
+    QVERIFY(saved.indexOf("createdAt") < saved.indexOf("\"id\""));
+    QVERIFY(saved.indexOf("\"id\"") < saved.indexOf("\"text\""));
+    QVERIFY(saved.indexOf("\"text\"") < saved.indexOf("updatedAt"));
+    QVERIFY(saved.indexOf("\"notes\"") < saved.indexOf("\"version\""));
+
+    NotesStore reloaded(m_path);
+    QCOMPARE(reloaded.notes(), store.notes());
+}
+
+void tst_NotesStore::unusableFileIsSetAside_data() {
+    QTest::addColumn<QByteArray>("contents");
+
+    QTest::addRow("not JSON") << QByteArray("{ notes: ");
+    QTest::addRow("empty file") << QByteArray();
+    QTest::addRow("object without notes") << QByteArray(R"({"version": 1})");
+    QTest::addRow("object without version") << QByteArray(R"({"notes": []})");
+    QTest::addRow("note missing its text") << QByteArray(
+        R"([{"id": "0B5C1D4E-1111-4A2B-9C3D-000000000001", "createdAt": "2023-01-02T03:04:05Z",)"
+        R"( "updatedAt": "2023-01-02T03:04:05Z"}])");
+    QTest::addRow("bad id") << QByteArray(
+        R"([{"id": "nope", "text": "", "createdAt": "2023-01-02T03:04:05Z",)"
+        R"( "updatedAt": "2023-01-02T03:04:05Z"}])");
+    QTest::addRow("date as a number")
+        << QByteArray(R"([{"id": "0B5C1D4E-1111-4A2B-9C3D-000000000001", "text": "", "createdAt": 7,)"
+                      R"( "updatedAt": "2023-01-02T03:04:05Z"}])");
+}
+
+void tst_NotesStore::unusableFileIsSetAside() {
+    QFETCH(QByteArray, contents);
+    writeFile(contents);
+    {
+        QFile older(m_path + QStringLiteral(".corrupt"));
+        QVERIFY(older.open(QIODevice::WriteOnly));
+        older.write("an older casualty");
+    }
+
+    QTest::ignoreMessage(QtWarningMsg,
+                         QRegularExpression(QStringLiteral("^load failed, keeping corrupt file aside: .+")));
+    NotesStore store(m_path);
+    QVERIFY(store.notes().isEmpty());
+    QVERIFY(!QFile::exists(m_path));
+    QFile aside(m_path + QStringLiteral(".corrupt"));
+    QVERIFY(aside.open(QIODevice::ReadOnly));
+    QCOMPARE(aside.readAll(), contents);
+}
+
+void tst_NotesStore::editsInsertAtTheTopAndFindById() {
+    NotesStore store(m_path);
+    QSignalSpy notesChanged(&store, &NotesStore::notesChanged);
+    const QDateTime then(QDate(2024, 1, 1), QTime(9, 0), Qt::UTC);
+    const QUuid a = store.addNote(QStringLiteral("a"), then);
+    const QUuid b = store.addNote(QStringLiteral("b"), then);
+    QCOMPARE(store.notes().size(), 2);
+    QCOMPARE(store.notes().at(0).id, b);
+    QCOMPARE(store.note(a)->createdAt, then);
+    QCOMPARE(store.note(a)->updatedAt, then);
+    QVERIFY(store.dirty());
+
+    store.updateText(a, QStringLiteral("a, edited"));
+    QCOMPARE(store.note(a)->text, QStringLiteral("a, edited"));
+    QCOMPARE(store.note(a)->createdAt, then);
+    QVERIFY(store.note(a)->updatedAt > then);
+    QCOMPARE(store.notes().at(1).id, a);
+
+    const std::optional<QUuid> copy = store.duplicateNote(a);
+    QVERIFY(copy.has_value());
+    QVERIFY(*copy != a);
+    QCOMPARE(store.notes().at(0).id, *copy);
+    QCOMPARE(store.notes().at(0).text, QStringLiteral("a, edited"));
+    QVERIFY(store.notes().at(0).createdAt > then);
+
+    store.deleteNote(b);
+    QVERIFY(!store.note(b).has_value());
+    QCOMPARE(store.notes().size(), 2);
+    QCOMPARE(notesChanged.count(), 5);
+
+    store.saveNow();
+    QCOMPARE(NotesStore(m_path).notes().size(), 2);
+}
+
+void tst_NotesStore::unknownIdsChangeNothing() {
+    NotesStore store(m_path);
+    QSignalSpy notesChanged(&store, &NotesStore::notesChanged);
+    const QUuid unknown = QUuid::createUuid();
+    QVERIFY(!store.note(std::nullopt).has_value());
+    QVERIFY(!store.note(unknown).has_value());
+    store.updateText(unknown, QStringLiteral("x"));
+    store.deleteNote(unknown);
+    QVERIFY(!store.duplicateNote(unknown).has_value());
+    QCOMPARE(notesChanged.count(), 0);
+    QVERIFY(!store.dirty());
+}
+
+void tst_NotesStore::burstOfEditsWritesOnce() {
+    NotesStore store(m_path);
+    const QUuid id = store.addNote();
+    store.saveNow();
+    QVERIFY(!store.dirty());
+
+    // Every write ends a dirty spell, so the number of spells is the number of writes.
+    QSignalSpy dirtyChanged(&store, &NotesStore::dirtyChanged);
+    for (int i = 1; i <= 10; ++i)
+        store.updateText(id, QStringLiteral("draft %1").arg(i));
+    QVERIFY(store.dirty());
+    QVERIFY(!readFile().contains("draft"));
+
+    QVERIFY(dirtyChanged.wait());
+    QVERIFY(!store.dirty());
+    QCOMPARE(dirtyChanged.count(), 2);
+    QVERIFY(readFile().contains("\"draft 10\""));
+}
+
+void tst_NotesStore::saveNowWritesOnlyWhenDirty() {
+    NotesStore store(m_path);
+    store.saveNow();
+    QVERIFY(!QFile::exists(m_path));
+
+    store.addNote(QStringLiteral("quit soon after typing"));
+    store.saveNow();
+    QVERIFY(!store.dirty());
+    QVERIFY(readFile().contains("quit soon after typing"));
+}
+
+void tst_NotesStore::failedSaveLogsAndStaysDirty() {
+    QFile blocker(m_dir->filePath(QStringLiteral("OstaVell")));
+    QVERIFY(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+
+    NotesStore store(m_path);
+    store.addNote(QStringLiteral("nowhere to go"));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^save failed: .+")));
+    store.saveNow();
+    QVERIFY(store.dirty());
+}
+
+void tst_NotesStore::firstLinePreview_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("preview");
+
+    QTest::addRow("empty") << ""
+                           << "New Note";
+    QTest::addRow("only blank lines") << "\n   \n\t\n"
+                                      << "New Note";
+    QTest::addRow("first non-blank line, trimmed") << "\n  Shopping list \nmilk"
+                                                   << "Shopping list";
+    QTest::addRow("carriage returns") << "\r\n\r\nTitle\r\nbody"
+                                      << "Title";
+}
+
+void tst_NotesStore::firstLinePreview() {
+    QFETCH(QString, text);
+    NotesItem item;
+    item.text = text;
+    QTEST(item.firstLinePreview(), "preview");
+}
+
+QTEST_GUILESS_MAIN(tst_NotesStore)
+#include "tst_notesstore.moc"
