@@ -1,0 +1,45 @@
+#include "VellPluginSDK/PluginRunUpdate.h"
+
+#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/TextMetrics.h"
+
+#include <cmath>
+
+namespace vell {
+
+PluginRunUpdate PluginRunUpdate::fromJson(const QJsonValue& json) {
+    const ActionJsonReader reader(json);
+    PluginRunUpdate update;
+    const QString phaseName = reader.string(u"phase");
+    const std::optional<PluginRunPhase> phase = pluginRunPhaseFromName(phaseName);
+    if (!phase)
+        throw ModuleProblem(QStringLiteral("\"phase\" has an unknown case"));
+    update.phase = *phase;
+    update.progress = reader.optionalNumber(u"progress");
+    update.message = reader.string(u"message");
+    update.values = reader.values(u"values");
+    update.display = reader.optionalRecord<PluginRunDisplay>(u"display");
+    return update;
+}
+
+QJsonObject PluginRunUpdate::toJson() const {
+    QJsonObject json{{"phase", pluginRunPhaseName(phase)},
+                     {"message", message},
+                     {"values", PluginValue::mapToJson(values)}};
+    if (progress)
+        json.insert(u"progress", *progress);
+    if (display)
+        json.insert(u"display", display->toJson());
+    return json;
+}
+
+void PluginRunUpdate::validate() const {
+    if ((progress && (!std::isfinite(*progress) || *progress < 0 || *progress > 1)) ||
+        TextMetrics::characterCount(message) > maximumMessageCharacters || values.size() > maximumValues)
+        throw ModuleProblem(QStringLiteral("Invalid execution update."));
+    if (display)
+        display->validate();
+}
+
+} // namespace vell
