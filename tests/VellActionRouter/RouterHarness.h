@@ -1,0 +1,165 @@
+#pragma once
+
+#include "VellActionRouter/ActionRouter.h"
+#include "VellPluginSDK/ModuleProblem.h"
+
+#include <QList>
+
+#include <functional>
+
+namespace vell::test {
+
+struct Sent {
+    QString to;
+    PluginBusMessage message;
+};
+
+inline PluginRegisteredAction
+action(const QString& id, PluginRegisteredAction::Effect effect = PluginRegisteredAction::Effect::readOnly,
+       double timeout = 10, std::optional<double> completion = std::nullopt, bool cancellable = false) {
+    PluginRegisteredAction action;
+    action.id = id;
+    action.title = "Action " + id;
+    action.effect = effect;
+    action.timeoutSeconds = timeout;
+    action.completionTimeoutSeconds = completion;
+    action.cancellable = cancellable;
+    action.output.fields = {{"result", PluginParameter::Kind::string, false, {}, {}}};
+    return action;
+}
+
+inline PluginChannel channel(const QString& id, PluginChannel::Kind kind = PluginChannel::Kind::state) {
+    return {id, "Channel " + id, kind, {{{"level", PluginParameter::Kind::number, false, 0.0, 1.0}}}};
+}
+
+inline PluginBusMessage message(PluginBusMessage::Operation operation,
+                                const QUuid& id = QUuid::createUuid()) {
+    PluginBusMessage message;
+    message.operation = operation;
+    message.requestID = id;
+    return message;
+}
+
+inline PluginRunUpdate runUpdate(PluginRunPhase phase, const QString& text = {},
+                                 const PluginValueMap& values = {}) {
+    PluginRunUpdate update;
+    update.phase = phase;
+    update.message = text;
+    update.values = values;
+    return update;
+}
+
+template <typename F> QString problemOf(F&& call) {
+    try {
+        call();
+    } catch (const ModuleProblem& problem) {
+        return problem.message();
+    }
+    return {};
+}
+
+// A router with every delivered message recorded, and short hands for what peers send.
+class RouterHarness final {
+public:
+    using Operation = PluginBusMessage::Operation;
+
+    explicit RouterHarness(std::optional<QString> directory = std::nullopt)
+        : router(std::move(directory)) {
+        router.setDeliver([this](const QString& to, const PluginBusMessage& message) {
+            sent.append({to, message});
+            if (onDeliver)
+                onDeliver(to, message);
+        });
+        router.setChanged([this] { ++changes; });
+    }
+
+    QUuid connect(const QString& peer, const QString& fingerprint = {}) {
+        const QUuid session = QUuid::createUuid();
+        router.connect(peer, fingerprint.isEmpty() ? peer + "-v1" : fingerprint, session);
+        return session;
+    }
+
+    void registerPeer(const QString& peer, const QList<PluginRegisteredAction>& actions,
+                      const QList<PluginChannel>& channels = {}, double now = 0) {
+        PluginBusMessage registration = message(Operation::register_);
+        registration.registration = PluginRegistration{actions, channels};
+        router.receive(registration, peer, now);
+    }
+
+    QUuid invoke(const QString& caller, const PluginActionAddress& address, double now,
+                 const PluginValueMap& values = {}, const QUuid& id = QUuid::createUuid()) {
+        PluginBusMessage invoke = message(Operation::invoke, id);
+        invoke.address = address;
+        invoke.values = values;
+        router.receive(invoke, caller, now);
+        return id;
+    }
+
+    void update(const QString& provider, const QUuid& id, const PluginRunUpdate& update, double now) {
+        PluginBusMessage report = message(Operation::update, id);
+        report.update = update;
+        router.receive(report, provider, now);
+    }
+
+    void channelRequest(Operation operation, const QString& peer, const PluginActionAddress& address,
+                        double now) {
+        PluginBusMessage request = message(operation);
+        request.address = address;
+        router.receive(request, peer, now);
+    }
+
+    void publish(const QString& peer, const PluginActionAddress& address, double now,
+                 PluginValueMap values = {}, std::optional<double> lifetime = std::nullopt) {
+        PluginBusMessage publish = message(Operation::publish);
+        publish.address = address;
+        publish.values = std::move(values);
+        publish.lifetime = lifetime;
+        router.receive(publish, peer, now);
+    }
+
+    // Grants caller the entry exported at address, action or channel.
+    void grant(const QString& caller, const PluginActionAddress& address, bool isChannel = false) {
+        for (const PluginCatalogEntry& entry : router.exported()) {
+            if (entry.address == address && entry.channel.has_value() == isChannel)
+                router.setAllowed(caller, entry, true);
+        }
+    }
+
+    QList<Sent> take() { return std::exchange(sent, {}); }
+
+    QList<PluginBusMessage> to(const QString& peer, Operation operation) const {
+        QList<PluginBusMessage> found;
+        for (const Sent& item : sent) {
+            if (item.to == peer && item.message.operation == operation)
+                found.append(item.message);
+        }
+        return found;
+    }
+
+    QStringList failures(const QString& peer) const {
+        QStringList errors;
+        for (const PluginBusMessage& failure : to(peer, Operation::failure))
+            errors.append(failure.error.value_or(QString()));
+        return errors;
+    }
+
+    QString lastFailure(const QString& peer) const {
+        const QStringList errors = failures(peer);
+        return errors.isEmpty() ? QString() : errors.last();
+    }
+
+    const ActionRun* run(const QUuid& id) const {
+        for (const ActionRun& run : router.runs()) {
+            if (run.id == id)
+                return &run;
+        }
+        return nullptr;
+    }
+
+    ActionRouter router;
+    QList<Sent> sent;
+    int changes = 0;
+    std::function<void(const QString&, const PluginBusMessage&)> onDeliver;
+};
+
+} // namespace vell::test
