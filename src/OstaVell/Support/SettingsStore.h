@@ -10,7 +10,6 @@
 #include <QString>
 #include <QVariantList>
 #include <QVariantMap>
-#include <QtQml/qqmlregistration.h>
 
 class QQmlEngine;
 class QJSEngine;
@@ -24,8 +23,6 @@ class UserDefaults;
 // `changed` fires after each of its writes and whenever the file changes beneath it.
 class SettingsStore final : public QObject {
     Q_OBJECT
-    QML_NAMED_ELEMENT(SettingsStore)
-    QML_SINGLETON
     Q_DISABLE_COPY_MOVE(SettingsStore)
 
     Q_PROPERTY(QString modulePickerSide READ modulePickerSide WRITE setModulePickerSide NOTIFY changed)
@@ -98,6 +95,7 @@ public:
     static constexpr QLatin1StringView sharedTarget{"shared"};
 
     static SettingsStore* instance();
+    // The QML singleton's factory: the shared instance, owned by C++.
     static SettingsStore* create(QQmlEngine*, QJSEngine*);
 
     explicit SettingsStore(UserDefaults* defaults, QObject* parent = nullptr);

@@ -38,7 +38,6 @@ private slots:
     void jsonRequiresEveryKey();
     void jsonRefusesNonFiniteNumbers();
     void displayMap();
-    void variantMapForTheSettingsPane();
     void colorFromHex_data();
     void colorFromHex();
     void hexString_data();
@@ -213,16 +212,6 @@ void tst_Appearance::displayMap() {
     oneBad.replace(R"("cornerRadius":24})", R"("cornerRadius":"24"})");
     QVERIFY(oneBad != json);
     QVERIFY(!DisplayAppearance::decodeMap(oneBad).has_value());
-}
-
-void tst_Appearance::variantMapForTheSettingsPane() {
-    VellAppearance appearance;
-    appearance.accentHex = QStringLiteral("#FF0000");
-    appearance.fades = true;
-    appearance.cornerRadius = 12;
-    QCOMPARE(VellAppearance::fromVariantMap(appearance.toVariantMap()), appearance);
-    QCOMPARE(VellAppearance::fromVariantMap({{QStringLiteral("width"), 900}}).width, 900.0);
-    QCOMPARE(VellAppearance::fromVariantMap({{QStringLiteral("bogus"), 1}}), VellAppearance());
 }
 
 void tst_Appearance::colorFromHex_data() {
