@@ -116,21 +116,21 @@ function(vell_add_test name)
     set_tests_properties(${name} PROPERTIES ENVIRONMENT "${env};${ARG_ENVIRONMENT}" TIMEOUT ${ARG_TIMEOUT})
 endfunction()
 
-# vell_add_bench(name SOURCES ... LIBS ...): a program in <build>/bench that `make bench` runs.
+# vell_add_bench(name SOURCES ... LIBS ...): a program in <build>/benchmarks that `make bench` runs.
 # Benchmarks print ratios against a baseline measured in the same run, never absolute verdicts.
 function(vell_add_bench name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;DEPENDS" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS})
-    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bench)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/benchmarks)
     vell_apply_defaults(${name})
     if(ARG_DEPENDS)
         add_dependencies(${name} ${ARG_DEPENDS})
     endif()
 endfunction()
 
-# vell_add_fuzzer(name SOURCES ... LIBS ...): a libFuzzer target in <build>/fuzz, built by the
+# vell_add_fuzzer(name SOURCES ... LIBS ...): a libFuzzer target in <build>/fuzzers, built by the
 # fuzz preset (clang) and run for a minute each by `make fuzz`.
 function(vell_add_fuzzer name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
@@ -139,5 +139,5 @@ function(vell_add_fuzzer name)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS})
     target_compile_options(${name} PRIVATE -fsanitize=fuzzer,address,undefined)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer,address,undefined)
-    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzzers)
 endfunction()

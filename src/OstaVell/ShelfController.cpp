@@ -13,6 +13,7 @@
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
+#include <QQuickWindow>
 #include <QScreen>
 
 namespace vell {
@@ -197,6 +198,17 @@ void ShelfController::reconcile() {
 
 DisplayShelfController* ShelfController::makePanel(QScreen* screen) {
     auto* panel = new DisplayShelfController(screen, m_settings, this);
+    // Start-up is measured to the first frame a panel puts on screen.
+    static bool firstFrameReported = false;
+    if (!firstFrameReported) {
+        connect(
+            panel->panel(), &QQuickWindow::frameSwapped, this,
+            [] {
+                if (!std::exchange(firstFrameReported, true))
+                    qCDebug(lcShelf) << "first frame";
+            },
+            Qt::SingleShotConnection);
+    }
     connect(panel, &DisplayShelfController::isExpandedChanged, this, &ShelfController::anyExpandedChanged);
     connect(panel, &DisplayShelfController::openHereRequested, this, [this] { openAtPointer({}, true); });
     connect(panel, &DisplayShelfController::quitRequested, this, [this] {

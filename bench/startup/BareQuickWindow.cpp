@@ -1,0 +1,27 @@
+// The baseline of the start-up bench: the smallest Qt Quick program with a window the size
+// of a closed panel, loaded through a QML engine as the app's panels are.
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQuickWindow>
+
+#include <cstdio>
+
+int main(int argc, char* argv[]) {
+    QQuickWindow::setDefaultAlphaBuffer(true);
+    QGuiApplication app(argc, argv);
+    QQmlApplicationEngine engine;
+    engine.loadData("import QtQuick\n"
+                    "Window { width: 336; height: 28; visible: true; color: 'transparent'\n"
+                    "  Rectangle { anchors.fill: parent; radius: 14; color: 'black' } }\n");
+    auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().value(0));
+    if (!window)
+        return 1;
+    QObject::connect(
+        window, &QQuickWindow::frameSwapped, window,
+        [] {
+            std::fputs("first frame\n", stderr);
+            std::fflush(stderr);
+        },
+        Qt::SingleShotConnection);
+    return app.exec();
+}
