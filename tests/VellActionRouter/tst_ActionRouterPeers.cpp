@@ -70,7 +70,8 @@ private slots:
         QTest::addRow("1 second after the first opens a new window") << full + QList<double>{1.0} << 0;
         // Refused messages neither count nor stretch the window: at 1.0 it restarts anyway.
         QTest::addRow("refusals do not prolong the window") << full + QList<double>{0.5, 0.9, 1.0} << 2;
-        QTest::addRow("fixed, not sliding") << QList<double>{0.0} + QList<double>(63, 0.9) + QList<double>{1.0, 1.5} << 0;
+        QTest::addRow("fixed, not sliding")
+            << QList<double>{0.0} + QList<double>(63, 0.9) + QList<double>{1.0, 1.5} << 0;
     }
 
     void rateWindow() {
