@@ -11,6 +11,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
+#include <time.h>
 #include <unistd.h>
 
 extern char** environ;
@@ -83,6 +84,10 @@ int main() {
         writeAll(STDOUT_FILENO, validAnswer);
         for (;;)
             pause();
+    } else if (mode == "slow-valid") {
+        const timespec second{1, 0};
+        nanosleep(&second, nullptr);
+        writeAll(STDOUT_FILENO, validAnswer);
     } else if (mode == "hang-silently") {
         for (;;)
             pause();
