@@ -1,5 +1,6 @@
 #include "tools/vellctl/CommandGroup.h"
 #include "tools/vellctl/ModuleCommands.h"
+#include "tools/vellctl/RouterCommands.h"
 
 #include <QCoreApplication>
 #include <QTextStream>
@@ -13,6 +14,7 @@ namespace {
 // One row per command group; a new group is one more row.
 const std::array groups{
     CommandGroup{"module", &ModuleCommands::run, &ModuleCommands::usage},
+    CommandGroup{"router", &RouterCommands::run, &RouterCommands::usage},
 };
 
 void printUsage(QTextStream& stream, const QStringList& lines) {
