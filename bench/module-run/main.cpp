@@ -1,0 +1,110 @@
+// Press to saved state for Hello Vell through the real store and runner, beside a bare spawn
+// of /bin/true measured in the same run. A press should feel instant; the ratio of the two
+// medians says how far from a bare process start it is.
+
+#include "OstaVell/Modules/ModuleStore.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTemporaryDir>
+#include <QTextStream>
+
+#include <algorithm>
+#include <chrono>
+#include <spawn.h>
+#include <sys/wait.h>
+
+using namespace vell;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr int runs = 60;
+
+double milliseconds(Clock::duration duration) {
+    return std::chrono::duration<double, std::milli>(duration).count();
+}
+
+struct Figures {
+    double median;
+    double p95;
+};
+
+Figures figures(std::vector<double> samples) {
+    std::sort(samples.begin(), samples.end());
+    const auto at = [&](double fraction) {
+        return samples.at(
+            std::min(samples.size() - 1, static_cast<size_t>(fraction * (samples.size() - 1) + 0.5)));
+    };
+    return {at(0.5), at(0.95)};
+}
+
+bool waitIdle(ModuleStore& store) {
+    QEventLoop loop;
+    QObject::connect(&store, &ModuleStore::runningChanged, &loop, [&] {
+        if (store.running().isEmpty())
+            loop.quit();
+    });
+    if (!store.running().isEmpty())
+        loop.exec();
+    return store.errors().isEmpty();
+}
+
+double spawnTrue() {
+    char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
+    char* const environment[] = {const_cast<char*>("PATH=/usr/bin:/bin"), nullptr};
+    const Clock::time_point start = Clock::now();
+    pid_t child = 0;
+    if (posix_spawn(&child, "/bin/true", nullptr, nullptr, arguments, environment) != 0)
+        return -1;
+    int status = 0;
+    waitpid(child, &status, 0);
+    return milliseconds(Clock::now() - start);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    QTextStream out(stdout);
+    QTemporaryDir dir;
+    ModuleStore store(dir.filePath(QStringLiteral("OstaVell/modules-v1.json")),
+                      ModuleExecution::defaultRunnerPath());
+    const ModulePackage hello = ModuleStore::example(QStringLiteral("HelloVell"));
+    store.install(hello);
+    if (!waitIdle(store)) {
+        out << "install failed: " << store.errors().value(hello.id) << '\n';
+        return 1;
+    }
+
+    std::vector<double> presses;
+    std::vector<double> spawns;
+    for (int i = 0; i < runs; ++i) {
+        // Interleaved, so that both see the same load of a shared machine.
+        spawns.push_back(spawnTrue());
+        const Clock::time_point start = Clock::now();
+        store.press(hello.id, QStringLiteral("greet"));
+        if (!waitIdle(store)) {
+            out << "press failed: " << store.errors().value(hello.id) << '\n';
+            return 1;
+        }
+        presses.push_back(milliseconds(Clock::now() - start));
+    }
+    if (store.module(hello.id)->state.value(QStringLiteral("count")) != QString::number(runs)) {
+        out << "the presses did not all reach the saved state\n";
+        return 1;
+    }
+
+    const Figures press = figures(presses);
+    const Figures spawn = figures(spawns);
+    out << QStringLiteral("press to saved state (Hello Vell): median %1 ms, p95 %2 ms over %3 runs\n")
+               .arg(press.median, 0, 'f', 2)
+               .arg(press.p95, 0, 'f', 2)
+               .arg(runs);
+    out << QStringLiteral("spawn /bin/true: median %1 ms, p95 %2 ms over %3 runs\n")
+               .arg(spawn.median, 0, 'f', 2)
+               .arg(spawn.p95, 0, 'f', 2)
+               .arg(runs);
+    out << QStringLiteral("ratio: %1\n").arg(press.median / spawn.median, 0, 'f', 1);
+    return 0;
+}
