@@ -21,6 +21,9 @@ class PluginValue final {
 public:
     enum class Kind { string, number, boolean };
 
+    // The empty text, so that containers can default-construct a value.
+    PluginValue() = default;
+
     static PluginValue string(QString text) { return PluginValue(std::move(text)); }
     static PluginValue number(double number) { return PluginValue(number); }
     static PluginValue boolean(bool truth) { return PluginValue(truth); }
