@@ -77,6 +77,11 @@ ModulePackage ModuleStore::example(const QString& name) {
     return readPackage(path);
 }
 
+QVariantList ModuleStore::examples() {
+    return {QVariantMap{{QStringLiteral("name"), QStringLiteral("HelloVell")},
+                        {QStringLiteral("label"), QStringLiteral("Hello Vell")}}};
+}
+
 void ModuleStore::load() {
     QFile file(m_filePath);
     if (!file.exists())

@@ -51,6 +51,8 @@ class ModuleStore final : public QObject {
     // The package under review (see review()), as a map like a module's plus "access" and
     // "publisher", the two sentences of the review screen; empty when none.
     Q_PROPERTY(QVariantMap reviewed READ reviewed NOTIFY reviewedChanged)
+    // The examples offered in the settings: maps of "name" (for reviewExample) and "label".
+    Q_PROPERTY(QVariantList examples READ examples CONSTANT)
 
 public:
     static constexpr int maximumModules = 20;
@@ -116,6 +118,7 @@ public:
     Q_INVOKABLE QString installReviewed();
     Q_INVOKABLE void cancelReview();
     QVariantMap reviewed() const;
+    static QVariantList examples();
 
 signals:
     void modulesChanged();

@@ -107,11 +107,21 @@ void tst_ModuleStore::init() {
 }
 
 void tst_ModuleStore::helloVellEndToEnd() {
-    const ModulePackage hello = ModuleStore::example(QStringLiteral("HelloVell"));
+    const QVariantMap offered = ModuleStore::examples().value(0).toMap();
+    QCOMPARE(offered.value(QStringLiteral("label")).toString(), QStringLiteral("Hello Vell"));
+    const QString exampleName = offered.value(QStringLiteral("name")).toString();
+    const ModulePackage hello = ModuleStore::example(exampleName);
     QCOMPARE(hello.name, QStringLiteral("Hello Vell"));
+    try {
+        ModuleStore::example(QStringLiteral("Missing"));
+        QFAIL("a missing example was found");
+    } catch (const ModuleProblem& problem) {
+        QCOMPARE(problem.message(),
+                 QStringLiteral("Example package is missing. Install the packaged OstaVell app."));
+    }
     {
         ModuleStore store(filePath(), realRunner());
-        QVERIFY(store.reviewExample(QStringLiteral("HelloVell")).isEmpty());
+        QVERIFY(store.reviewExample(exampleName).isEmpty());
         QCOMPARE(store.reviewed().value(QStringLiteral("access")).toString(),
                  QStringLiteral(
                      "Access: its own local state and settings only. No network, printer, files, accounts "
