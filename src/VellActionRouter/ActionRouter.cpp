@@ -64,15 +64,26 @@ void ActionRouter::receive(const PluginBusMessage& message, const QString& from,
     };
     if (!m_peers.contains(from))
         return;
+    // The one catch boundary of the router: whatever fails, of whatever kind, goes back to the
+    // sender as a failure and nowhere else.
+    QString error;
     try {
         checkRate(from, now);
         const auto index = static_cast<std::size_t>(message.operation);
         const Handler handler = index < handlers.size() ? handlers[index] : &ActionRouter::refuseReserved;
         (this->*handler)(message, from, now);
+        return;
     } catch (const ModuleProblem& problem) {
-        sendFailure(from, message.requestID, problem.message());
-    } catch (const std::exception& error) {
-        sendFailure(from, message.requestID, QString::fromUtf8(error.what()));
+        error = problem.message();
+    } catch (const std::exception& failure) {
+        error = QString::fromUtf8(failure.what());
+    } catch (...) {
+        error = QStringLiteral("The message could not be handled.");
+    }
+    try {
+        sendFailure(from, message.requestID, error);
+    } catch (...) {
+        // A peer whose transport fails on delivery simply does not learn of the failure.
     }
 }
 

@@ -224,6 +224,11 @@ private slots:
         QCOMPARE(h.run(byProvider)->update.message,
                  "Connection ended. Outcome may be unknown; nothing was retried.");
         QCOMPARE(problemOf([&] { h.router.approve(byProvider, 1); }), "Review expired.");
+        setUp(h);
+        const QUuid byDefinition = h.invoke(caller, change, 2);
+        h.registerPeer(provider, {action("change", Effect::localChange, 31)});
+        QCOMPARE(h.run(byDefinition)->update.message, "Provider actions changed; request was not replayed.");
+        QCOMPARE(problemOf([&] { h.router.approve(byDefinition, 3); }), "Review expired.");
         QVERIFY(h.to(provider, Operation::cancel).isEmpty());
     }
 

@@ -269,18 +269,6 @@ private slots:
         QCOMPARE(problemOf([&] { update.validate(); }), message);
     }
 
-    void phases() {
-        const QList<PluginRunPhase> terminal{PluginRunPhase::succeeded, PluginRunPhase::failed,
-                                             PluginRunPhase::cancelled, PluginRunPhase::interrupted};
-        for (int i = 0; i <= int(PluginRunPhase::interrupted); ++i) {
-            const auto phase = PluginRunPhase(i);
-            QCOMPARE(isTerminal(phase), terminal.contains(phase));
-            QCOMPARE(pluginRunPhaseFromName(pluginRunPhaseName(phase)), phase);
-        }
-        QCOMPARE(pluginRunPhaseName(PluginRunPhase::waitingReview), "waitingReview");
-        QVERIFY(!pluginRunPhaseFromName(u"Running"));
-    }
-
     void updateAlwaysWritesValues() {
         PluginRunUpdate update;
         update.phase = PluginRunPhase::failed;

@@ -173,16 +173,6 @@ private slots:
         QCOMPARE(accumulator.entries.size(), accepted ? count : 1);
     }
 
-    void resetForgetsEverything() {
-        PluginCatalogAccumulator accumulator;
-        accumulator.receive(piece(first, {{actionEntry("cafe.osta", "a")}}, true));
-        accumulator.receive(piece(second, {{actionEntry("cafe.osta", "a")}}));
-        accumulator.reset();
-        QVERIFY(accumulator.entries.isEmpty());
-        QVERIFY(accumulator.pending.isEmpty());
-        QVERIFY(!accumulator.generation);
-    }
-
     void canonicalEncodingIsFixed() {
         PluginCatalogEntry entry = actionEntry("cafe.osta", "toggle");
         entry.action->title = "Tür \"auf\"\n";
@@ -195,7 +185,8 @@ private slots:
             "{\"action\":{\"cancellable\":false,\"completionTimeoutSeconds\":60.5,\"effect\":\"localChange\","
             "\"id\":\"toggle\",\"input\":{\"fields\":[{\"kind\":\"number\",\"maximum\":1,\"minimum\":0,"
             "\"name\":\"level\",\"required\":true}]},\"output\":{\"fields\":[]},\"timeoutSeconds\":10,"
-            "\"title\":\"T\xc3\xbcr \\\"auf\\\"\\n\"},\"address\":{\"name\":\"toggle\",\"plugin\":\"cafe.osta\"}}";
+            "\"title\":\"T\xc3\xbcr "
+            "\\\"auf\\\"\\n\"},\"address\":{\"name\":\"toggle\",\"plugin\":\"cafe.osta\"}}";
         QCOMPARE(*entry.definitionData(), expected);
         const QByteArray channelExpected =
             "{\"address\":{\"name\":\"c\",\"plugin\":\"cafe.osta\"},\"channel\":{\"id\":\"c\","
