@@ -94,6 +94,7 @@ private slots:
     void failedRunKeepsStateAndShowsTheMessage();
     void killAllEndsEveryRun();
     void visibilityAndCompactActivityAreSaved();
+    void reviewScreen();
 
 private:
     QString filePath() const { return m_dir->filePath(QStringLiteral("OstaVell/modules-v1.json")); }
@@ -493,6 +494,46 @@ void tst_ModuleStore::visibilityAndCompactActivityAreSaved() {
     QVERIFY(reopened.visible(QStringLiteral("HDMI-1")).isEmpty());
     reopened.setVisible(module.id, QStringLiteral("HDMI-1"), true);
     QCOMPARE(reopened.visible(QStringLiteral("HDMI-1")).size(), 1);
+}
+
+void tst_ModuleStore::reviewScreen() {
+    ModuleStore store(filePath(), QString());
+    QSignalSpy reviewedChanges(&store, &ModuleStore::reviewedChanged);
+
+    const QString oversized = m_dir->filePath(QStringLiteral("big.ostavellmodule"));
+    write(oversized, QByteArray(ModulePackage::maximumBytes + 1, ' '));
+    QCOMPARE(store.review(QUrl::fromLocalFile(oversized)),
+             QStringLiteral("Module exceeds the 256 KB package limit."));
+    QVERIFY(!store.review(QUrl::fromLocalFile(m_dir->filePath(QStringLiteral("absent")))).isEmpty());
+    QVERIFY(store.reviewed().isEmpty());
+    QCOMPARE(store.installReviewed(), QString());
+    QVERIFY(store.modules().isEmpty());
+
+    const ModulePackage feed =
+        feedPackage(QStringLiteral("cafe.osta.feed"), QStringLiteral("function run() {}"));
+    const QString feedFile = m_dir->filePath(QStringLiteral("feed.ostavellmodule"));
+    write(feedFile, feed.encoded());
+    QCOMPARE(store.review(QUrl::fromLocalFile(feedFile)), QString());
+    QCOMPARE(reviewedChanges.count(), 1);
+    QCOMPARE(store.reviewed().value(QStringLiteral("publisher")).toString(),
+             QStringLiteral("Publisher identity is not verified in this preview."));
+    QCOMPARE(store.reviewed().value(QStringLiteral("access")).toString(),
+             QStringLiteral(
+                 "Access: local state and an optional read-only device feed. You choose and connect the "
+                 "device separately. No printer commands, files, or accounts."));
+    QVERIFY(store.reviewed().value(QStringLiteral("legacy")).toBool());
+    QCOMPARE(store.installReviewed(), QString());
+    QCOMPARE(store.modules().size(), 1);
+
+    // A failed install leaves the package on the review screen with the reason.
+    QCOMPARE(store.review(QUrl::fromLocalFile(feedFile)), QString());
+    QCOMPARE(store.installReviewed(),
+             QStringLiteral(
+                 "This module is already installed. Remove it before installing a different version; updates "
+                 "arrive in the creator beta."));
+    QVERIFY(!store.reviewed().isEmpty());
+    store.cancelReview();
+    QVERIFY(store.reviewed().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(tst_ModuleStore)
