@@ -1,6 +1,7 @@
 #include "OstaVell/AppDelegate.h"
 
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Modules/ModuleStore.h"
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/Logging.h"
@@ -56,8 +57,10 @@ void AppDelegate::applicationWillTerminate() {
     if (!m_launched || m_terminated)
         return;
     m_terminated = true;
-    // Shutdown order, waiting for nothing: the automation run and plugins come first and
-    // module runners next once they exist; then unsaved notes, then the panels.
+    // Shutdown order, waiting for nothing: the automation run and plugins come first once
+    // they exist; then module runners, unsaved notes and the panels.
+    qCInfo(lcApp) << "shutdown: killing module runners";
+    ModuleStore::instance()->killAll();
     if (NotesStore::instance()->dirty()) {
         qCInfo(lcApp) << "shutdown: saving notes";
         NotesStore::instance()->saveNow();

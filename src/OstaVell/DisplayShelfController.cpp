@@ -1,5 +1,6 @@
 #include "OstaVell/DisplayShelfController.h"
 
+#include "OstaVell/Modules/ModuleStore.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/ColorHex.h"
@@ -98,8 +99,8 @@ QString DisplayShelfController::initialTab(const QString& savedRaw, bool hasWork
 }
 
 bool DisplayShelfController::hasWorkspace() const {
-    // A display has a workspace once a module or plugin is visible on it; neither exists yet.
-    return false;
+    // Native plugins join this test once they can be installed.
+    return !ModuleStore::instance()->visible(m_appearanceID).isEmpty();
 }
 
 void DisplayShelfController::setScreen(QScreen* screen) {

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "OstaVell/Modules/ModuleStore.h"
 #include "OstaVell/Support/SettingsStore.h"
 
 #include <QtQml/qqmlregistration.h>
 
 namespace vell {
 
-// The settings store lives in a library without QML; the views reach its shared instance
-// through this declaration.
+// The stores live in libraries without QML; the views reach their shared instances through
+// these declarations.
 struct SettingsStoreForeign {
     Q_GADGET
     QML_FOREIGN(vell::SettingsStore)
@@ -17,6 +18,19 @@ struct SettingsStoreForeign {
 public:
     static SettingsStore* create(QQmlEngine* engine, QJSEngine* scriptEngine) {
         return SettingsStore::create(engine, scriptEngine);
+    }
+};
+
+struct ModuleStoreForeign {
+    Q_GADGET
+    QML_FOREIGN(vell::ModuleStore)
+    QML_NAMED_ELEMENT(ModuleStore)
+    QML_SINGLETON
+
+public:
+    static ModuleStore* create(QQmlEngine* engine, QJSEngine* scriptEngine)
+    {
+        return ModuleStore::create(engine, scriptEngine);
     }
 };
 

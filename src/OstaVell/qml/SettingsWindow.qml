@@ -15,6 +15,8 @@ ApplicationWindow {
     Material.theme: Material.Dark
     Material.accent: SettingsStore.accentHex
     color: "#1c1c20"
+    // The style shouts button labels; ours are shown as they are written.
+    font.capitalization: Font.MixedCase
 
     menuBar: MenuBar {
         Menu {
@@ -35,7 +37,7 @@ ApplicationWindow {
             id: panes
             Layout.preferredWidth: 150
             Layout.fillHeight: true
-            model: ["General", "Appearance"]
+            model: ["General", "Appearance", "Modules"]
             currentIndex: 0
             delegate: ItemDelegate {
                 required property string modelData
@@ -55,6 +57,7 @@ ApplicationWindow {
             currentIndex: panes.currentIndex
             GeneralPane { shelf: window.shelf }
             AppearancePane { shelf: window.shelf }
+            ModulesPane {}
         }
     }
 }
