@@ -12,7 +12,12 @@ private slots:
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("errors");
         const QString data = qEnvironmentVariable("VELL_TEST_DATA");
-        const QString usage = QStringLiteral("usage: vellctl module validate FILE\n");
+        // A usage error in a group lists that group's commands; without a group, every group's.
+        const QString usage = QStringLiteral(
+            "usage: vellctl module validate FILE\n"
+            "usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
+            "[--event-feed ID --event-json TEXT]\n");
+        const QString everyUsage = usage + QStringLiteral("usage: vellctl router replay SCRIPT [--directory DIR]\n");
         const auto validate = [](const QString& file) {
             return QStringList{QStringLiteral("module"), QStringLiteral("validate"), file};
         };
@@ -33,9 +38,9 @@ private slots:
         QTest::addRow("unreadable file")
             << validate(data + QStringLiteral("/absent.ostavellmodule")) << 1 << QString()
             << QStringLiteral("vellctl: %1/absent.ostavellmodule: No such file or directory\n").arg(data);
-        QTest::addRow("no arguments") << QStringList() << 2 << QString() << usage;
+        QTest::addRow("no arguments") << QStringList() << 2 << QString() << everyUsage;
         QTest::addRow("unknown group")
-            << QStringList{QStringLiteral("frobnicate")} << 2 << QString() << usage;
+            << QStringList{QStringLiteral("frobnicate")} << 2 << QString() << everyUsage;
         QTest::addRow("unknown subcommand")
             << QStringList{QStringLiteral("module"), QStringLiteral("check")} << 2 << QString() << usage;
         QTest::addRow("missing file argument")
