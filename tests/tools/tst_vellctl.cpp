@@ -1,4 +1,5 @@
 #include <QProcess>
+#include <QDir>
 #include <QTest>
 
 // Runs the built vellctl as an author would and checks what it prints and how it exits.
@@ -24,10 +25,13 @@ private slots:
 
         QTest::addRow("valid package") << validate(data + QStringLiteral("/valid.ostavellmodule")) << 0
                                        << QStringLiteral("OK\n") << QString();
-        QTest::addRow("shipped example")
-            << validate(qEnvironmentVariable("VELL_SOURCE_DIR") +
-                        QStringLiteral("/examples/modules/hello-vell.ostavellmodule"))
-            << 0 << QStringLiteral("OK\n") << QString();
+        // Every example that ships must stay valid.
+        const QDir examples(qEnvironmentVariable("VELL_SOURCE_DIR") + QStringLiteral("/examples/modules"));
+        const QStringList packages = examples.entryList({QStringLiteral("*.ostavellmodule")}, QDir::Files);
+        QVERIFY(packages.size() >= 3);
+        for (const QString& package : packages)
+            QTest::addRow("example %s", qPrintable(package))
+                << validate(examples.filePath(package)) << 0 << QStringLiteral("OK\n") << QString();
         QTest::addRow("validation failure")
             << validate(data + QStringLiteral("/undeclared-action.ostavellmodule")) << 1
             << QStringLiteral("A button refers to an undeclared action.\n") << QString();
