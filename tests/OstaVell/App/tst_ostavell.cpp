@@ -30,6 +30,8 @@ private:
     static QString run(const QString& program, const QStringList& arguments, int* exitCode = nullptr);
     // Visible panels by display name ("OstaVell — left") with their geometry.
     static QMap<QString, QRect> panels();
+    // The window manager's view of a panel: its window type and state atoms.
+    static QString windowProperties(const QString& name);
     static QRect closedFrame(const QRect& screen);
     static QRect openStageFrame(const QRect& screen);
     static QString app();
@@ -67,6 +69,16 @@ QMap<QString, QRect> TestOstaVell::panels() {
     return result;
 }
 
+QString TestOstaVell::windowProperties(const QString& name) {
+    const QString tree = run(QStringLiteral("xwininfo"), {"-root", "-tree"});
+    const auto match =
+        QRegularExpression(QStringLiteral("(0x[0-9a-f]+) \"%1\"").arg(QRegularExpression::escape(name)))
+            .match(tree);
+    if (!match.hasMatch())
+        return {};
+    return run(QStringLiteral("xprop"), {"-id", match.captured(1), "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE"});
+}
+
 QRect TestOstaVell::closedFrame(const QRect& screen) {
     return ShelfGeometry::layout(QRectF(screen), 0, 196, false, 0, 0, 70).frame.toAlignedRect();
 }
@@ -98,6 +110,10 @@ void TestOstaVell::closedPanelStandsAtTheTopCentre() {
     const QRect screen(0, 0, 1920, 1080);
     QCOMPARE(panels().value(QStringLiteral("OstaVell — screen")), closedFrame(screen));
     QCOMPARE(closedFrame(screen), QRect(792, 0, 336, 28));
+    // A dock window that floats above the others while closed.
+    const QString properties = windowProperties(QStringLiteral("OstaVell — screen"));
+    QVERIFY2(properties.contains(QStringLiteral("_NET_WM_WINDOW_TYPE_DOCK")), qPrintable(properties));
+    QVERIFY2(properties.contains(QStringLiteral("_NET_WM_STATE_ABOVE")), qPrintable(properties));
 }
 
 void TestOstaVell::addingAndRemovingAScreenAddsAndRemovesAPanel() {
@@ -122,12 +138,15 @@ void TestOstaVell::hoverOpensAndLeavingCloses() {
     const QString name = QStringLiteral("OstaVell — screen");
     run(QStringLiteral("xdotool"), {"mousemove", "960", "10"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    // Open, it sits at the normal level; only the closed notch floats.
+    QTRY_VERIFY(!windowProperties(name).contains(QStringLiteral("_NET_WM_STATE_ABOVE")));
     // Moving inside the open panel keeps it open; leaving closes it after the close wait.
     run(QStringLiteral("xdotool"), {"mousemove", "700", "300"});
     QTest::qWait(1000);
     QCOMPARE(panels().value(name), openStageFrame(screen));
     run(QStringLiteral("xdotool"), {"mousemove", "960", "1000"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
+    QTRY_VERIFY(windowProperties(name).contains(QStringLiteral("_NET_WM_STATE_ABOVE")));
 }
 
 void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
