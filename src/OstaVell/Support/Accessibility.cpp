@@ -79,24 +79,22 @@ void Accessibility::startWatchingDesktop() {
 void Accessibility::onPortalReply(QDBusPendingCallWatcher* watcher) {
     watcher->deleteLater();
     QDBusPendingReply<QDBusVariant> reply = *watcher;
-    if (reply.isError())
-        return;
-    const bool reduces = !unwrap(reply.value().variant()).toBool();
-    if (reduces != m_desktopReducesMotion) {
-        m_desktopReducesMotion = reduces;
-        emit changed();
-    }
+    if (!reply.isError())
+        setDesktopAnimations(unwrap(reply.value().variant()).toBool());
 }
 
 void Accessibility::onPortalSettingChanged(const QString& group, const QString& key,
                                            const QDBusVariant& value) {
-    if (group != kInterfaceGroup || key != kAnimationsKey)
+    if (group == kInterfaceGroup && key == kAnimationsKey)
+        setDesktopAnimations(unwrap(value.variant()).toBool());
+}
+
+void Accessibility::setDesktopAnimations(bool enabled)
+{
+    if (m_desktopReducesMotion == !enabled)
         return;
-    const bool reduces = !unwrap(value.variant()).toBool();
-    if (reduces != m_desktopReducesMotion) {
-        m_desktopReducesMotion = reduces;
-        emit changed();
-    }
+    m_desktopReducesMotion = !enabled;
+    emit changed();
 }
 
 } // namespace vell

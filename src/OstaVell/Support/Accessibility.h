@@ -43,6 +43,7 @@ private slots:
 
 private:
     void onPortalReply(QDBusPendingCallWatcher* watcher);
+    void setDesktopAnimations(bool enabled);
 
     UserDefaults* m_defaults;
     bool m_desktopReducesMotion = false;
