@@ -44,20 +44,13 @@ void tst_Geometry::notchForScreen_data() {
     QTest::addRow("notched, width between the auxiliary areas")
         << laptop << laptopVisible << 32.0 << OptionalRect(QRectF(0, 0, 660, 32))
         << OptionalRect(QRectF(852, 0, 660, 32)) << 192.0 << 32.0 << true;
-    QTest::addRow("notched, left area missing")
+    QTest::addRow("notched, one auxiliary area missing")
         << laptop << laptopVisible << 32.0 << OptionalRect() << OptionalRect(QRectF(852, 0, 660, 32)) << 200.0
-        << 32.0 << true;
-    QTest::addRow("notched, right area missing")
-        << laptop << laptopVisible << 32.0 << OptionalRect(QRectF(0, 0, 660, 32)) << OptionalRect() << 200.0
         << 32.0 << true;
 
     const QRectF external(0, 0, 2560, 1440);
-    QTest::addRow("hidden top bar") << external << external << 0.0 << OptionalRect() << OptionalRect()
-                                    << 196.0 << 24.0 << false;
     QTest::addRow("short top bar rises to 24") << external << QRectF(0, 10, 2560, 1430) << 0.0
                                                << OptionalRect() << OptionalRect() << 196.0 << 24.0 << false;
-    QTest::addRow("top bar height followed") << external << QRectF(0, 30, 2560, 1410) << 0.0 << OptionalRect()
-                                             << OptionalRect() << 196.0 << 30.0 << false;
     QTest::addRow("38-point bar kept") << external << QRectF(0, 38, 2560, 1402) << 0.0 << OptionalRect()
                                        << OptionalRect() << 196.0 << 38.0 << false;
     QTest::addRow("40-point bar capped at 38") << external << QRectF(0, 40, 2560, 1400) << 0.0
@@ -97,7 +90,6 @@ void tst_Geometry::expandedTopInset_data() {
     QTest::addRow("menu bar wins") << screen << QRectF(0, 30, 1440, 870) << 0.0 << 37.0 << 37.0;
     QTest::addRow("offset screen") << QRectF(-1440, 200, 1440, 900) << QRectF(-1440, 225, 1440, 875) << 0.0
                                    << 0.0 << 25.0;
-    QTest::addRow("nothing reserved") << screen << screen << 0.0 << 0.0 << 0.0;
     QTest::addRow("negatives floor at zero") << screen << QRectF(0, -5, 1440, 905) << -3.0 << -1.0 << 0.0;
     QTest::addRow("never taller than the screen")
         << QRectF(0, 0, 1440, 20) << QRectF(0, 30, 1440, 0) << 0.0 << 0.0 << 20.0;
@@ -147,9 +139,6 @@ void tst_Geometry::layout_data() {
     QTest::addRow("expanded, no visible frame means no reserved space")
         << screen << 0.0 << 196.0 << true << 760.0 << 400.0 << 40.0 << OptionalRect() << 0.0
         << QRectF(340, 0, 760, 400) << 0.0;
-    QTest::addRow("expanded, menu bar height counts")
-        << screen << 0.0 << 196.0 << true << 760.0 << 400.0 << 40.0 << OptionalRect() << 24.0
-        << QRectF(340, 0, 760, 424) << 24.0;
     QTest::addRow("expanded, on a screen to the right")
         << right << 0.0 << 196.0 << true << 1000.0 << 400.0 << 40.0
         << OptionalRect(QRectF(1440, 28, 1920, 1052)) << 0.0 << QRectF(1440 + 460, 0, 1000, 428) << 28.0;
@@ -165,9 +154,6 @@ void tst_Geometry::layout_data() {
     QTest::addRow("narrow screen gives width and height 1")
         << QRectF(0, 0, 20, 20) << 0.0 << 196.0 << false << 760.0 << 400.0 << 40.0 << OptionalRect() << 0.0
         << QRectF(9.5, 0, 1, 1) << 0.0;
-    QTest::addRow("narrow screen, expanded")
-        << QRectF(0, 0, 20, 20) << 0.0 << 196.0 << true << 760.0 << 400.0 << 40.0
-        << OptionalRect(QRectF(0, 10, 20, 10)) << 0.0 << QRectF(9.5, 0, 1, 1) << 1.0;
 }
 
 void tst_Geometry::layout() {
@@ -187,7 +173,6 @@ void tst_Geometry::layout() {
                                                      openHeight, wingWidth, visible, menuBar);
     QCOMPARE(layout.frame, frame);
     QCOMPARE(layout.contentTopInset, contentTopInset);
-    QCOMPARE(layout, (ShelfLayout{frame, contentTopInset}));
     QVERIFY(layout.contentTopInset <= layout.frame.height());
 }
 
@@ -201,8 +186,6 @@ void tst_Geometry::keepsHoverOpen_data() {
     QTest::addRow("inside the expanded frame") << false << QPointF(400, 300) << true;
     QTest::addRow("1 outside the expanded frame, away from the handle")
         << false << QPointF(1101, 300) << false;
-    QTest::addRow("1 below the expanded frame") << false << QPointF(400, 401) << false;
-    QTest::addRow("inside the handle") << false << QPointF(700, 10) << true;
     QTest::addRow("1.5 left of the handle") << false << QPointF(580.5, 10) << true;
     QTest::addRow("2.5 left of the handle") << false << QPointF(579.5, 10) << false;
     QTest::addRow("1.5 right of the handle") << false << QPointF(859.5, 10) << true;
@@ -232,8 +215,6 @@ void tst_Geometry::stageSize_data() {
 
     QTest::addRow("preferred 760 is taken as 900")
         << QSizeF(1920, 1080) << 0.0 << 760.0 << QSizeF(900, 828 / ModuleStageGeometry::ratio + 100);
-    QTest::addRow("preferred width kept when the screen allows")
-        << QSizeF(1920, 1080) << 0.0 << 1200.0 << QSizeF(1200, 1128 / ModuleStageGeometry::ratio + 100);
     QTest::addRow("screen width limits the floor of 900")
         << QSizeF(800, 1080) << 0.0 << 760.0 << QSizeF(776, 704 / ModuleStageGeometry::ratio + 100);
     QTest::addRow("short screen shrinks the stage and the width with it")
@@ -261,7 +242,6 @@ void tst_Geometry::stageAspectIsExact_data() {
     QTest::addColumn<double>("preferredWidth");
 
     QTest::addRow("1920x1080, 760") << QSizeF(1920, 1080) << 0.0 << 760.0;
-    QTest::addRow("1920x1080, 1000") << QSizeF(1920, 1080) << 0.0 << 1000.0;
     QTest::addRow("1512x982 notched, 1100") << QSizeF(1512, 982) << 32.0 << 1100.0;
     QTest::addRow("2560x1440, 1337.5") << QSizeF(2560, 1440) << 0.0 << 1337.5;
     QTest::addRow("3840x2160, 3000") << QSizeF(3840, 2160) << 0.0 << 3000.0;

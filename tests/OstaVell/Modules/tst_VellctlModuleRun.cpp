@@ -16,18 +16,16 @@ private slots:
     void run();
 
 private:
-    QString writePackage(const QString& name, const QString& script,
-                         const QString& version = QStringLiteral("1.0.0"));
+    QString writePackage(const QString& name, const QString& script);
 
     QTemporaryDir m_dir;
 };
 
-QString tst_VellctlModuleRun::writePackage(const QString& name, const QString& script,
-                                           const QString& version) {
+QString tst_VellctlModuleRun::writePackage(const QString& name, const QString& script) {
     ModulePackage package;
     package.id = QStringLiteral("cafe.osta.") + name;
     package.name = name;
-    package.version = version;
+    package.version = QStringLiteral("1.0.0");
     package.author = QStringLiteral("Tests");
     package.permissions = {QStringLiteral("local.mqtt.read")};
     package.feeds = QList<ModuleFeed>{{QStringLiteral("sensor"), QStringLiteral("Sensor")}};
@@ -58,8 +56,6 @@ void tst_VellctlModuleRun::run_data() {
             "r.event.json : 'none' }; }"));
     const QString thrower = writePackage(QStringLiteral("thrower"),
                                          QStringLiteral("function run() { throw new Error('boom'); }"));
-    const QString invalid =
-        writePackage(QStringLiteral("invalid"), QStringLiteral("function run() {}"), QStringLiteral("1.0"));
 
     QTest::addRow("initial state and default settings")
         << QStringList{hello, QStringLiteral("--action"), QStringLiteral("greet")}
@@ -79,17 +75,10 @@ void tst_VellctlModuleRun::run_data() {
     QTest::addRow("undeclared action")
         << QStringList{hello, QStringLiteral("--action"), QStringLiteral("launch")}
         << QStringLiteral("This action is not available.") << 1;
-    QTest::addRow("state that is not text")
-        << QStringList{hello, QStringLiteral("--state"), QStringLiteral(R"({"count":4})")} << QString() << 1;
     QTest::addRow("state that is not JSON")
         << QStringList{hello, QStringLiteral("--state"), QStringLiteral("count=4")}
         << QStringLiteral("--state needs a JSON object of text values.") << 1;
-    QTest::addRow("invalid package") << QStringList{invalid}
-                                     << QStringLiteral("Use a three-part module version, such as 1.0.0.")
-                                     << 1;
     QTest::addRow("script error") << QStringList{thrower} << QStringLiteral("boom") << 1;
-    QTest::addRow("event feed without its body")
-        << QStringList{echo, QStringLiteral("--event-feed"), QStringLiteral("sensor")} << QString() << 2;
 }
 
 void tst_VellctlModuleRun::run() {
@@ -102,8 +91,7 @@ void tst_VellctlModuleRun::run() {
     QVERIFY(vellctl.waitForFinished(60000));
     QCOMPARE(vellctl.exitStatus(), QProcess::NormalExit);
     QCOMPARE(vellctl.exitCode(), status);
-    if (!output.isEmpty())
-        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()).trimmed(), output);
+    QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()).trimmed(), output);
 }
 
 QTEST_GUILESS_MAIN(tst_VellctlModuleRun)

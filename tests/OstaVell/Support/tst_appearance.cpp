@@ -33,7 +33,6 @@ private slots:
     void normalizedChoices();
     void normalizedIsIdempotent();
     void jsonKeepsTheFieldOrder();
-    void jsonRoundTrips();
     void jsonRequiresEveryKey_data();
     void jsonRequiresEveryKey();
     void jsonRefusesNonFiniteNumbers();
@@ -53,12 +52,7 @@ void tst_Appearance::normalizedNumbers_data() {
     QTest::addRow("opacity infinite reads 1, not the top") << "opacity" << -infinity << 1.0;
     QTest::addRow("opacity below 0") << "opacity" << -0.5 << 0.0;
     QTest::addRow("opacity above 1") << "opacity" << 1.5 << 1.0;
-    QTest::addRow("opacity in range") << "opacity" << 0.35 << 0.35;
-    QTest::addRow("startOpacity NaN reads 1") << "startOpacity" << notANumber << 1.0;
     QTest::addRow("endOpacity NaN reads 0") << "endOpacity" << notANumber << 0.0;
-    QTest::addRow("endOpacity infinite reads 0") << "endOpacity" << infinity << 0.0;
-    QTest::addRow("endOpacity above 1") << "endOpacity" << 2.0 << 1.0;
-    QTest::addRow("width 3000 kept") << "width" << 3000.0 << 3000.0;
     QTest::addRow("width below 600") << "width" << 100.0 << 600.0;
     QTest::addRow("width above 3840") << "width" << 5000.0 << 3840.0;
     QTest::addRow("width NaN reads 760") << "width" << notANumber << 760.0;
@@ -91,25 +85,18 @@ void tst_Appearance::normalizedChoices_data() {
     QTest::addColumn<QString>("stored");
     QTest::addColumn<QString>("read");
 
+    const auto row = [](const char* field, const char* stored, const char* read) {
+        QTest::addRow("%s \"%s\"", field, stored) << field << stored << read;
+    };
     for (const char* style : {"black", "solid", "gradient", "artwork"})
-        QTest::addRow("style %s", style) << "backgroundStyle" << style << style;
-    QTest::addRow("style glass") << "backgroundStyle"
-                                 << "glass"
-                                 << "black";
-    QTest::addRow("style wrong case") << "backgroundStyle"
-                                      << "Solid"
-                                      << "black";
-    QTest::addRow("style empty") << "backgroundStyle"
-                                 << ""
-                                 << "black";
+        row("backgroundStyle", style, style);
+    row("backgroundStyle", "glass", "black");
+    row("backgroundStyle", "Solid", "black");
+    row("backgroundStyle", "", "black");
     for (const char* direction : {"vertical", "horizontal", "diagonal"})
-        QTest::addRow("direction %s", direction) << "direction" << direction << direction;
-    QTest::addRow("direction up") << "direction"
-                                  << "up"
-                                  << "vertical";
-    QTest::addRow("hex kept as is") << "startHex"
-                                    << "not a colour"
-                                    << "not a colour";
+        row("direction", direction, direction);
+    row("direction", "up", "vertical");
+    row("startHex", "not a colour", "not a colour");
 }
 
 void tst_Appearance::normalizedChoices() {
@@ -142,20 +129,6 @@ void tst_Appearance::jsonKeepsTheFieldOrder() {
     DisplayAppearance display{QStringLiteral("Studio \"Display\""), VellAppearance()};
     QCOMPARE(display.encodedJson().value_or(QByteArray()),
              R"({"name":"Studio \"Display\"","appearance":)" + defaultJson + '}');
-}
-
-void tst_Appearance::jsonRoundTrips() {
-    VellAppearance appearance;
-    appearance.backgroundStyle = QStringLiteral("gradient");
-    appearance.opacity = 0.5;
-    appearance.fades = true;
-    appearance.endOpacity = 0.25;
-    appearance.direction = QStringLiteral("diagonal");
-    appearance.borderGlow = true;
-    appearance.width = 3000;
-    appearance.height = 333.5;
-    const QByteArray json = appearance.encodedJson().value_or(QByteArray());
-    QCOMPARE(VellAppearance::fromJson(QJsonDocument::fromJson(json).object()), appearance);
 }
 
 void tst_Appearance::jsonRequiresEveryKey_data() {
@@ -193,7 +166,14 @@ void tst_Appearance::jsonRefusesNonFiniteNumbers() {
 
 void tst_Appearance::displayMap() {
     VellAppearance wide;
+    wide.backgroundStyle = QStringLiteral("gradient");
+    wide.opacity = 0.5;
+    wide.fades = true;
+    wide.endOpacity = 0.25;
+    wide.direction = QStringLiteral("diagonal");
+    wide.borderGlow = true;
     wide.width = 3000;
+    wide.height = 333.5;
     const DisplayAppearance::Map map{
         {QStringLiteral("display-2"), {QStringLiteral("HDMI"), wide}},
         {QStringLiteral("5B1E0C2A-0000-5000-8000-000000000001"),
@@ -221,12 +201,9 @@ void tst_Appearance::colorFromHex_data() {
     QTest::addColumn<int>("blue");
 
     QTest::addRow("#C7EB87") << "#C7EB87" << 199 << 235 << 135;
-    QTest::addRow("without #") << "C7EB87" << 199 << 235 << 135;
-    QTest::addRow("lower case") << "#c7eb87" << 199 << 235 << 135;
     QTest::addRow("surrounding junk trimmed") << "  ##C7EB87;\n" << 199 << 235 << 135;
     QTest::addRow("#FFF is 0x000FFF, not white") << "#FFF" << 0 << 15 << 255;
     QTest::addRow("bad string is black") << "#zzzzzz" << 0 << 0 << 0;
-    QTest::addRow("empty is black") << "" << 0 << 0 << 0;
     QTest::addRow("scan stops at a non-hex digit") << "#12G456" << 0 << 0 << 0x12;
     QTest::addRow("0x prefix") << "0x102030" << 0x10 << 0x20 << 0x30;
     QTest::addRow("alpha bits ignored") << "#80C7EB87" << 199 << 235 << 135;
@@ -246,10 +223,8 @@ void tst_Appearance::hexString_data() {
     QTest::addColumn<QColor>("color");
     QTest::addColumn<QString>("hex");
 
-    QTest::addRow("from its own hex") << vell::colorFromHex(QStringLiteral("#C7EB87")) << "#C7EB87";
     QTest::addRow("upper case, padded") << QColor(1, 10, 255) << "#010AFF";
     QTest::addRow("rounded, not truncated") << QColor::fromRgbF(0.5f, 0.999f, 0.001f) << "#80FF00";
-    QTest::addRow("hsv converted to rgb") << QColor::fromHsv(0, 255, 255) << "#FF0000";
     QTest::addRow("invalid is black") << QColor() << "#000000";
 }
 

@@ -1,12 +1,11 @@
 #include "OstaVell/Support/SettingsStore.h"
 #include "OstaVell/Support/UserDefaults.h"
-#include "VellCore/ShelfGeometry.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QMetaProperty>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -24,18 +23,13 @@ private slots:
     void init();
     void cleanup();
 
-    void propertyDefaultsAndKeys_data();
-    void propertyDefaultsAndKeys();
-    void toolKeysDoNotConcernTheStore();
+    void everyPropertyPersistsUnderAKeyOfItsOwn();
+    void keysAndDefaultsThatOlderFilesDependOn();
     void changeFromAnotherProcessIsPublished();
 
-    void sharedAppearanceIsNormalizedOnRead();
-    void setSharedAppearanceWritesThirteenNormalizedKeys();
-
-    void displayFallsBackToShared();
-    void wideDisplayAppearanceIsKeptAndFittedByTheGeometry();
+    void sharedAppearanceIsNormalizedOnReadAndWrite();
+    void wideDisplayAppearanceIsKept();
     void unreadableMapReadsEmptyAndIsNotRewrittenUntilTheNextSet();
-    void useSharedOnAnAbsentIdStillRewrites();
     void appearancePaneOperations();
 
     void launchAtLogin();
@@ -66,77 +60,76 @@ QString tst_SettingsStore::rawValue(const QString& key) const {
     return reader.value(key).toString();
 }
 
-void tst_SettingsStore::propertyDefaultsAndKeys_data() {
-    QTest::addColumn<QByteArray>("property");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QVariant>("fallback");
-    QTest::addColumn<QVariant>("other");
+// Two properties sharing a key, a key missing from the set that announces changes, or a
+// value that doesn't survive a restart all show here, for properties added later too.
+void tst_SettingsStore::everyPropertyPersistsUnderAKeyOfItsOwn() {
+    const QMetaObject* meta = m_store->metaObject();
+    QHash<QByteArray, QVariant> written;
+    for (int i = meta->propertyOffset(); i < meta->propertyCount(); ++i) {
+        const QMetaProperty property = meta->property(i);
+        if (qstrcmp(property.name(), "launchAtLogin") == 0)
+            continue;
+        const QVariant before = property.read(m_store.get());
+        QVariant other;
+        switch (before.typeId()) {
+        case QMetaType::Bool:
+            other = !before.toBool();
+            break;
+        case QMetaType::Double:
+            other = before.toDouble() + 1.5;
+            break;
+        case QMetaType::QString:
+            other = before.toString() + QStringLiteral(",x");
+            break;
+        case QMetaType::QByteArray:
+            other = QByteArray("{}");
+            break;
+        default:
+            QFAIL(property.name());
+        }
 
-    auto row = [](const char* property, const char* key, const QVariant& fallback, const QVariant& other) {
-        QTest::addRow("%s", property)
-            << QByteArray(property) << QString::fromLatin1(key) << fallback << other;
-    };
-    row("modulePickerSide", "modules.pickerSide", QStringLiteral("left"), QStringLiteral("right"));
-    row("openOnHover", "openOnHover", true, false);
-    row("hoverDelay", "hoverDelay", 0.1, 0.25);
-    row("showOnAllDisplays", "showOnAllDisplays", true, false);
-    row("fakeNotchOnExternalDisplays", "fakeNotchOnExternalDisplays", true, false);
-    row("hapticFeedback", "hapticFeedback", true, false);
-    row("notchExtraWidth", "notchExtraWidth", 0.0, 12.5);
-    row("openCornerRadius", "openCornerRadius", 24.0, 30.0);
-    row("showBorderGlow", "showBorderGlow", false, true);
-    row("backgroundStyle", "appearance.backgroundStyle", QStringLiteral("black"), QStringLiteral("gradient"));
-    row("gradientStartHex", "appearance.gradientStartHex", QStringLiteral("#101018"),
-        QStringLiteral("#FF0000"));
-    row("gradientEndHex", "appearance.gradientEndHex", QStringLiteral("#000000"), QStringLiteral("#00FF00"));
-    row("accentHex", "appearance.accentHex", QStringLiteral("#C7EB87"), QStringLiteral("#0000FF"));
-    row("openWidth", "appearance.openWidth", 760.0, 3000.0);
-    row("openHeight", "appearance.openHeight", 400.0, 900.0);
-    row("backgroundOpacity", "appearance.opacity", 1.0, 0.5);
-    row("backgroundFades", "appearance.fades", false, true);
-    row("startOpacity", "appearance.startOpacity", 1.0, 0.75);
-    row("endOpacity", "appearance.endOpacity", 0.0, 0.25);
-    row("gradientDirection", "appearance.direction", QStringLiteral("vertical"), QStringLiteral("diagonal"));
-    row("displayAppearanceData", "appearance.displays.v1", QByteArray(), QByteArray("{}"));
-    row("visibleTabsCSV", "layout.visibleTabs", QStringLiteral("Vell,Tray,Automations,Modules"),
-        QStringLiteral("Vell,Tray"));
-    row("defaultTabRaw", "layout.defaultTab", QStringLiteral("Vell"), QStringLiteral("Tray"));
-    row("homeLayout", "layout.homeLayout", QStringLiteral("mediaCalendar"), QStringLiteral("mediaOnly"));
-    row("mediaLiveActivity", "mediaLiveActivity", true, false);
-    row("timerLiveActivity", "timerLiveActivity", true, false);
-    row("batteryLiveActivity", "batteryLiveActivity", true, false);
-    row("calendarLiveActivity", "calendarLiveActivity", true, false);
-    row("todosLiveActivity", "todosLiveActivity", true, false);
-    row("replaceSystemHUD", "replaceSystemHUD", false, true);
-}
+        const QStringList keysBefore = QSettings(m_defaults->filePath(), QSettings::IniFormat).allKeys();
+        QSignalSpy spy(m_store.get(), &SettingsStore::changed);
+        QVERIFY(property.write(m_store.get(), other));
+        QVERIFY2(spy.count() == 1, property.name());
+        QStringList added = QSettings(m_defaults->filePath(), QSettings::IniFormat).allKeys();
+        for (const QString& key : keysBefore)
+            added.removeOne(key);
+        QVERIFY2(added.size() == 1, property.name());
+        written.insert(property.name(), other);
+    }
 
-void tst_SettingsStore::propertyDefaultsAndKeys() {
-    QFETCH(QByteArray, property);
-    QFETCH(QString, key);
-    QFETCH(QVariant, fallback);
-    QFETCH(QVariant, other);
-
-    QCOMPARE(m_store->property(property), fallback);
-
-    QSignalSpy spy(m_store.get(), &SettingsStore::changed);
-    QVERIFY(m_store->setProperty(property, other));
-    QCOMPARE(spy.count(), 1);
-    QCOMPARE(m_store->property(property), other);
-    QCOMPARE(rawValue(key), other.toString());
-
-    // A restart reads what was written.
     m_store.reset();
     m_defaults = std::make_unique<UserDefaults>(m_dir->filePath(QStringLiteral("OstaVell.conf")));
-    SettingsStore reopened(m_defaults.get());
-    QCOMPARE(reopened.property(property), other);
+    const SettingsStore reopened(m_defaults.get());
+    for (auto entry = written.cbegin(); entry != written.cend(); ++entry)
+        QCOMPARE(reopened.property(entry.key()), entry.value());
 }
 
-void tst_SettingsStore::toolKeysDoNotConcernTheStore() {
-    QSignalSpy spy(m_store.get(), &SettingsStore::changed);
-    m_defaults->setValue(QStringLiteral("notes.sortOrder"), QStringLiteral("alphabetical"));
-    QCOMPARE(spy.count(), 0);
-    m_defaults->setValue(QStringLiteral("openOnHover"), false);
-    QCOMPARE(spy.count(), 1);
+// Keys that files of older versions hold, and the defaults a first start shows.
+void tst_SettingsStore::keysAndDefaultsThatOlderFilesDependOn() {
+    const struct {
+        const char* property;
+        const char* key;
+        QVariant fallback;
+        QVariant stored;
+    } rows[] = {
+        {"modulePickerSide", "modules.pickerSide", QStringLiteral("left"), QStringLiteral("right")},
+        {"openOnHover", "openOnHover", true, false},
+        {"hoverDelay", "hoverDelay", 0.1, 0.25},
+        {"openWidth", "appearance.openWidth", 760.0, 3000.0},
+        {"backgroundOpacity", "appearance.opacity", 1.0, 0.5},
+        {"gradientDirection", "appearance.direction", QStringLiteral("vertical"), QStringLiteral("up")},
+        {"displayAppearanceData", "appearance.displays.v1", QByteArray(), QByteArray("{}")},
+        {"visibleTabsCSV", "layout.visibleTabs", QStringLiteral("Vell,Tray,Automations,Modules"),
+         QStringLiteral("Vell,Tray")},
+        {"defaultTabRaw", "layout.defaultTab", QStringLiteral("Vell"), QStringLiteral("Tray")},
+    };
+    for (const auto& row : rows) {
+        QCOMPARE(m_store->property(row.property), row.fallback);
+        m_defaults->setValue(QString::fromLatin1(row.key), row.stored);
+        QCOMPARE(m_store->property(row.property), row.stored);
+    }
 }
 
 void tst_SettingsStore::changeFromAnotherProcessIsPublished() {
@@ -148,35 +141,20 @@ void tst_SettingsStore::changeFromAnotherProcessIsPublished() {
     QVERIFY(spy.wait());
     QCOMPARE(m_store->openWidth(), 1234.5);
 
-    // The same by a plain atomic replace of the file, which nothing in this process shares.
-    QSaveFile file(m_defaults->filePath());
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("[General]\nappearance.openWidth=987\nlayout.visibleTabs=Vell,Tray\n");
-    QVERIFY(file.commit());
-    QVERIFY(spy.wait());
-    QCOMPARE(m_store->openWidth(), 987.0);
-    QCOMPARE(m_store->visibleTabsCSV(), QStringLiteral("Vell,Tray"));
+    // A key of one tool alone doesn't concern the shell.
+    spy.clear();
+    m_defaults->setValue(QStringLiteral("notes.sortOrder"), QStringLiteral("alphabetical"));
+    QCOMPARE(spy.count(), 0);
 }
 
-void tst_SettingsStore::sharedAppearanceIsNormalizedOnRead() {
+void tst_SettingsStore::sharedAppearanceIsNormalizedOnReadAndWrite() {
     m_defaults->setValue(QStringLiteral("appearance.openHeight"), 900.0);
     m_defaults->setValue(QStringLiteral("appearance.backgroundStyle"), QStringLiteral("glass"));
-    m_defaults->setValue(QStringLiteral("appearance.direction"), QStringLiteral("up"));
-    m_defaults->setValue(QStringLiteral("appearance.endOpacity"), std::numeric_limits<double>::quiet_NaN());
-    m_defaults->setValue(QStringLiteral("openCornerRadius"), 2.0);
-
-    const VellAppearance shared = m_store->sharedAppearance();
-    QCOMPARE(shared.height, 560.0);
-    QCOMPARE(shared.backgroundStyle, QStringLiteral("black"));
-    QCOMPARE(shared.direction, QStringLiteral("vertical"));
-    QCOMPARE(shared.endOpacity, 0.0);
-    QCOMPARE(shared.cornerRadius, 10.0);
+    QCOMPARE(m_store->sharedAppearance().height, 560.0);
+    QCOMPARE(m_store->sharedAppearance().backgroundStyle, QStringLiteral("black"));
     // Reading corrects nothing in the defaults.
-    QCOMPARE(m_store->openHeight(), 900.0);
     QCOMPARE(rawValue(QStringLiteral("appearance.openHeight")), QStringLiteral("900"));
-}
 
-void tst_SettingsStore::setSharedAppearanceWritesThirteenNormalizedKeys() {
     VellAppearance appearance;
     appearance.backgroundStyle = QStringLiteral("solid");
     appearance.startHex = QStringLiteral("#112233");
@@ -191,45 +169,25 @@ void tst_SettingsStore::setSharedAppearanceWritesThirteenNormalizedKeys() {
     appearance.width = 1000;
     appearance.height = 900;
     appearance.cornerRadius = 16;
-
-    QSignalSpy spy(m_store.get(), &SettingsStore::changed);
     m_store->setSharedAppearance(appearance);
-    QCOMPARE(spy.count(), 13);
 
     VellAppearance expected = appearance;
     expected.height = 560;
     QCOMPARE(m_store->sharedAppearance(), expected);
     QCOMPARE(m_store->openHeight(), 560.0);
     QCOMPARE(m_store->gradientStartHex(), QStringLiteral("#112233"));
-    QCOMPARE(m_store->gradientEndHex(), QStringLiteral("#445566"));
-    QCOMPARE(m_store->backgroundOpacity(), 0.5);
-    QVERIFY(m_store->backgroundFades());
-    QVERIFY(m_store->showBorderGlow());
-    QCOMPARE(m_store->gradientDirection(), QStringLiteral("horizontal"));
-    QCOMPARE(m_store->openCornerRadius(), 16.0);
+    QCOMPARE(m_store->startOpacity(), 0.9);
 }
 
-void tst_SettingsStore::displayFallsBackToShared() {
-    m_store->setAccentHex(QStringLiteral("#FF0000"));
-    QCOMPARE(m_store->appearance(QStringLiteral("display-1")).accentHex, QStringLiteral("#FF0000"));
-    QVERIFY(!m_store->hasOwnAppearance(QStringLiteral("display-1")));
-}
-
-void tst_SettingsStore::wideDisplayAppearanceIsKeptAndFittedByTheGeometry() {
+void tst_SettingsStore::wideDisplayAppearanceIsKept() {
+    // The geometry fits a wide panel to its screen; the stored width stays for a wider one.
     VellAppearance wide;
     wide.width = 3000;
     wide.height = 900;
     m_store->setAppearance(QStringLiteral("display-1"), QStringLiteral("HDMI-1"), wide);
-
     const VellAppearance stored = m_store->displayAppearances().value(QStringLiteral("display-1")).appearance;
     QCOMPARE(stored.width, 3000.0);
     QCOMPARE(stored.height, 560.0);
-    const VellAppearance read = m_store->appearance(QStringLiteral("display-1"));
-    QCOMPARE(read.width, 3000.0);
-
-    const ShelfLayout layout = ShelfGeometry::layout(QRectF(0, 0, 1440, 900), 0, 196, true, read.width,
-                                                     read.height, 40, QRectF(0, 30, 1440, 870), 0);
-    QCOMPARE(layout.frame.width(), 1416.0);
     QCOMPARE(m_store->appearance(QStringLiteral("display-1")).width, 3000.0);
 }
 
@@ -252,13 +210,10 @@ void tst_SettingsStore::unreadableMapReadsEmptyAndIsNotRewrittenUntilTheNextSet(
     const DisplayAppearance::Map map = m_store->displayAppearances();
     QCOMPARE(map.keys(), QStringList{QStringLiteral("new")});
     QCOMPARE(map.value(QStringLiteral("new")).appearance.accentHex, QStringLiteral("#123456"));
-}
 
-void tst_SettingsStore::useSharedOnAnAbsentIdStillRewrites() {
+    // Going back to the shared look rewrites the map even for an id it never held.
     m_defaults->setValue(QStringLiteral("appearance.displays.v1"), QStringLiteral("not json"));
-    QSignalSpy spy(m_store.get(), &SettingsStore::changed);
     m_store->useSharedAppearance(QStringLiteral("never-saved"));
-    QCOMPARE(spy.count(), 1);
     QCOMPARE(rawValue(QStringLiteral("appearance.displays.v1")), QStringLiteral("{}"));
 }
 
@@ -266,12 +221,8 @@ void tst_SettingsStore::appearancePaneOperations() {
     const QString display = QStringLiteral("5B1E0C2A-0000-5000-8000-000000000001");
     const QString shared = QStringLiteral("shared");
 
-    m_store->setAppearanceValue(shared, QString(), QStringLiteral("accentHex"), QStringLiteral("#00FF00"));
     m_store->setAppearanceValue(shared, QString(), QStringLiteral("width"), 5000);
-    QCOMPARE(m_store->accentHex(), QStringLiteral("#00FF00"));
     QCOMPARE(m_store->openWidth(), 3840.0);
-    QCOMPARE(m_store->appearanceMap(shared).value(QStringLiteral("accentHex")).toString(),
-             QStringLiteral("#00FF00"));
     QVERIFY(m_store->displayAppearances().isEmpty());
 
     // Turning the shared look off for a display starts it from a copy of the shared one.
@@ -288,15 +239,12 @@ void tst_SettingsStore::appearancePaneOperations() {
                                 QStringLiteral("cornerRadius"), 33);
     const QVariantList saved = m_store->savedDisplays();
     QCOMPARE(saved.size(), 2);
-    QCOMPARE(saved.at(0).toMap().value(QStringLiteral("id")).toString(), display);
     QCOMPARE(saved.at(0).toMap().value(QStringLiteral("name")).toString(), QStringLiteral("Built-in"));
     QCOMPARE(saved.at(1).toMap().value(QStringLiteral("id")).toString(), QStringLiteral("display-7"));
-    QCOMPARE(saved.at(1).toMap().value(QStringLiteral("name")).toString(), QStringLiteral("HDMI-1"));
 
     m_store->setUsesSharedAppearance(display, QStringLiteral("Built-in"), true);
     QVERIFY(!m_store->hasOwnAppearance(display));
     QCOMPARE(m_store->appearanceMap(display), m_store->appearanceMap(shared));
-    QCOMPARE(m_store->savedDisplays().size(), 1);
 }
 
 void tst_SettingsStore::launchAtLogin() {
@@ -305,21 +253,14 @@ void tst_SettingsStore::launchAtLogin() {
     QVERIFY2(!QFile::exists(entry), "the test session's config folder is not a fresh one");
     QVERIFY(!m_store->launchAtLogin());
 
-    QSignalSpy spy(m_store.get(), &SettingsStore::changed);
     m_store->setLaunchAtLogin(true);
-    QCOMPARE(spy.count(), 1);
     QVERIFY(m_store->launchAtLogin());
     QFile file(entry);
     QVERIFY(file.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(file.readAll());
-    QVERIFY(text.startsWith(QStringLiteral("[Desktop Entry]\n")));
-    QVERIFY(text.contains(QStringLiteral("\nExec=") + QCoreApplication::applicationFilePath() + u'\n'));
-    QVERIFY(text.contains(QStringLiteral("\nType=Application\n")));
+    QVERIFY(file.readAll().contains("\nExec=" + QCoreApplication::applicationFilePath().toUtf8() + '\n'));
     file.close();
-
     m_store->setLaunchAtLogin(false);
     QVERIFY(!QFile::exists(entry));
-    QVERIFY(!m_store->launchAtLogin());
 
     // A file where the folder should be: the toggle fails, says so, and the switch reads off.
     QVERIFY(QDir(config + QStringLiteral("/autostart")).removeRecursively());

