@@ -1,6 +1,6 @@
 #include "VellActionRouter/ActionGrant.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 
 namespace vell {
 
@@ -9,7 +9,7 @@ QString ActionGrant::id() const {
 }
 
 ActionGrant ActionGrant::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     ActionGrant grant;
     grant.caller = reader.string(u"caller");
     grant.callerFingerprint = reader.string(u"callerFingerprint");

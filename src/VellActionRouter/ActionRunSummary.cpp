@@ -1,21 +1,18 @@
 #include "VellActionRouter/ActionRunSummary.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/PluginBusMessage.h"
 
 namespace vell {
 
 ActionRunSummary ActionRunSummary::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     ActionRunSummary summary;
     summary.id = reader.uuid(u"id");
     summary.caller = reader.string(u"caller");
     summary.address = reader.record<PluginActionAddress>(u"address");
     summary.title = reader.string(u"title");
-    const std::optional<PluginRunPhase> phase = pluginRunPhaseFromName(reader.string(u"phase"));
-    if (!phase)
-        throw ModuleProblem(QStringLiteral("\"phase\" has an unknown case"));
-    summary.phase = *phase;
+    summary.phase = reader.enumeration(u"phase", pluginRunPhaseFromName);
     summary.date = reader.number(u"date");
     return summary;
 }

@@ -1,7 +1,5 @@
 #include "VellPluginSDK/JsonReader.h"
 
-#include <QJsonArray>
-
 namespace vell {
 
 JsonReader::JsonReader(const QJsonValue& value) {
@@ -17,13 +15,11 @@ QString JsonReader::string(QStringView key) const {
     return value.toString();
 }
 
-std::optional<QString> JsonReader::optionalString(QStringView key) const {
-    const QJsonValue value = optional(key);
-    if (value.isUndefined())
-        return std::nullopt;
-    if (!value.isString())
-        fail(key.toString(), u"must be a string");
-    return value.toString();
+double JsonReader::number(QStringView key) const {
+    const QJsonValue value = required(key);
+    if (!value.isDouble())
+        fail(key.toString(), u"must be a number");
+    return value.toDouble();
 }
 
 qint64 JsonReader::integer(QStringView key) const {
@@ -43,6 +39,21 @@ bool JsonReader::boolean(QStringView key) const {
     return value.toBool();
 }
 
+QUuid JsonReader::uuid(QStringView key) const {
+    const std::optional<QUuid> id = parseUuid(required(key));
+    if (!id)
+        fail(key.toString(), u"must be a UUID");
+    return *id;
+}
+
+QByteArray JsonReader::base64(QStringView key) const {
+    const QByteArray::FromBase64Result decoded = QByteArray::fromBase64Encoding(
+        string(key).toLatin1(), QByteArray::Base64Encoding | QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        fail(key.toString(), u"must be base64");
+    return decoded.decoded;
+}
+
 QStringList JsonReader::strings(QStringView key) const {
     const QJsonArray items = array(required(key), key);
     QStringList result;
@@ -56,17 +67,7 @@ QStringList JsonReader::strings(QStringView key) const {
 }
 
 QMap<QString, QString> JsonReader::stringMap(QStringView key) const {
-    return stringMap(required(key), key);
-}
-
-std::optional<QMap<QString, QString>> JsonReader::optionalStringMap(QStringView key) const {
-    const QJsonValue value = optional(key);
-    if (value.isUndefined())
-        return std::nullopt;
-    return stringMap(value, key);
-}
-
-QMap<QString, QString> JsonReader::stringMap(const QJsonValue& value, QStringView key) {
+    const QJsonValue value = required(key);
     if (!value.isObject())
         fail(key.toString(), u"must be a JSON object of strings");
     const QJsonObject object = value.toObject();
@@ -79,6 +80,11 @@ QMap<QString, QString> JsonReader::stringMap(const QJsonValue& value, QStringVie
     return result;
 }
 
+PluginValueMap JsonReader::values(QStringView key) const {
+    const QJsonValue value = required(key);
+    return within(key.toString(), [&] { return PluginValue::mapFromJson(value); });
+}
+
 ModuleProblem JsonReader::inside(const ModuleProblem& problem, const QString& path) {
     const QString& message = problem.message();
     if (message.startsWith(u'"'))
@@ -86,9 +92,25 @@ ModuleProblem JsonReader::inside(const ModuleProblem& problem, const QString& pa
     return ModuleProblem(u'"' + path + QStringLiteral("\" ") + message);
 }
 
+std::optional<QUuid> JsonReader::parseUuid(const QJsonValue& value) {
+    // Only the canonical 8-4-4-4-12 form: QUuid would also take braces, and answers the nil
+    // UUID for text it cannot read, which is itself a valid identity.
+    const QString text = value.toString();
+    if (!value.isString() || text.size() != 36)
+        return std::nullopt;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
+        const char16_t c = text.at(i).unicode();
+        const bool hex = (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
+        if (dash ? c != u'-' : !hex)
+            return std::nullopt;
+    }
+    return QUuid::fromString(text);
+}
+
 QJsonValue JsonReader::required(QStringView key) const {
-    const QJsonValue value = m_object.value(key);
-    if (value.isUndefined() || value.isNull())
+    const QJsonValue value = optional(key);
+    if (value.isUndefined())
         fail(key.toString(), u"is missing");
     return value;
 }

@@ -1,5 +1,6 @@
 #include "VellPluginSDK/ModulePackage.h"
 
+#include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
@@ -8,7 +9,6 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QRegularExpression>
-#include <QSet>
 
 #include <algorithm>
 
@@ -18,25 +18,9 @@ namespace {
 
 const QString mqttPermission = QStringLiteral("local.mqtt.read");
 
-// A whole-string pattern. anchoredPattern also refuses a trailing newline, which a plain "$"
-// would let through into an id or a key.
-QRegularExpression whole(const char16_t* pattern) {
-    return QRegularExpression(QRegularExpression::anchoredPattern(QString::fromUtf16(pattern)));
-}
-
 bool withinCharacters(QStringView text, int minimum, int maximum) {
     const int length = TextMetrics::characterCount(text);
     return length >= minimum && length <= maximum;
-}
-
-template <typename T> bool uniqueIDs(const QList<T>& records) {
-    QSet<QString> seen;
-    for (const T& record : records) {
-        if (seen.contains(record.id))
-            return false;
-        seen.insert(record.id);
-    }
-    return true;
 }
 
 [[noreturn]] void fail(const char16_t* message) {
@@ -45,7 +29,7 @@ template <typename T> bool uniqueIDs(const QList<T>& records) {
 
 void validateFeeds(const ModulePackage& package) {
     const QList<ModuleFeed> feeds = package.feeds.value_or(QList<ModuleFeed>());
-    if (feeds.size() > 1 || !uniqueIDs(feeds))
+    if (feeds.size() > 1 || !Identifiers::distinct(feeds, &ModuleFeed::id))
         throw ModuleProblem(ModuleFeed::declarationProblem());
     for (const ModuleFeed& feed : feeds)
         feed.validate();
@@ -54,7 +38,7 @@ void validateFeeds(const ModulePackage& package) {
 }
 
 void validateView(const QList<ModuleComponent>& view, const QList<ModuleAction>& actions) {
-    if (!uniqueIDs(view))
+    if (!Identifiers::distinct(view, &ModuleComponent::id))
         fail(u"View component IDs must be unique within each view.");
     for (const ModuleComponent& component : view)
         component.validate(actions);
@@ -135,9 +119,10 @@ QJsonObject ModulePackage::toJson() const {
 void ModulePackage::validate() const {
     if (schemaVersion != 1 || hostAPIVersion != 1)
         fail(u"This module needs a different OstaVell module API. This preview supports version 1.");
-    if (!validID(id) || TextMetrics::characterCount(id) > 100)
+    if (!Identifiers::isID(id) || TextMetrics::characterCount(id) > 100)
         fail(u"Module ID must be a namespaced name such as cafe.osta.hello.");
-    static const QRegularExpression versionPattern = whole(uR"([0-9]{1,4}\.[0-9]{1,4}\.[0-9]{1,4})");
+    static const QRegularExpression versionPattern(
+        QRegularExpression::anchoredPattern(QStringLiteral(R"([0-9]{1,4}\.[0-9]{1,4}\.[0-9]{1,4})")));
     if (!versionPattern.match(version).hasMatch())
         fail(u"Use a three-part module version, such as 1.0.0.");
     if (!withinCharacters(name, 1, 80) || !withinCharacters(author, 1, 100) ||
@@ -150,7 +135,8 @@ void ModulePackage::validate() const {
     validateState(initialState);
     if (settings.size() > 12 || actions.size() > 20 || card.size() > 12 || page.size() > 40)
         fail(u"Too many settings, actions or view components.");
-    if (!uniqueIDs(settings) || !uniqueIDs(actions))
+    if (!Identifiers::distinct(settings, &ModuleSetting::id) ||
+        !Identifiers::distinct(actions, &ModuleAction::id))
         fail(u"Setting and action IDs must be unique.");
     for (const ModuleSetting& setting : settings)
         setting.validate();
@@ -175,13 +161,7 @@ void ModulePackage::validateState(const ModuleState& state) {
 }
 
 bool ModulePackage::validKey(QStringView key) {
-    static const QRegularExpression pattern = whole(u"[A-Za-z][A-Za-z0-9_]{0,63}");
-    return pattern.match(key).hasMatch();
-}
-
-bool ModulePackage::validID(QStringView id) {
-    static const QRegularExpression pattern = whole(uR"([a-z][a-z0-9]*(\.[a-z][a-z0-9-]*)+)");
-    return pattern.match(id).hasMatch();
+    return Identifiers::isKey(key);
 }
 
 ModuleState ModulePackage::defaultSettings() const {

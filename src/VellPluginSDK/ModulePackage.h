@@ -57,9 +57,6 @@ struct ModulePackage final {
     // "^[A-Za-z][A-Za-z0-9_]{0,63}$": state keys, setting, action, feed and component ids.
     static bool validKey(QStringView key);
 
-    // "^[a-z][a-z0-9]*(\.[a-z][a-z0-9-]*)+$": module and plugin ids.
-    static bool validID(QStringView id);
-
     // Each setting's id to its defaultValue.
     ModuleState defaultSettings() const;
 

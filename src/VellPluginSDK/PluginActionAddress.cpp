@@ -1,14 +1,14 @@
 #include "VellPluginSDK/PluginActionAddress.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
-#include "VellPluginSDK/PluginIdentifiers.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 namespace vell {
 
 PluginActionAddress PluginActionAddress::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     return {reader.string(u"plugin"), reader.string(u"name")};
 }
 
@@ -17,8 +17,8 @@ QJsonObject PluginActionAddress::toJson() const {
 }
 
 void PluginActionAddress::validate() const {
-    if (TextMetrics::characterCount(plugin) > maximumPluginCharacters || !PluginIdentifiers::isPeer(plugin) ||
-        !PluginIdentifiers::isName(name))
+    if (TextMetrics::characterCount(plugin) > maximumPluginCharacters || !Identifiers::isID(plugin) ||
+        !Identifiers::isKey(name))
         throw ModuleProblem(QStringLiteral("Invalid action address."));
 }
 

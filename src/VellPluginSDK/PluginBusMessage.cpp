@@ -1,6 +1,6 @@
 #include "VellPluginSDK/PluginBusMessage.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 
 #include <QJsonArray>
 
@@ -34,7 +34,7 @@ std::optional<PluginBusMessage::Operation> PluginBusMessage::operationFromName(Q
 }
 
 PluginBusMessage PluginBusMessage::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginBusMessage message;
     message.operation = reader.enumeration<Operation>(u"operation", operationNames);
     message.requestID = reader.uuid(u"requestID");

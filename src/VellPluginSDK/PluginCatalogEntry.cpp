@@ -1,6 +1,6 @@
 #include "VellPluginSDK/PluginCatalogEntry.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 
 #include <QJsonArray>
 
@@ -130,7 +130,7 @@ private:
 } // namespace
 
 PluginCatalogEntry PluginCatalogEntry::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginCatalogEntry entry;
     entry.address = reader.record<PluginActionAddress>(u"address");
     entry.action = reader.optionalRecord<PluginRegisteredAction>(u"action");

@@ -1,8 +1,8 @@
 #include "VellPluginSDK/PluginChannel.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
-#include "VellPluginSDK/PluginIdentifiers.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 namespace vell {
@@ -14,7 +14,7 @@ constexpr std::array<QStringView, 2> kindNames{u"event", u"state"};
 } // namespace
 
 PluginChannel PluginChannel::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginChannel channel;
     channel.id = reader.string(u"id");
     channel.title = reader.string(u"title");
@@ -32,7 +32,7 @@ QJsonObject PluginChannel::toJson() const {
 
 void PluginChannel::validate() const {
     const int titleLength = TextMetrics::characterCount(title);
-    if (!PluginIdentifiers::isName(id) || titleLength == 0 || titleLength > maximumTitleCharacters)
+    if (!Identifiers::isKey(id) || titleLength == 0 || titleLength > maximumTitleCharacters)
         throw ModuleProblem(QStringLiteral("Invalid channel."));
     schema.validate();
 }

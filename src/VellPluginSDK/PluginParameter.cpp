@@ -1,8 +1,8 @@
 #include "VellPluginSDK/PluginParameter.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
-#include "VellPluginSDK/PluginIdentifiers.h"
 
 #include <cmath>
 
@@ -15,7 +15,7 @@ constexpr std::array<QStringView, 3> kindNames{u"string", u"number", u"boolean"}
 } // namespace
 
 PluginParameter PluginParameter::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginParameter parameter;
     parameter.name = reader.string(u"name");
     parameter.kind = reader.enumeration<Kind>(u"kind", kindNames);
@@ -36,7 +36,7 @@ QJsonObject PluginParameter::toJson() const {
 }
 
 void PluginParameter::validate() const {
-    const bool valid = PluginIdentifiers::isName(name) && (!minimum || std::isfinite(*minimum)) &&
+    const bool valid = Identifiers::isKey(name) && (!minimum || std::isfinite(*minimum)) &&
                        (!maximum || std::isfinite(*maximum)) &&
                        (kind == Kind::number || (!minimum && !maximum)) &&
                        (!minimum || !maximum || *minimum <= *maximum);

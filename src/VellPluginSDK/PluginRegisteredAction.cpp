@@ -1,8 +1,8 @@
 #include "VellPluginSDK/PluginRegisteredAction.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
-#include "VellPluginSDK/PluginIdentifiers.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 #include <cmath>
@@ -16,7 +16,7 @@ constexpr std::array<QStringView, 3> effectNames{u"readOnly", u"localChange", u"
 } // namespace
 
 PluginRegisteredAction PluginRegisteredAction::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginRegisteredAction action;
     action.id = reader.string(u"id");
     action.title = reader.string(u"title");
@@ -44,7 +44,7 @@ QJsonObject PluginRegisteredAction::toJson() const {
 
 void PluginRegisteredAction::validate() const {
     const int titleLength = TextMetrics::characterCount(title);
-    if (!PluginIdentifiers::isName(id) || titleLength == 0 || titleLength > maximumTitleCharacters ||
+    if (!Identifiers::isKey(id) || titleLength == 0 || titleLength > maximumTitleCharacters ||
         !std::isfinite(timeoutSeconds) || timeoutSeconds < minimumTimeoutSeconds ||
         timeoutSeconds > maximumTimeoutSeconds)
         throw ModuleProblem(QStringLiteral("Invalid registered action."));

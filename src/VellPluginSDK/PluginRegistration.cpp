@@ -1,29 +1,15 @@
 #include "VellPluginSDK/PluginRegistration.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QJsonArray>
-#include <QSet>
 
 namespace vell {
 
-namespace {
-
-template <typename T> bool hasDuplicateIds(const QList<T>& items) {
-    QSet<QString> ids;
-    for (const T& item : items) {
-        if (ids.contains(item.id))
-            return true;
-        ids.insert(item.id);
-    }
-    return false;
-}
-
-} // namespace
-
 PluginRegistration PluginRegistration::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     return {reader.records<PluginRegisteredAction>(u"actions"), reader.records<PluginChannel>(u"channels")};
 }
 
@@ -40,8 +26,9 @@ QJsonObject PluginRegistration::toJson() const {
 void PluginRegistration::validate() const {
     // Counts and duplicates before any single definition, so that an oversized registration
     // costs nothing to refuse.
-    if (actions.size() > maximumActions || channels.size() > maximumChannels || hasDuplicateIds(actions) ||
-        hasDuplicateIds(channels))
+    if (actions.size() > maximumActions || channels.size() > maximumChannels ||
+        !Identifiers::distinct(actions, &PluginRegisteredAction::id) ||
+        !Identifiers::distinct(channels, &PluginChannel::id))
         throw ModuleProblem(QStringLiteral("Duplicate or excessive registration."));
     for (const PluginRegisteredAction& action : actions)
         action.validate();

@@ -1,13 +1,13 @@
 #include "VellPluginSDK/PluginRunDisplay.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 namespace vell {
 
 PluginRunDisplay PluginRunDisplay::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginRunDisplay display;
     display.title = reader.string(u"title");
     display.step = reader.string(u"step");

@@ -1,6 +1,6 @@
 #include "VellPluginSDK/PluginRunUpdate.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
@@ -9,13 +9,9 @@
 namespace vell {
 
 PluginRunUpdate PluginRunUpdate::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     PluginRunUpdate update;
-    const QString phaseName = reader.string(u"phase");
-    const std::optional<PluginRunPhase> phase = pluginRunPhaseFromName(phaseName);
-    if (!phase)
-        throw ModuleProblem(QStringLiteral("\"phase\" has an unknown case"));
-    update.phase = *phase;
+    update.phase = reader.enumeration(u"phase", pluginRunPhaseFromName);
     update.progress = reader.optionalNumber(u"progress");
     update.message = reader.string(u"message");
     update.values = reader.values(u"values");

@@ -1,6 +1,6 @@
 #include "VellPluginSDK/PluginValue.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <charconv>
@@ -87,7 +87,7 @@ PluginValueMap PluginValue::mapFromJson(const QJsonValue& json) {
         try {
             values.insert(it.key(), fromJson(it.value()));
         } catch (const ModuleProblem& problem) {
-            throw ActionJsonReader::inside(problem, it.key());
+            throw JsonReader::inside(problem, it.key());
         }
     }
     return values;

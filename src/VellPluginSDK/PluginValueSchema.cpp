@@ -1,11 +1,11 @@
 #include "VellPluginSDK/PluginValueSchema.h"
 
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 #include <QJsonArray>
-#include <QSet>
 
 #include <cmath>
 
@@ -32,7 +32,7 @@ PluginValue::Kind valueKind(PluginParameter::Kind kind) {
 } // namespace
 
 PluginValueSchema PluginValueSchema::fromJson(const QJsonValue& json) {
-    const ActionJsonReader reader(json);
+    const JsonReader reader(json);
     return {reader.records<PluginParameter>(u"fields")};
 }
 
@@ -44,14 +44,8 @@ QJsonObject PluginValueSchema::toJson() const {
 }
 
 void PluginValueSchema::validate() const {
-    if (fields.size() > maximumFields)
+    if (fields.size() > maximumFields || !Identifiers::distinct(fields, &PluginParameter::name))
         fail("Invalid value schema.");
-    QSet<QString> names;
-    for (const PluginParameter& field : fields) {
-        if (names.contains(field.name))
-            fail("Invalid value schema.");
-        names.insert(field.name);
-    }
     for (const PluginParameter& field : fields)
         field.validate();
 }

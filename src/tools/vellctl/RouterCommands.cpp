@@ -1,7 +1,7 @@
 #include "tools/vellctl/RouterCommands.h"
 
 #include "VellActionRouter/ActionRouter.h"
-#include "VellPluginSDK/ActionJsonReader.h"
+#include "VellPluginSDK/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QFile>
@@ -30,7 +30,7 @@ struct ReplayStep {
     bool allowed = false;
 
     static ReplayStep fromJson(const QJsonValue& json) {
-        const ActionJsonReader reader(json);
+        const JsonReader reader(json);
         const QJsonObject object = json.toObject();
         static constexpr std::array<QStringView, 8> keys{u"connect", u"disconnect", u"from", u"approve",
                                                          u"cancel",  u"allow",      u"tick", u"restart"};
@@ -83,7 +83,7 @@ struct ReplayStep {
 private:
     struct AllowJson {
         static AllowJson fromJson(const QJsonValue& json) {
-            const ActionJsonReader reader(json);
+            const JsonReader reader(json);
             return {reader.string(u"caller"), reader.record<PluginCatalogEntry>(u"entry"),
                     reader.boolean(u"allowed")};
         }
