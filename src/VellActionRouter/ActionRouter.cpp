@@ -12,12 +12,6 @@ namespace {
 
 using Operation = PluginBusMessage::Operation;
 
-[[noreturn]] void fail(const char* message) {
-    throw ModuleProblem(QString::fromLatin1(message));
-}
-
-const char* const channelUnavailable = "Channel unavailable or access not granted.";
-
 } // namespace
 
 ActionRouter::ActionRouter(std::optional<QString> directory) {
@@ -52,6 +46,10 @@ void ActionRouter::disconnect(const QString& peer) {
         addresses.removeIf([&](const PluginActionAddress& address) { return address.plugin == peer; });
     broadcastCatalogs();
     fireChanged();
+}
+
+void ActionRouter::fail(const char* message) {
+    throw ModuleProblem(QString::fromLatin1(message));
 }
 
 void ActionRouter::receive(const PluginBusMessage& message, const QString& from, double now) {
@@ -147,20 +145,22 @@ void ActionRouter::handleDiscover(const PluginBusMessage& message, const QString
     sendCatalog(from, message.requestID);
 }
 
-PluginCatalogEntry ActionRouter::subscribableEntry(const PluginBusMessage& message,
-                                                   const QString& from) const {
-    // One text for a missing channel and a missing grant, so that a peer can't probe for
-    // channels it may not see.
+PluginCatalogEntry ActionRouter::grantedEntry(const PluginBusMessage& message, const QString& from,
+                                              bool channel) const {
+    // One text for a missing entry and a missing grant, so that a peer can't probe for
+    // actions or channels it may not use.
+    const char* const refusal =
+        channel ? "Channel unavailable or access not granted." : "Action unavailable or access not granted.";
     if (!message.address)
-        fail(channelUnavailable);
-    const std::optional<PluginCatalogEntry> entry = exportedEntry(*message.address, true);
+        fail(refusal);
+    const std::optional<PluginCatalogEntry> entry = exportedEntry(*message.address, channel);
     if (!entry || !allowed(from, *entry))
-        fail(channelUnavailable);
+        fail(refusal);
     return *entry;
 }
 
 void ActionRouter::handleSubscribe(const PluginBusMessage& message, const QString& from, double now) {
-    const PluginCatalogEntry entry = subscribableEntry(message, from);
+    const PluginCatalogEntry entry = grantedEntry(message, from, true);
     QSet<PluginActionAddress>& addresses = m_subscriptions[from];
     if (addresses.size() >= maximumSubscriptions && !addresses.contains(entry.address))
         fail("Too many subscriptions.");
@@ -174,7 +174,7 @@ void ActionRouter::handleSubscribe(const PluginBusMessage& message, const QStrin
 }
 
 void ActionRouter::handleUnsubscribe(const PluginBusMessage& message, const QString& from, double) {
-    const PluginCatalogEntry entry = subscribableEntry(message, from);
+    const PluginCatalogEntry entry = grantedEntry(message, from, true);
     const auto addresses = m_subscriptions.find(from);
     if (addresses != m_subscriptions.end())
         addresses->remove(entry.address);

@@ -108,6 +108,9 @@ private:
     };
     using Handler = void (ActionRouter::*)(const PluginBusMessage& message, const QString& from, double now);
 
+    // Every refusal of the router is one fixed sentence.
+    [[noreturn]] static void fail(const char* message);
+
     // Peers, catalogue and channels.
     void checkRate(const QString& from, double now);
     void handleRegister(const PluginBusMessage& message, const QString& from, double now);
@@ -116,7 +119,8 @@ private:
     void handleUnsubscribe(const PluginBusMessage& message, const QString& from, double now);
     void handlePublish(const PluginBusMessage& message, const QString& from, double now);
     void refuseReserved(const PluginBusMessage& message, const QString& from, double now);
-    PluginCatalogEntry subscribableEntry(const PluginBusMessage& message, const QString& from) const;
+    // The exported action or channel at the message's address, when from may use it.
+    PluginCatalogEntry grantedEntry(const PluginBusMessage& message, const QString& from, bool channel) const;
     std::optional<PluginCatalogEntry> exportedEntry(const PluginActionAddress& address, bool channel) const;
     void sendCatalog(const QString& peer, const QUuid& request);
     void broadcastCatalogs();

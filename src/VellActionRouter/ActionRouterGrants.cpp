@@ -9,14 +9,6 @@ namespace vell {
 // router can't be sure of what was granted, or can't keep a record, nothing new crosses
 // between peers.
 
-namespace {
-
-[[noreturn]] void fail(const char* message) {
-    throw ModuleProblem(QString::fromLatin1(message));
-}
-
-} // namespace
-
 bool ActionRouter::allowed(const QString& caller, const PluginCatalogEntry& entry) const {
     const auto callerPeer = m_peers.constFind(caller);
     const auto providerPeer = m_peers.constFind(entry.address.plugin);

@@ -1,5 +1,4 @@
 #include "VellActionRouter/ActionRouter.h"
-#include "VellPluginSDK/ModuleProblem.h"
 
 #include <algorithm>
 
@@ -13,10 +12,6 @@ namespace {
 
 using Operation = PluginBusMessage::Operation;
 
-[[noreturn]] void fail(const char* message) {
-    throw ModuleProblem(QString::fromLatin1(message));
-}
-
 PluginRunUpdate phaseUpdate(PluginRunPhase phase, const QString& message = {}) {
     PluginRunUpdate update;
     update.phase = phase;
@@ -24,7 +19,21 @@ PluginRunUpdate phaseUpdate(PluginRunPhase phase, const QString& message = {}) {
     return update;
 }
 
-const char* const actionUnavailable = "Action unavailable or access not granted.";
+// The clock of execution: timeoutSeconds from now, and the completion limit when the action
+// has one.
+void startExecution(ActionRun& run, double now) {
+    run.deadline = now + run.definition.timeoutSeconds;
+    run.completionDeadline.reset();
+    if (run.definition.completionTimeoutSeconds)
+        run.completionDeadline = now + *run.definition.completionTimeoutSeconds;
+}
+
+// The deadline on entering cancelling: it can only come nearer.
+double cancellingDeadline(const ActionRun& run, double now) {
+    return std::min(now + ActionRouter::cancellationWindowSeconds,
+                    run.completionDeadline.value_or(run.deadline));
+}
+
 const char* const executionLimit = "Execution limit reached.";
 const char* const unknownExecution = "Unknown or completed execution.";
 const char* const invalidTransition = "Invalid execution transition.";
@@ -33,16 +42,10 @@ const char* const reviewVoided = "The reviewed request is no longer valid.";
 } // namespace
 
 void ActionRouter::handleInvoke(const PluginBusMessage& message, const QString& from, double now) {
-    // The same text for a missing action and a missing grant, so that a caller can't probe
-    // for actions it may not use.
-    if (!message.address)
-        fail(actionUnavailable);
-    const std::optional<PluginCatalogEntry> entry = exportedEntry(*message.address, false);
-    if (!entry || !allowed(from, *entry))
-        fail(actionUnavailable);
+    const PluginCatalogEntry entry = grantedEntry(message, from, false);
     message.address->validate();
     const PluginValueMap arguments = message.values.value_or(PluginValueMap());
-    entry->action->input.validate(arguments);
+    entry.action->input.validate(arguments);
     QSet<QUuid>& seen = m_requestIDs[from];
     if (seen.contains(message.requestID))
         fail("This request was already handled; it will not run again.");
@@ -59,7 +62,7 @@ void ActionRouter::handleInvoke(const PluginBusMessage& message, const QString& 
     // From here on the identity is spent, whatever happens to the run.
     seen.insert(message.requestID);
 
-    const PluginRegisteredAction& definition = *entry->action;
+    const PluginRegisteredAction& definition = *entry.action;
     const bool readOnly = definition.effect == PluginRegisteredAction::Effect::readOnly;
     ActionRun run;
     run.id = message.requestID;
@@ -71,13 +74,10 @@ void ActionRouter::handleInvoke(const PluginBusMessage& message, const QString& 
     run.arguments = arguments;
     run.created = now;
     // Review depends on the effect alone: no grant, caller or earlier approval spares it.
-    if (readOnly) {
-        run.deadline = now + definition.timeoutSeconds;
-        if (definition.completionTimeoutSeconds)
-            run.completionDeadline = now + *definition.completionTimeoutSeconds;
-    } else {
+    if (readOnly)
+        startExecution(run, now);
+    else
         run.deadline = now + reviewWindowSeconds;
-    }
     run.update = phaseUpdate(readOnly ? PluginRunPhase::running : PluginRunPhase::waitingReview);
     m_runs.append(run);
     notify(run.id);
@@ -128,8 +128,7 @@ void ActionRouter::handleUpdate(const PluginBusMessage& message, const QString& 
     if (!isTerminal(update.phase)) {
         ActionRun& stored = m_runs[index];
         if (update.phase == PluginRunPhase::cancelling && run.phase() != PluginRunPhase::cancelling) {
-            stored.deadline =
-                std::min(now + cancellationWindowSeconds, run.completionDeadline.value_or(run.deadline));
+            stored.deadline = cancellingDeadline(run, now);
         } else if (update.phase == PluginRunPhase::running && run.definition.completionTimeoutSeconds) {
             // The heartbeat: with a completion limit, timeoutSeconds is the longest silence
             // allowed and the completion deadline the end of all patience. Without one,
@@ -157,11 +156,7 @@ void ActionRouter::approve(const QUuid& id, double now) {
         fail(reviewVoided);
     }
     // The clock of execution starts at approval; time in review is not charged to the action.
-    ActionRun& stored = m_runs[index];
-    stored.deadline = now + run.definition.timeoutSeconds;
-    stored.completionDeadline.reset();
-    if (run.definition.completionTimeoutSeconds)
-        stored.completionDeadline = now + *run.definition.completionTimeoutSeconds;
+    startExecution(m_runs[index], now);
     finish(id, phaseUpdate(PluginRunPhase::running));
     execute(id);
 }
@@ -181,9 +176,7 @@ void ActionRouter::cancel(const QUuid& id, double now) {
         fail("This action does not support cancellation.");
     if (run.phase() == PluginRunPhase::cancelling)
         return;
-    // A cancellation can only bring a deadline nearer.
-    m_runs[index].deadline =
-        std::min(now + cancellationWindowSeconds, run.completionDeadline.value_or(run.deadline));
+    m_runs[index].deadline = cancellingDeadline(run, now);
     finish(id, phaseUpdate(PluginRunPhase::cancelling,
                            QStringLiteral("Cancellation requested; awaiting the provider.")));
     sendCancel(run);
