@@ -58,13 +58,14 @@ void ActionRouter::setAllowed(const QString& caller, const PluginCatalogEntry& e
             const auto addresses = m_subscriptions.find(caller);
             if (addresses != m_subscriptions.end())
                 addresses->remove(entry.address);
-        } else {
-            const QList<QUuid> affected = collectLiveRuns(
-                [&](const ActionRun& run) { return run.caller == caller && run.address == entry.address; });
-            interrupt(affected,
-                      QStringLiteral("Access revoked. An already-started action may have taken effect."),
-                      [](const ActionRun& run) { return run.phase() != PluginRunPhase::waitingReview; });
         }
+        // Revocation fails closed: the caller's live runs at this address end whichever kind of
+        // entry was revoked, also when an action shares its name with the revoked channel.
+        const QList<QUuid> affected = collectLiveRuns(
+            [&](const ActionRun& run) { return run.caller == caller && run.address == entry.address; });
+        interrupt(affected,
+                  QStringLiteral("Access revoked. An already-started action may have taken effect."),
+                  [](const ActionRun& run) { return run.phase() != PluginRunPhase::waitingReview; });
     }
     broadcastCatalogs();
     fireChanged();

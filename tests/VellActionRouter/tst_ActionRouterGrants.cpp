@@ -214,6 +214,44 @@ private slots:
         QCOMPARE(readFile(dir.filePath("action-grants-v1.json")), encode({h.router.grants()[0].toJson()}));
     }
 
+    void revokingAChannelEndsTheCallersRunsAtItsAddress() {
+        RouterHarness h;
+        h.connect(caller);
+        h.connect(provider);
+        // An action and a channel may share a name; each is granted on its own.
+        h.registerPeer(provider, {action("read"), action("level"), action("change", Effect::externalChange)},
+                       {channel("level"), channel("change")});
+        for (const PluginActionAddress& address : {reader, level, change})
+            h.grant(caller, address);
+        h.grant(caller, level, true);
+        h.grant(caller, change, true);
+        const QUuid running = h.invoke(caller, level, 0);
+        const QUuid inReview = h.invoke(caller, change, 0);
+        const QUuid elsewhere = h.invoke(caller, reader, 0);
+        h.take();
+        const auto channelAt = [&](const PluginActionAddress& address) {
+            for (const PluginCatalogEntry& entry : h.router.exported()) {
+                if (entry.address == address && entry.channel)
+                    return entry;
+            }
+            return PluginCatalogEntry{};
+        };
+
+        h.router.setAllowed(caller, channelAt(level), false);
+        h.router.setAllowed(caller, channelAt(change), false);
+        const PluginRunUpdate revoked = runUpdate(
+            PluginRunPhase::interrupted, "Access revoked. An already-started action may have taken effect.");
+        QCOMPARE(h.run(running)->update, revoked);
+        QCOMPARE(h.run(inReview)->update, revoked);
+        QCOMPARE(h.run(elsewhere)->phase(), PluginRunPhase::running);
+        const QList<PluginBusMessage> cancels = h.to(provider, Operation::cancel);
+        QCOMPARE(cancels.size(), 1);
+        QCOMPARE(cancels[0].requestID, running);
+        // The action's own grant stands.
+        QVERIFY(h.router.allowed(caller, entryAt(h.router, level)));
+        QVERIFY(!h.router.allowed(caller, channelAt(level)));
+    }
+
     void grantLimit() {
         QTemporaryDir dir;
         QJsonArray grants;
