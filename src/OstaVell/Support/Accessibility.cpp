@@ -66,7 +66,7 @@ void Accessibility::startWatchingDesktop() {
     if (!bus.isConnected())
         return;
     bus.connect(kPortalService, kPortalPath, kPortalSettings, QStringLiteral("SettingChanged"), this,
-                SLOT(onPortalSettingChanged(QString, QString, QDBusVariant)));
+                SLOT(onPortalSettingChanged(QDBusMessage)));
     QDBusMessage call =
         QDBusMessage::createMethodCall(kPortalService, kPortalPath, kPortalSettings, QStringLiteral("Read"));
     call << kInterfaceGroup << kAnimationsKey;
@@ -83,14 +83,14 @@ void Accessibility::onPortalReply(QDBusPendingCallWatcher* watcher) {
         setDesktopAnimations(unwrap(reply.value().variant()).toBool());
 }
 
-void Accessibility::onPortalSettingChanged(const QString& group, const QString& key,
-                                           const QDBusVariant& value) {
-    if (group == kInterfaceGroup && key == kAnimationsKey)
-        setDesktopAnimations(unwrap(value.variant()).toBool());
+void Accessibility::onPortalSettingChanged(const QDBusMessage& message) {
+    const QVariantList arguments = message.arguments();
+    if (arguments.size() == 3 && arguments.at(0).toString() == kInterfaceGroup &&
+        arguments.at(1).toString() == kAnimationsKey)
+        setDesktopAnimations(unwrap(arguments.at(2)).toBool());
 }
 
-void Accessibility::setDesktopAnimations(bool enabled)
-{
+void Accessibility::setDesktopAnimations(bool enabled) {
     if (m_desktopReducesMotion == !enabled)
         return;
     m_desktopReducesMotion = !enabled;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QDBusVariant>
+#include <QDBusMessage>
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
 
@@ -39,7 +39,7 @@ signals:
     void changed();
 
 private slots:
-    void onPortalSettingChanged(const QString& group, const QString& key, const QDBusVariant& value);
+    void onPortalSettingChanged(const QDBusMessage& message);
 
 private:
     void onPortalReply(QDBusPendingCallWatcher* watcher);
