@@ -125,12 +125,6 @@ CommandStatus run(const QStringList& arguments) {
     return CommandStatus::failed;
 }
 
-struct Subcommand {
-    const char* name;
-    const char* arguments; // as shown in the usage line
-    CommandStatus (*run)(const QStringList& arguments);
-};
-
 const std::array subcommands{
     Subcommand{"validate", "FILE", &validate},
     Subcommand{"run",
@@ -141,19 +135,11 @@ const std::array subcommands{
 } // namespace
 
 CommandStatus ModuleCommands::run(const QStringList& arguments) {
-    for (const Subcommand& subcommand : subcommands) {
-        if (!arguments.isEmpty() && arguments.first() == QLatin1String(subcommand.name))
-            return subcommand.run(arguments.mid(1));
-    }
-    return CommandStatus::usage;
+    return runSubcommand(subcommands, arguments);
 }
 
 QStringList ModuleCommands::usage() {
-    QStringList lines;
-    for (const Subcommand& subcommand : subcommands)
-        lines.append(QStringLiteral("module %1 %2")
-                         .arg(QLatin1String(subcommand.name), QLatin1String(subcommand.arguments)));
-    return lines;
+    return subcommandUsage("module", subcommands);
 }
 
 } // namespace vell

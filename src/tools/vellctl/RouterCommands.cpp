@@ -206,12 +206,6 @@ CommandStatus replay(const QStringList& arguments) {
     return CommandStatus::ok;
 }
 
-struct Subcommand {
-    const char* name;
-    const char* arguments; // as shown in the usage line
-    CommandStatus (*run)(const QStringList& arguments);
-};
-
 const std::array subcommands{
     Subcommand{"replay", "SCRIPT [--directory DIR]", &replay},
 };
@@ -219,19 +213,11 @@ const std::array subcommands{
 } // namespace
 
 CommandStatus RouterCommands::run(const QStringList& arguments) {
-    for (const Subcommand& subcommand : subcommands) {
-        if (!arguments.isEmpty() && arguments.first() == QLatin1String(subcommand.name))
-            return subcommand.run(arguments.mid(1));
-    }
-    return CommandStatus::usage;
+    return runSubcommand(subcommands, arguments);
 }
 
 QStringList RouterCommands::usage() {
-    QStringList lines;
-    for (const Subcommand& subcommand : subcommands)
-        lines.append(QStringLiteral("router %1 %2")
-                         .arg(QLatin1String(subcommand.name), QLatin1String(subcommand.arguments)));
-    return lines;
+    return subcommandUsage("router", subcommands);
 }
 
 } // namespace vell
