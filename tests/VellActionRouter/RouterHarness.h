@@ -117,12 +117,17 @@ public:
         router.receive(publish, peer, now);
     }
 
-    // Grants caller the entry exported at address, action or channel.
-    void grant(const QString& caller, const PluginActionAddress& address, bool isChannel = false) {
+    // The entry exported at address, action or channel; an empty one when there is none.
+    PluginCatalogEntry entry(const PluginActionAddress& address, bool isChannel = false) const {
         for (const PluginCatalogEntry& entry : router.exported()) {
             if (entry.address == address && entry.channel.has_value() == isChannel)
-                router.setAllowed(caller, entry, true);
+                return entry;
         }
+        return {};
+    }
+
+    void grant(const QString& caller, const PluginActionAddress& address, bool isChannel = false) {
+        router.setAllowed(caller, entry(address, isChannel), true);
     }
 
     QList<Sent> take() { return std::exchange(sent, {}); }

@@ -1,34 +1,13 @@
-#include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/PluginBusMessage.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QTest>
 
+#include "TestSupport.h"
+
 using namespace vell;
+using namespace vell::test;
 
 namespace {
-
-QJsonValue parse(const QByteArray& json) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson("[" + json + "]", &error);
-    if (error.error != QJsonParseError::NoError)
-        qFatal("bad test JSON: %s", json.constData());
-    return document.array().at(0);
-}
-
-QByteArray compact(const QJsonObject& object) {
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-template <typename F> QString problemOf(F&& call) {
-    try {
-        call();
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return {};
-}
 
 PluginRegisteredAction action(const QString& id = "toggle", double timeout = 10) {
     PluginRegisteredAction action;
@@ -53,22 +32,8 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("valid");
 
-        QTest::addRow("reverse domain") << "cafe.osta.hello"
-                                        << "toggle" << true;
-        QTest::addRow("hyphen after the first dot") << "cafe.osta-x.hello"
-                                                    << "toggle" << true;
-        QTest::addRow("digits inside segments") << "a1.b2"
-                                                << "x" << true;
         QTest::addRow("no dot") << "cafe"
                                 << "toggle" << false;
-        QTest::addRow("upper case") << "cafe.Osta"
-                                    << "toggle" << false;
-        QTest::addRow("hyphen in the first segment") << "ca-fe.osta"
-                                                     << "toggle" << false;
-        QTest::addRow("segment starting with a digit") << "cafe.1osta"
-                                                       << "toggle" << false;
-        QTest::addRow("trailing dot") << "cafe.osta."
-                                      << "toggle" << false;
         QTest::addRow("100 characters") << "a." + QString(98, 'b') << "x" << true;
         QTest::addRow("101 characters") << "a." + QString(99, 'b') << "x" << false;
         QTest::addRow("bad name") << "cafe.osta"
@@ -83,7 +48,6 @@ private slots:
         QFETCH(bool, valid);
         const PluginActionAddress address{plugin, name};
         QCOMPARE(problemOf([&] { address.validate(); }), valid ? QString() : "Invalid action address.");
-        QCOMPARE(address.key(), plugin + "/" + name);
     }
 
     void registeredActionValidation_data() {
@@ -101,13 +65,12 @@ private slots:
         QTest::addRow("timeout 300") << "T" << 300.0 << none << QString();
         QTest::addRow("timeout 0.5") << "T" << 0.5 << none << invalid;
         QTest::addRow("timeout 300.5") << "T" << 300.5 << none << invalid;
-        QTest::addRow("infinite timeout") << "T" << qInf() << none << invalid;
+        QTest::addRow("timeout not a number") << "T" << qQNaN() << none << invalid;
         QTest::addRow("empty title") << "" << 10.0 << none << invalid;
         QTest::addRow("blank title is not empty") << "   " << 10.0 << none << QString();
         QTest::addRow("80-character title") << QString(80, 'x') << 10.0 << none << QString();
         QTest::addRow("81-character title") << QString(81, 'x') << 10.0 << none << invalid;
         QTest::addRow("80 emoji clusters") << family.repeated(80) << 10.0 << none << QString();
-        QTest::addRow("81 emoji clusters") << family.repeated(81) << 10.0 << none << invalid;
         QTest::addRow("completion equal to timeout") << "T" << 10.0 << 10.0 << QString();
         QTest::addRow("completion below timeout") << "T" << 10.0 << 9.0 << completion;
         QTest::addRow("completion 86400") << "T" << 10.0 << 86400.0 << QString();
@@ -188,11 +151,6 @@ private slots:
         QCOMPARE(problemOf([&] { registration.validate(); }), message);
     }
 
-    void actionAndChannelMayShareAnId() {
-        const PluginRegistration registration{{action("same")}, {channel("same")}};
-        QCOMPARE(problemOf([&] { registration.validate(); }), QString());
-    }
-
     void channelsAreCheckedAfterAllActions() {
         PluginRegistration registration{{action("a"), action("b")}, {channel("_bad")}};
         registration.actions[1].completionTimeoutSeconds = 1;
@@ -269,15 +227,6 @@ private slots:
         QCOMPARE(problemOf([&] { update.validate(); }), message);
     }
 
-    void updateAlwaysWritesValues() {
-        PluginRunUpdate update;
-        update.phase = PluginRunPhase::failed;
-        QCOMPARE(compact(update.toJson()), R"({"message":"","phase":"failed","values":{}})");
-        update.progress = 0.25;
-        update.values.insert("n", PluginValue::number(1));
-        QCOMPARE(PluginRunUpdate::fromJson(update.toJson()), update);
-    }
-
     void busMessageDecoding_data() {
         QTest::addColumn<QByteArray>("json");
         QTest::addColumn<QString>("message");
@@ -294,17 +243,12 @@ private slots:
                                                      << "\"operation\" has an unknown case";
         QTest::addRow("no request") << QByteArray(R"({"operation":"discover"})")
                                     << "\"requestID\" is missing";
-        QTest::addRow("null request")
-            << QByteArray(R"({"operation":"discover","requestID":null})") << "\"requestID\" is missing";
         QTest::addRow("braced UUID")
             << QByteArray(R"({"operation":"discover","requestID":"{7d3c2f4e-0a1b-4c5d-8e9f-0123456789ab}"})")
             << "\"requestID\" must be a UUID";
         QTest::addRow("nested value that is an object")
             << "{\"operation\":\"invoke\",\"values\":{\"a\":{}}," + id + "}"
             << "\"values.a\" must be a string";
-        QTest::addRow("address lacking a name")
-            << "{\"operation\":\"invoke\",\"address\":{\"plugin\":\"a.b\"}," + id + "}"
-            << "\"address.name\" is missing";
         QTest::addRow("update with an unknown phase")
             << "{\"operation\":\"update\",\"update\":{\"phase\":\"paused\",\"message\":\"\",\"values\":{}}," +
                    id + "}"
@@ -319,9 +263,6 @@ private slots:
                "\"needsReview\":false}}," +
                    id + "}"
             << "\"update.display.completedSteps\" must be a whole number";
-        QTest::addRow("registration lacking channels")
-            << "{\"operation\":\"register\",\"registration\":{\"actions\":[]}," + id + "}"
-            << "\"registration.channels\" is missing";
         QTest::addRow("catalog entry lacking address")
             << "{\"operation\":\"catalog\",\"catalog\":[{}]," + id + "}"
             << "\"catalog[0].address\" is missing";
@@ -351,7 +292,9 @@ private slots:
             message.registration = PluginRegistration{{action()}, {channel()}};
             message.catalog = QList<PluginCatalogEntry>{{{"cafe.osta", "level"}, std::nullopt, channel()}};
             message.values = PluginValueMap{{"a", PluginValue::string("x")}};
-            message.update = PluginRunUpdate{};
+            message.update = PluginRunUpdate{PluginRunPhase::cancelling, 0.25, "M",
+                                             PluginValueMap{{"n", PluginValue::number(1)}},
+                                             PluginRunDisplay{"T", "S", "D", 1, 2, true}};
             message.lifetime = 12.5;
             message.error = "E";
             message.complete = true;
@@ -361,17 +304,6 @@ private slots:
                      message.requestID.toString(QUuid::WithoutBraces).toUpper());
             QCOMPARE(PluginBusMessage::fromJson(json), message);
         }
-        QCOMPARE(PluginBusMessage::operationName(PluginBusMessage::Operation::register_), "register");
-    }
-
-    void absentOptionalsAreLeftOut() {
-        PluginBusMessage message;
-        message.operation = PluginBusMessage::Operation::discover;
-        message.requestID = QUuid("{00000000-0000-0000-0000-00000000000a}");
-        QCOMPARE(compact(message.toJson()),
-                 R"({"operation":"discover","requestID":"00000000-0000-0000-0000-00000000000A"})");
-        const PluginRegistration empty;
-        QCOMPARE(compact(empty.toJson()), R"({"actions":[],"channels":[]})");
     }
 };
 

@@ -1,23 +1,16 @@
-#include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/PluginCatalogAccumulator.h"
 
 #include <QTest>
 
+#include "TestSupport.h"
+
 using namespace vell;
+using vell::test::problemOf;
 
 namespace {
 
 const QUuid first("{11111111-1111-1111-1111-111111111111}");
 const QUuid second("{22222222-2222-2222-2222-222222222222}");
-
-template <typename F> QString problemOf(F&& call) {
-    try {
-        call();
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return {};
-}
 
 PluginRegisteredAction action(const QString& id) {
     PluginRegisteredAction action;

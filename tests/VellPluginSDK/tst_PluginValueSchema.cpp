@@ -1,4 +1,3 @@
-#include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/PluginValueSchema.h"
 
 #include <QJsonArray>
@@ -7,27 +6,12 @@
 
 #include <limits>
 
+#include "TestSupport.h"
+
 using namespace vell;
+using namespace vell::test;
 
 namespace {
-
-QJsonValue parse(const QByteArray& json) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson("[" + json + "]", &error);
-    if (error.error != QJsonParseError::NoError)
-        qFatal("bad test JSON: %s", json.constData());
-    return document.array().at(0);
-}
-
-// The message of the first failure, or an empty text when the call passes.
-template <typename F> QString problemOf(F&& call) {
-    try {
-        call();
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return {};
-}
 
 QJsonObject numberField(const QString& name, bool required = true) {
     return {{"name", name}, {"kind", "number"}, {"required", required}};
@@ -66,12 +50,7 @@ private slots:
         QTest::addRow("false reads No") << QByteArray("false") << int(PluginValue::Kind::boolean) << "No";
         QTest::addRow("1 is a number, never a boolean")
             << QByteArray("1") << int(PluginValue::Kind::number) << "1.0";
-        QTest::addRow("whole number keeps a decimal")
-            << QByteArray("3") << int(PluginValue::Kind::number) << "3.0";
-        QTest::addRow("negative whole") << QByteArray("-42") << int(PluginValue::Kind::number) << "-42.0";
         QTest::addRow("shortest round trip") << QByteArray("0.1") << int(PluginValue::Kind::number) << "0.1";
-        QTest::addRow("no float noise") << QByteArray("1.1") << int(PluginValue::Kind::number) << "1.1";
-        QTest::addRow("fraction") << QByteArray("1.5") << int(PluginValue::Kind::number) << "1.5";
         QTest::addRow("large whole number stays plain")
             << QByteArray("100000000") << int(PluginValue::Kind::number) << "100000000.0";
         QTest::addRow("text stays unchanged")
@@ -103,30 +82,11 @@ private slots:
                  "\"b\" must be a string");
     }
 
-    void schemaJsonRoundTrips() {
-        const QByteArray json =
-            R"({"fields":[{"name":"level","kind":"number","required":true,"minimum":0,"maximum":1},)"
-            R"({"name":"label","kind":"string","required":false}]})";
-        const PluginValueSchema schema = schemaFrom(json);
-        QCOMPARE(schema.fields.size(), 2);
-        QCOMPARE(schema.fields[0].minimum, 0.0);
-        QVERIFY(!schema.fields[1].maximum);
-        QCOMPARE(schemaFrom(QJsonDocument(schema.toJson()).toJson()), schema);
-        QCOMPARE(QJsonDocument(schemaFrom("{\"fields\":[]}").toJson()).toJson(QJsonDocument::Compact),
-                 "{\"fields\":[]}");
-    }
-
     void schemaDecodingFailures_data() {
         QTest::addColumn<QByteArray>("json");
         QTest::addColumn<QString>("message");
 
-        QTest::addRow("no fields") << QByteArray("{}") << "\"fields\" is missing";
-        QTest::addRow("null fields") << QByteArray("{\"fields\":null}") << "\"fields\" is missing";
-        QTest::addRow("unknown kind")
-            << QByteArray(R"({"fields":[{"name":"a","kind":"date","required":true}]})")
-            << "\"fields[0].kind\" has an unknown case";
-        QTest::addRow("missing required flag") << QByteArray(R"({"fields":[{"name":"a","kind":"string"}]})")
-                                               << "\"fields[0].required\" is missing";
+        QTest::addRow("null is missing") << QByteArray("{\"fields\":null}") << "\"fields\" is missing";
         QTest::addRow("text bound")
             << QByteArray(R"({"fields":[{"name":"a","kind":"number","required":true,"minimum":"0"}]})")
             << "\"fields[0].minimum\" must be a number";
@@ -170,16 +130,8 @@ private slots:
             << field(("{\"name\":\"a" + QByteArray(64, 'b') + "\",\"kind\":\"string\",\"required\":true}")
                          .constData())
             << invalidConstraint;
-        QTest::addRow("name starting with a digit")
-            << field(R"({"name":"1a","kind":"string","required":true})") << invalidConstraint;
-        QTest::addRow("name starting with an underscore")
-            << field(R"({"name":"_a","kind":"string","required":true})") << invalidConstraint;
-        QTest::addRow("empty name") << field(R"({"name":"","kind":"string","required":true})")
-                                    << invalidConstraint;
         QTest::addRow("name with a trailing newline")
             << field(R"({"name":"a\n","kind":"string","required":true})") << invalidConstraint;
-        QTest::addRow("name with a hyphen")
-            << field(R"({"name":"a-b","kind":"string","required":true})") << invalidConstraint;
         QTest::addRow("boolean with minimum")
             << field(R"({"name":"a","kind":"boolean","required":true,"minimum":0})") << invalidConstraint;
         QTest::addRow("string with maximum")
@@ -225,8 +177,6 @@ private slots:
         const QString typeMismatch = "Argument type does not match its schema.";
         const QString outside = "Number is outside its limits.";
 
-        QTest::addRow("empty schema, empty values")
-            << QByteArray("{\"fields\":[]}") << QByteArray("{}") << QString();
         QTest::addRow("empty schema refuses any key")
             << QByteArray("{\"fields\":[]}") << QByteArray("{\"x\":1}") << unexpected;
         QTest::addRow("lower bound inclusive") << unitLevel << QByteArray("{\"level\":0}") << QString();
@@ -251,8 +201,6 @@ private slots:
             << optionalText << "{\"t\":\"" + QByteArray(2048, 'x') + "\"}" << QString();
         QTest::addRow("2049 bytes fail") << optionalText << "{\"t\":\"" + QByteArray(2049, 'x') + "\"}"
                                          << "Text argument is too long.";
-        QTest::addRow("682 three-byte characters pass")
-            << optionalText << "{\"t\":\"" + QString(682, QChar(0x20AC)).toUtf8() + "xx\"}" << QString();
         QTest::addRow("683 three-byte characters fail")
             << optionalText << "{\"t\":\"" + QString(683, QChar(0x20AC)).toUtf8() + "\"}"
             << "Text argument is too long.";
