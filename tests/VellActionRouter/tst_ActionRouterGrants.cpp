@@ -410,6 +410,8 @@ private slots:
         RouterHarness h(dir.path());
         setUp(h);
         h.grant(caller, reader);
+        h.grant(caller, level, true);
+        h.channelRequest(Operation::subscribe, caller, level, 0);
         const QUuid run = h.invoke(caller, reader, 0);
         QFile::remove(dir.filePath("action-history-v1.json"));
         QVERIFY(QDir(dir.path()).mkdir("action-history-v1.json"));
@@ -421,6 +423,9 @@ private slots:
         QCOMPARE(h.router.history().last().phase, PluginRunPhase::succeeded);
         h.invoke(caller, reader, 3);
         QCOMPARE(h.failures(caller), QStringList(unavailable));
+        // The subscription stays, but nothing crosses to it any more.
+        h.publish(provider, level, 3);
+        QVERIFY(h.to(caller, Operation::event).isEmpty());
     }
 
     void noDirectoryTouchesNoFile() {
