@@ -188,10 +188,6 @@ void DisplayShelfController::collapse() {
         m_isPinned = false;
         emit isPinnedChanged();
     }
-    if (m_isPinned)
-        cancelHoverTask();
-    else
-        scheduleCollapse();
     m_panel->resignKey();
     reposition(true);
 }

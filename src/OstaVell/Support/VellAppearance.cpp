@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <variant>
 
 namespace vell {
 
@@ -46,31 +47,49 @@ VellAppearance VellAppearance::normalized() const {
     return result;
 }
 
+namespace {
+// Every field once, in the order the stored JSON writes them; each conversion below walks this.
+using Member = std::variant<QString VellAppearance::*, double VellAppearance::*, bool VellAppearance::*>;
+struct Field {
+    const char* key;
+    Member member;
+};
+const Field fields[] = {
+    {"backgroundStyle", &VellAppearance::backgroundStyle},
+    {"startHex", &VellAppearance::startHex},
+    {"endHex", &VellAppearance::endHex},
+    {"accentHex", &VellAppearance::accentHex},
+    {"opacity", &VellAppearance::opacity},
+    {"fades", &VellAppearance::fades},
+    {"startOpacity", &VellAppearance::startOpacity},
+    {"endOpacity", &VellAppearance::endOpacity},
+    {"direction", &VellAppearance::direction},
+    {"borderGlow", &VellAppearance::borderGlow},
+    {"width", &VellAppearance::width},
+    {"height", &VellAppearance::height},
+    {"cornerRadius", &VellAppearance::cornerRadius},
+};
+
+template <typename T> bool hasType(const QJsonValue& value) {
+    if constexpr (std::is_same_v<T, QString>)
+        return value.isString();
+    else if constexpr (std::is_same_v<T, bool>)
+        return value.isBool();
+    else
+        return value.isDouble();
+}
+} // namespace
+
 std::optional<QByteArray> VellAppearance::encodedJson() const {
-    for (const double number : {opacity, startOpacity, endOpacity, width, height, cornerRadius}) {
-        if (!std::isfinite(number))
-            return std::nullopt;
-    }
-    const std::pair<const char*, QJsonValue> fields[] = {
-        {"backgroundStyle", backgroundStyle},
-        {"startHex", startHex},
-        {"endHex", endHex},
-        {"accentHex", accentHex},
-        {"opacity", opacity},
-        {"fades", fades},
-        {"startOpacity", startOpacity},
-        {"endOpacity", endOpacity},
-        {"direction", direction},
-        {"borderGlow", borderGlow},
-        {"width", width},
-        {"height", height},
-        {"cornerRadius", cornerRadius},
-    };
     QByteArray text = "{";
-    for (const auto& [key, value] : fields) {
+    for (const Field& field : fields) {
+        const QJsonValue value =
+            std::visit([this](auto member) { return QJsonValue(this->*member); }, field.member);
+        if (value.isDouble() && !std::isfinite(value.toDouble()))
+            return std::nullopt;
         if (text.size() > 1)
             text += ',';
-        text += '"' + QByteArray(key) + "\":" + scalarJson(value);
+        text += '"' + QByteArray(field.key) + "\":" + scalarJson(value);
     }
     text += '}';
     return text;
@@ -80,87 +99,46 @@ std::optional<VellAppearance> VellAppearance::fromJson(const QJsonValue& json) {
     if (!json.isObject())
         return std::nullopt;
     const QJsonObject object = json.toObject();
-    bool complete = true;
-    auto text = [&](const char* key) {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        complete = complete && value.isString();
-        return value.toString();
-    };
-    auto number = [&](const char* key) {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        complete = complete && value.isDouble();
-        return value.toDouble();
-    };
-    auto flag = [&](const char* key) {
-        const QJsonValue value = object.value(QLatin1StringView(key));
-        complete = complete && value.isBool();
-        return value.toBool();
-    };
-
     VellAppearance appearance;
-    appearance.backgroundStyle = text("backgroundStyle");
-    appearance.startHex = text("startHex");
-    appearance.endHex = text("endHex");
-    appearance.accentHex = text("accentHex");
-    appearance.opacity = number("opacity");
-    appearance.fades = flag("fades");
-    appearance.startOpacity = number("startOpacity");
-    appearance.endOpacity = number("endOpacity");
-    appearance.direction = text("direction");
-    appearance.borderGlow = flag("borderGlow");
-    appearance.width = number("width");
-    appearance.height = number("height");
-    appearance.cornerRadius = number("cornerRadius");
-    if (!complete)
-        return std::nullopt;
+    for (const Field& field : fields) {
+        const QJsonValue value = object.value(QLatin1StringView(field.key));
+        const bool read = std::visit(
+            [&](auto member) {
+                using T = std::remove_reference_t<decltype(appearance.*member)>;
+                if (!hasType<T>(value))
+                    return false;
+                appearance.*member = value.toVariant().value<T>();
+                return true;
+            },
+            field.member);
+        if (!read)
+            return std::nullopt;
+    }
     return appearance;
 }
 
 QVariantMap VellAppearance::toVariantMap() const {
-    return {
-        {QStringLiteral("backgroundStyle"), backgroundStyle},
-        {QStringLiteral("startHex"), startHex},
-        {QStringLiteral("endHex"), endHex},
-        {QStringLiteral("accentHex"), accentHex},
-        {QStringLiteral("opacity"), opacity},
-        {QStringLiteral("fades"), fades},
-        {QStringLiteral("startOpacity"), startOpacity},
-        {QStringLiteral("endOpacity"), endOpacity},
-        {QStringLiteral("direction"), direction},
-        {QStringLiteral("borderGlow"), borderGlow},
-        {QStringLiteral("width"), width},
-        {QStringLiteral("height"), height},
-        {QStringLiteral("cornerRadius"), cornerRadius},
-    };
+    QVariantMap map;
+    for (const Field& field : fields)
+        map.insert(
+            QLatin1StringView(field.key),
+            std::visit([this](auto member) { return QVariant::fromValue(this->*member); }, field.member));
+    return map;
 }
 
 VellAppearance VellAppearance::fromVariantMap(const QVariantMap& map) {
     VellAppearance appearance;
-    auto read = [&map](const char* key, auto& field) {
-        const auto found = map.constFind(QLatin1StringView(key));
+    for (const Field& field : fields) {
+        const auto found = map.constFind(QLatin1StringView(field.key));
         if (found == map.cend())
-            return;
-        using Field = std::remove_reference_t<decltype(field)>;
-        if constexpr (std::is_same_v<Field, QString>)
-            field = found->toString();
-        else if constexpr (std::is_same_v<Field, bool>)
-            field = found->toBool();
-        else
-            field = found->toDouble();
-    };
-    read("backgroundStyle", appearance.backgroundStyle);
-    read("startHex", appearance.startHex);
-    read("endHex", appearance.endHex);
-    read("accentHex", appearance.accentHex);
-    read("opacity", appearance.opacity);
-    read("fades", appearance.fades);
-    read("startOpacity", appearance.startOpacity);
-    read("endOpacity", appearance.endOpacity);
-    read("direction", appearance.direction);
-    read("borderGlow", appearance.borderGlow);
-    read("width", appearance.width);
-    read("height", appearance.height);
-    read("cornerRadius", appearance.cornerRadius);
+            continue;
+        std::visit(
+            [&](auto member) {
+                using T = std::remove_reference_t<decltype(appearance.*member)>;
+                appearance.*member = found->value<T>();
+            },
+            field.member);
+    }
     return appearance;
 }
 
