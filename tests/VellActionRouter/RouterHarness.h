@@ -9,6 +9,12 @@
 
 namespace vell::test {
 
+// The two peers every router test talks between, and the provider's common actions.
+inline const QString caller = QStringLiteral("cafe.caller");
+inline const QString provider = QStringLiteral("cafe.provider");
+inline const PluginActionAddress reader{provider, QStringLiteral("read")};
+inline const PluginActionAddress change{provider, QStringLiteral("change")};
+
 struct Sent {
     QString to;
     PluginBusMessage message;

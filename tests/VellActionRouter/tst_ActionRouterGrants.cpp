@@ -14,10 +14,6 @@ using Effect = PluginRegisteredAction::Effect;
 
 namespace {
 
-const QString caller = "cafe.caller";
-const QString provider = "cafe.provider";
-const PluginActionAddress reader{provider, "read"};
-const PluginActionAddress change{provider, "change"};
 const PluginActionAddress level{provider, "level"};
 const QString recovery = "Action permissions need recovery. Access remains denied.";
 const QString historyFailed = "Run history could not be saved. New cross-plugin access is denied.";

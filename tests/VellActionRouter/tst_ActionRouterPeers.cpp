@@ -10,8 +10,6 @@ using Operation = PluginBusMessage::Operation;
 
 namespace {
 
-const QString caller = "cafe.caller";
-const QString provider = "cafe.provider";
 const PluginActionAddress level{provider, "level"};
 const PluginActionAddress pulse{provider, "pulse"};
 

@@ -9,11 +9,7 @@ using Effect = PluginRegisteredAction::Effect;
 
 namespace {
 
-const QString caller = "cafe.caller";
-const QString provider = "cafe.provider";
-const PluginActionAddress reader{provider, "read"};
 const PluginActionAddress slow{provider, "slow"};
-const PluginActionAddress change{provider, "change"};
 const PluginActionAddress stoppable{provider, "stoppable"};
 
 // reader: read-only, 10 s; slow: read-only, 10 s of silence within 60 s; change: a local change
