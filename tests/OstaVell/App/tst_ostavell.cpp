@@ -30,8 +30,10 @@ private:
     static QString run(const QString& program, const QStringList& arguments, int* exitCode = nullptr);
     // Visible panels by display name ("OstaVell — left") with their geometry.
     static QMap<QString, QRect> panels();
+    static QString windowId(const QString& name);
     // The window manager's view of a panel: its window type and state atoms.
     static QString windowProperties(const QString& name);
+    static bool hasFocus(const QString& name);
     static QRect closedFrame(const QRect& screen);
     static QRect openStageFrame(const QRect& screen);
     static QString app();
@@ -69,14 +71,24 @@ QMap<QString, QRect> TestOstaVell::panels() {
     return result;
 }
 
-QString TestOstaVell::windowProperties(const QString& name) {
+QString TestOstaVell::windowId(const QString& name) {
     const QString tree = run(QStringLiteral("xwininfo"), {"-root", "-tree"});
-    const auto match =
-        QRegularExpression(QStringLiteral("(0x[0-9a-f]+) \"%1\"").arg(QRegularExpression::escape(name)))
-            .match(tree);
-    if (!match.hasMatch())
+    return QRegularExpression(QStringLiteral("(0x[0-9a-f]+) \"%1\"").arg(QRegularExpression::escape(name)))
+        .match(tree)
+        .captured(1);
+}
+
+QString TestOstaVell::windowProperties(const QString& name) {
+    const QString id = windowId(name);
+    if (id.isEmpty())
         return {};
-    return run(QStringLiteral("xprop"), {"-id", match.captured(1), "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE"});
+    return run(QStringLiteral("xprop"), {"-id", id, "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE"});
+}
+
+bool TestOstaVell::hasFocus(const QString& name) {
+    bool ok = false;
+    const qulonglong panel = windowId(name).toULongLong(&ok, 16);
+    return ok && run(QStringLiteral("xdotool"), {"getwindowfocus"}).trimmed().toULongLong() == panel;
 }
 
 QRect TestOstaVell::closedFrame(const QRect& screen) {
@@ -156,7 +168,9 @@ void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
     run(app(), {"--open"}, &status);
     QCOMPARE(status, 0);
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
-    // Opened with focus, it stays open although the pointer is away.
+    // Opened with focus, it stays open although the pointer is away; Escape reaches it only
+    // once the window manager has handed it the keyboard.
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(name), 10000);
     QTest::qWait(1000);
     QCOMPARE(panels().value(name), openStageFrame(screen));
     run(QStringLiteral("xdotool"), {"key", "Escape"});
