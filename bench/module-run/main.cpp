@@ -2,7 +2,7 @@
 // of /bin/true measured in the same run. A press should feel instant; the ratio of the two
 // medians says how far from a bare process start it is.
 
-#include "OstaVell/Modules/ModuleStore.h"
+#include "OstaVell/Modules/Lightweight/ModuleStore.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

@@ -96,7 +96,7 @@ int main(int argc, char** argv) {
 
         const QList<ActionRunSummary> history = router.history();
         timer.restart();
-        const bool written = !floorFiles.saveHistory(history) && !floorFiles.saveHistory(history);
+        const bool written = floorFiles.saveHistory(history).ok() && floorFiles.saveHistory(history).ok();
         const qint64 floor = timer.nsecsElapsed();
         if (!written || router.persistenceError()) {
             std::fprintf(stderr, "router bench: history could not be written\n");

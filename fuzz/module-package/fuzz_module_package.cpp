@@ -2,7 +2,7 @@
 // yields a package that passes validate, survives its own encoding unchanged, and renders
 // every template of its views without fault.
 
-#include "VellPluginSDK/ModulePackage.h"
+#include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 

@@ -1,12 +1,13 @@
 #include "OstaVell/AppDelegate.h"
 
 #include "OstaVell/Features/Notes/NotesStore.h"
-#include "OstaVell/Modules/ModuleStore.h"
+#include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/Logging.h"
-#include "OstaVell/Support/Migrations.h"
+#include "OstaVell/Migrations.h"
 #include "OstaVell/Support/SettingsStore.h"
+#include "OstaVell/Support/ShellContributions.h"
 #include "OstaVell/Support/UserDefaults.h"
 #include "OstaVell/VellMenu.h"
 
@@ -39,6 +40,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 
     Migrations::run(*UserDefaults::instance(), *NotesStore::instance(), QDateTime::currentDateTimeUtc());
 
+    offerViews();
+
     m_engine = new QQmlEngine(this);
     connect(m_engine, &QQmlEngine::quit, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     Accessibility::instance()->startWatchingDesktop();
@@ -51,6 +54,12 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_shelf->start();
 
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
+}
+
+void AppDelegate::offerViews() {
+    // What each feature adds to the shell's views, one line a feature.
+    ShellContributions* shell = ShellContributions::instance();
+    shell->offerSettingsPane(QStringLiteral("Modules"), ModuleStore::settingsPaneView());
 }
 
 void AppDelegate::applicationWillTerminate() {

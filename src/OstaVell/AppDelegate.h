@@ -30,6 +30,8 @@ public:
     void showSettings();
 
 private:
+    void offerViews();
+
     ShelfController* m_shelf;
     QQmlEngine* m_engine = nullptr;
     VellMenu* m_menu = nullptr;

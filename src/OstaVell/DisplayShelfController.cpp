@@ -1,6 +1,6 @@
 #include "OstaVell/DisplayShelfController.h"
 
-#include "OstaVell/Modules/ModuleStore.h"
+#include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/ColorHex.h"
@@ -27,8 +27,8 @@ constexpr double kHandleOpenWidth = 620;
 constexpr double kHandleOpenHeight = 264;
 constexpr double kMinimumWingWidth = 40;
 
-bool isStageTab(const QString& tab) {
-    return tab == QLatin1String("Vell") || tab == QLatin1String("Modules") || tab == QLatin1String("Google");
+bool isStageTab(NotchTab tab) {
+    return tab == NotchTab::home || tab == NotchTab::modules;
 }
 } // namespace
 
@@ -86,16 +86,11 @@ DisplayShelfController::~DisplayShelfController() {
     delete m_panel;
 }
 
-QString DisplayShelfController::initialTab(const QString& savedRaw, bool hasWorkspace,
-                                           const QString& defaultTabRaw) {
-    QString raw = savedRaw;
-    if (raw.isNull())
-        raw = hasWorkspace ? QStringLiteral("Modules") : defaultTabRaw;
-    if (raw == QLatin1String("Google") || raw == QLatin1String("Modules"))
-        return QStringLiteral("Vell");
-    if (raw == QLatin1String("Tools"))
-        return QStringLiteral("Automations");
-    return raw;
+NotchTab DisplayShelfController::initialTab(const QString& savedRaw, bool hasWorkspace,
+                                            const QString& defaultTabRaw) {
+    if (!savedRaw.isNull())
+        return notchTabFromSaved(savedRaw);
+    return hasWorkspace ? NotchTab::home : notchTabFromSaved(defaultTabRaw);
 }
 
 bool DisplayShelfController::hasWorkspace() const {
@@ -153,8 +148,8 @@ void DisplayShelfController::setPinned(bool pinned) {
         scheduleCollapse();
 }
 
-void DisplayShelfController::setTab(const QString& tab) {
-    UserDefaults::instance()->setValue(kLastTabPrefix + m_appearanceID, tab);
+void DisplayShelfController::setTab(NotchTab tab) {
+    UserDefaults::instance()->setValue(kLastTabPrefix + m_appearanceID, notchTabRaw(tab));
     if (m_tab != tab) {
         m_tab = tab;
         emit tabChanged();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OstaVell/Support/NotchTab.h"
+
 #include <QColor>
 #include <QObject>
 #include <QPointer>
@@ -54,8 +56,11 @@ public:
     bool isExpanded() const { return m_isExpanded; }
     bool isPinned() const { return m_isPinned; }
     void setPinned(bool pinned);
-    QString tab() const { return m_tab; }
-    void setTab(const QString& tab);
+    // The tab by its raw value, as the views and the defaults know it.
+    QString tab() const { return notchTabRaw(m_tab); }
+    void setTab(const QString& raw) { setTab(notchTabFromSaved(raw)); }
+    NotchTab currentTab() const { return m_tab; }
+    void setTab(NotchTab tab);
     double wingWidth() const { return m_wingWidth; }
     double contentTopInset() const { return m_contentTopInset; }
     // The panel's frame on the desktop, in logical pixels: where the layout puts it.
@@ -80,7 +85,7 @@ public:
     bool pointerStillOverVell() const;
 
     // The first tab of a display, from its saved tab or the defaults.
-    static QString initialTab(const QString& savedRaw, bool hasWorkspace, const QString& defaultTabRaw);
+    static NotchTab initialTab(const QString& savedRaw, bool hasWorkspace, const QString& defaultTabRaw);
 
 signals:
     void screenChanged();
@@ -115,7 +120,7 @@ private:
     QString m_appearanceID;
     bool m_isExpanded = false;
     bool m_isPinned = false;
-    QString m_tab;
+    NotchTab m_tab = NotchTab::home;
     double m_wingWidth = 70;
     double m_contentTopInset = 0;
     QRectF m_frame;

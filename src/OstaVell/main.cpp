@@ -4,9 +4,6 @@
 #include <QApplication>
 #include <QQuickStyle>
 #include <QQuickWindow>
-#include <QtQml/QQmlExtensionPlugin>
-
-Q_IMPORT_QML_PLUGIN(OstaVellPlugin)
 
 int main(int argc, char* argv[]) {
     vell::installLogPattern();

@@ -1,6 +1,6 @@
 #include "VellActionRouter/ActionGrant.h"
 
-#include "VellPluginSDK/JsonReader.h"
+#include "VellPluginSDK/Json/JsonReader.h"
 
 namespace vell {
 

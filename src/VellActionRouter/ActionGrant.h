@@ -1,6 +1,6 @@
 #pragma once
 
-#include "VellPluginSDK/PluginActionAddress.h"
+#include "VellPluginSDK/Actions/PluginActionAddress.h"
 
 #include <QByteArray>
 #include <QJsonObject>

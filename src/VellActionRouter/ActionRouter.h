@@ -4,8 +4,8 @@
 #include "VellActionRouter/ActionRouterFiles.h"
 #include "VellActionRouter/ActionRun.h"
 #include "VellActionRouter/ActionRunSummary.h"
-#include "VellPluginSDK/PluginBusMessage.h"
-#include "VellPluginSDK/PluginCatalogEntry.h"
+#include "VellPluginSDK/Actions/PluginBusMessage.h"
+#include "VellPluginSDK/Actions/PluginCatalogEntry.h"
 
 #include <QList>
 #include <QMap>

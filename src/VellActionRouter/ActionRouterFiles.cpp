@@ -1,24 +1,21 @@
 #include "VellActionRouter/ActionRouterFiles.h"
 
+#include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSaveFile>
 #include <QSet>
 
 namespace vell {
 
 namespace {
 
-template <typename T> std::optional<QList<T>> decodeList(const QByteArray& bytes) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
-    if (error.error != QJsonParseError::NoError || !document.isArray())
+template <typename T> std::optional<QList<T>> decodeList(const JsonContents& contents) {
+    if (!contents.read() || !contents.document.isArray())
         return std::nullopt;
-    const QJsonArray array = document.array();
+    const QJsonArray array = contents.document.array();
     QList<T> items;
     items.reserve(array.size());
     try {
@@ -51,13 +48,10 @@ QString ActionRouterFiles::historyPath() const {
 }
 
 std::optional<QList<ActionGrant>> ActionRouterFiles::loadGrants() const {
-    const QString path = grantsPath();
-    if (!QFile::exists(path))
+    const JsonContents contents = JsonFile::read(grantsPath(), maximumGrantsBytes);
+    if (contents.missing())
         return QList<ActionGrant>();
-    const std::optional<QByteArray> bytes = readBounded(path, maximumGrantsBytes);
-    if (!bytes)
-        return std::nullopt;
-    std::optional<QList<ActionGrant>> grants = decodeList<ActionGrant>(*bytes);
+    std::optional<QList<ActionGrant>> grants = decodeList<ActionGrant>(contents);
     if (!grants || grants->size() > maximumGrants)
         return std::nullopt;
     QSet<QString> ids;
@@ -70,40 +64,15 @@ std::optional<QList<ActionGrant>> ActionRouterFiles::loadGrants() const {
 }
 
 std::optional<QList<ActionRunSummary>> ActionRouterFiles::loadHistory() const {
-    const std::optional<QByteArray> bytes = readBounded(historyPath(), maximumHistoryBytes);
-    if (!bytes)
-        return std::nullopt;
-    return decodeList<ActionRunSummary>(*bytes);
+    return decodeList<ActionRunSummary>(JsonFile::read(historyPath(), maximumHistoryBytes));
 }
 
-std::optional<QString> ActionRouterFiles::saveGrants(const QList<ActionGrant>& grants) const {
-    return write(grantsPath(), encodeList(grants));
+FileResult ActionRouterFiles::saveGrants(const QList<ActionGrant>& grants) const {
+    return JsonFile::write(grantsPath(), encodeList(grants));
 }
 
-std::optional<QString> ActionRouterFiles::saveHistory(const QList<ActionRunSummary>& history) const {
-    return write(historyPath(), encodeList(history));
-}
-
-std::optional<QByteArray> ActionRouterFiles::readBounded(const QString& path, qint64 limit) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    // One byte beyond the limit tells an oversized file from one exactly at it, without
-    // reading a file of any size into memory.
-    QByteArray bytes = file.read(limit + 1);
-    if (bytes.size() > limit || file.error() != QFileDevice::NoError)
-        return std::nullopt;
-    return bytes;
-}
-
-std::optional<QString> ActionRouterFiles::write(const QString& path, const QByteArray& bytes) const {
-    if (!QDir().mkpath(m_directory))
-        return QStringLiteral("Could not create the folder %1.").arg(m_directory);
-    QSaveFile file(path);
-    file.setDirectWriteFallback(false);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
-        return file.errorString();
-    return std::nullopt;
+FileResult ActionRouterFiles::saveHistory(const QList<ActionRunSummary>& history) const {
+    return JsonFile::write(historyPath(), encodeList(history));
 }
 
 } // namespace vell

@@ -2,6 +2,7 @@
 
 #include "VellActionRouter/ActionGrant.h"
 #include "VellActionRouter/ActionRunSummary.h"
+#include "VellPluginSDK/Json/JsonFile.h"
 
 #include <QList>
 #include <QString>
@@ -32,14 +33,10 @@ public:
     // Everything the file holds, or nothing when it is missing, too large or undecodable.
     std::optional<QList<ActionRunSummary>> loadHistory() const;
 
-    // The error text on failure.
-    std::optional<QString> saveGrants(const QList<ActionGrant>& grants) const;
-    std::optional<QString> saveHistory(const QList<ActionRunSummary>& history) const;
+    FileResult saveGrants(const QList<ActionGrant>& grants) const;
+    FileResult saveHistory(const QList<ActionRunSummary>& history) const;
 
 private:
-    // The bytes of path, unless it can't be opened or holds more than limit bytes.
-    static std::optional<QByteArray> readBounded(const QString& path, qint64 limit);
-    std::optional<QString> write(const QString& path, const QByteArray& bytes) const;
 
     QString m_directory;
 };

@@ -49,8 +49,8 @@ void ActionRouter::setAllowed(const QString& caller, const PluginCatalogEntry& e
         fail("Too many action permissions.");
     // The file first and the memory after, so that a grant in force is always on disk.
     if (m_files) {
-        if (const std::optional<QString> error = m_files->saveGrants(grants))
-            throw ModuleProblem(*error);
+        if (const FileResult saved = m_files->saveGrants(grants); !saved)
+            throw ModuleProblem(saved.error());
     }
     m_grants = std::move(grants);
     if (!allowed) {
@@ -107,7 +107,7 @@ void ActionRouter::record(const QUuid& id) {
     if (!m_files)
         return;
     // The run carries on and memory keeps the entry; only new access is refused from now on.
-    if (m_files->saveHistory(m_history) && !m_persistenceError)
+    if (!m_files->saveHistory(m_history) && !m_persistenceError)
         m_persistenceError =
             QStringLiteral("Run history could not be saved. New cross-plugin access is denied.");
 }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "VellPluginSDK/PluginActionAddress.h"
-#include "VellPluginSDK/PluginRegisteredAction.h"
-#include "VellPluginSDK/PluginRunUpdate.h"
-#include "VellPluginSDK/PluginValue.h"
+#include "VellPluginSDK/Actions/PluginActionAddress.h"
+#include "VellPluginSDK/Actions/PluginRegisteredAction.h"
+#include "VellPluginSDK/Actions/PluginRunUpdate.h"
+#include "VellPluginSDK/Actions/PluginValue.h"
 
 #include <QString>
 #include <QUuid>

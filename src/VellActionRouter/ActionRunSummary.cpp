@@ -1,7 +1,7 @@
 #include "VellActionRouter/ActionRunSummary.h"
 
-#include "VellPluginSDK/JsonReader.h"
-#include "VellPluginSDK/PluginBusMessage.h"
+#include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Actions/PluginBusMessage.h"
 
 namespace vell {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "VellPluginSDK/PluginActionAddress.h"
-#include "VellPluginSDK/PluginRunPhase.h"
+#include "VellPluginSDK/Actions/PluginActionAddress.h"
+#include "VellPluginSDK/Actions/PluginRunPhase.h"
 
 #include <QJsonObject>
 #include <QJsonValue>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "VellPluginSDK/ModuleRequest.h"
-#include "VellPluginSDK/ModuleResponse.h"
+#include "VellPluginSDK/Modules/ModuleRequest.h"
+#include "VellPluginSDK/Modules/ModuleResponse.h"
 
 #include <QJSEngine>
 #include <QJSValue>

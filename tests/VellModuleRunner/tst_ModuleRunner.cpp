@@ -1,7 +1,7 @@
 #include "VellModuleRunner/ModuleConfinement.h"
 #include "VellPluginSDK/ModuleProblem.h"
-#include "VellPluginSDK/ModuleRequest.h"
-#include "VellPluginSDK/ModuleResponse.h"
+#include "VellPluginSDK/Modules/ModuleRequest.h"
+#include "VellPluginSDK/Modules/ModuleResponse.h"
 
 #include <QFile>
 #include <QJsonDocument>

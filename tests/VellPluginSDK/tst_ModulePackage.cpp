@@ -1,4 +1,4 @@
-#include "VellPluginSDK/ModulePackage.h"
+#include "VellPluginSDK/Modules/ModulePackage.h"
 
 #include <QJsonDocument>
 #include <QTest>

@@ -1,6 +1,6 @@
-#include "VellPluginSDK/InstalledModule.h"
-#include "VellPluginSDK/ModuleRequest.h"
-#include "VellPluginSDK/ModuleResponse.h"
+#include "VellPluginSDK/Modules/InstalledModule.h"
+#include "VellPluginSDK/Modules/ModuleRequest.h"
+#include "VellPluginSDK/Modules/ModuleResponse.h"
 
 #include <QJsonDocument>
 #include <QTest>

@@ -1,4 +1,4 @@
-#include "VellPluginSDK/PluginBusMessage.h"
+#include "VellPluginSDK/Actions/PluginBusMessage.h"
 
 #include <QTest>
 

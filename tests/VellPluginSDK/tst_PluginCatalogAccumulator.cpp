@@ -1,4 +1,4 @@
-#include "VellPluginSDK/PluginCatalogAccumulator.h"
+#include "VellPluginSDK/Actions/PluginCatalogAccumulator.h"
 
 #include <QTest>
 

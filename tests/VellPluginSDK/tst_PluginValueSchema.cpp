@@ -1,4 +1,4 @@
-#include "VellPluginSDK/PluginValueSchema.h"
+#include "VellPluginSDK/Actions/PluginValueSchema.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

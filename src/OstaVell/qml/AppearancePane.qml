@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import OstaVell
+import OstaVell.Support
 
 // The look of the vells: one shared appearance, and a saved one per display that wants its own.
 ScrollView {

@@ -1,5 +1,6 @@
 import QtQuick
 import OstaVell
+import OstaVell.Support
 
 // The closed notch and its two wings. A tap opens the panel with focus.
 Item {

@@ -1,5 +1,6 @@
 import QtQuick
 import OstaVell
+import OstaVell.Support
 
 // What the open panel shows under its header, by tab.
 Item {
@@ -7,12 +8,20 @@ Item {
     required property DisplayShelfController controller
 
     readonly property string tab: controller.tab
+    // A feature's view for this tab, when one is offered; the shell's own otherwise.
+    readonly property url offered: ShellContributions.tabView(tab)
+
+    Loader {
+        anchors.fill: parent
+        active: root.offered.toString().length > 0
+        source: root.offered
+    }
     readonly property bool isTray: tab === "Tray"
     readonly property bool isTools: tab === "Tools" || tab === "Automations"
 
     // The tray.
     Column {
-        visible: root.isTray
+        visible: root.isTray && !root.offered.toString()
         anchors.centerIn: parent
         spacing: 10
         Text {
@@ -40,7 +49,7 @@ Item {
 
     // The tools.
     Text {
-        visible: root.isTools
+        visible: root.isTools && !root.offered.toString()
         anchors.centerIn: parent
         text: "Workflows"
         color: Qt.rgba(1, 1, 1, 0.55)
@@ -49,7 +58,7 @@ Item {
 
     // The workspace stage: 16:9, empty until modules or plugins are placed on it.
     Rectangle {
-        visible: !root.isTray && !root.isTools
+        visible: !root.isTray && !root.isTools && !root.offered.toString()
         anchors.fill: parent
         radius: 16
         color: Qt.rgba(1, 1, 1, 0.085)

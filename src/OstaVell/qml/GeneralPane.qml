@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import OstaVell
+import OstaVell.Support
 
 ScrollView {
     id: pane

@@ -1,5 +1,6 @@
 import QtQuick
 import OstaVell
+import OstaVell.Support
 
 // Tabs on the left; pin, settings and collapse on the right.
 Item {

@@ -3,6 +3,7 @@ import QtQuick.Controls
 import QtQuick.Controls.Material
 import QtQuick.Layouts
 import OstaVell
+import OstaVell.Support
 
 // The "workbench" window: the settings panes, dark and tinted with the accent colour.
 ApplicationWindow {
@@ -37,7 +38,8 @@ ApplicationWindow {
             id: panes
             Layout.preferredWidth: 150
             Layout.fillHeight: true
-            model: ["General", "Appearance", "Modules"]
+            // The shell's own panes, then those the features offer.
+            model: ["General", "Appearance"].concat(ShellContributions.settingsPanes.map(pane => pane.title))
             currentIndex: 0
             delegate: ItemDelegate {
                 required property string modelData
@@ -57,7 +59,13 @@ ApplicationWindow {
             currentIndex: panes.currentIndex
             GeneralPane { shelf: window.shelf }
             AppearancePane { shelf: window.shelf }
-            ModulesPane {}
+            Repeater {
+                model: ShellContributions.settingsPanes
+                Loader {
+                    required property var modelData
+                    source: modelData.view
+                }
+            }
         }
     }
 }

@@ -1,5 +1,6 @@
 import QtQuick
 import OstaVell
+import OstaVell.Support
 
 // One display's panel: the fill and outline of its appearance, the closed notch or the open
 // workspace, and the glow along the edge when the appearance asks for one.

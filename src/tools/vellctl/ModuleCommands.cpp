@@ -1,8 +1,7 @@
 #include "tools/vellctl/ModuleCommands.h"
 
-#include "OstaVell/Modules/ModuleExecution.h"
-#include "OstaVell/Modules/ModuleStore.h"
-#include "VellPluginSDK/ModulePackage.h"
+#include "VellHost/ModuleExecution.h"
+#include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QFile>
@@ -71,7 +70,7 @@ CommandStatus run(const QStringList& arguments) {
 
     ModuleRequest request;
     try {
-        const ModulePackage package = ModuleStore::readPackage(arguments.first());
+        const ModulePackage package = ModulePackage::read(arguments.first());
         QJsonObject encoded{{QStringLiteral("package"), package.toJson()}};
         encoded.insert(QStringLiteral("state"),
                        options.contains(QStringLiteral("--state"))

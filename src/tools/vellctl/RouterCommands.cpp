@@ -1,7 +1,7 @@
 #include "tools/vellctl/RouterCommands.h"
 
 #include "VellActionRouter/ActionRouter.h"
-#include "VellPluginSDK/JsonReader.h"
+#include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QFile>

@@ -95,7 +95,7 @@ void TestShelfController::initialTab() {
     QFETCH(bool, hasWorkspace);
     QFETCH(QString, defaultTab);
     QFETCH(QString, expected);
-    QCOMPARE(DisplayShelfController::initialTab(saved, hasWorkspace, defaultTab), expected);
+    QCOMPARE(notchTabRaw(DisplayShelfController::initialTab(saved, hasWorkspace, defaultTab)), expected);
 }
 
 void TestShelfController::hoverOpensAfterTheWaitAndLeavingCancelsIt() {

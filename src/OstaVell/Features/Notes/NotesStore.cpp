@@ -1,13 +1,12 @@
 #include "OstaVell/Features/Notes/NotesStore.h"
 
 #include "OstaVell/Features/Notes/NotesFile.h"
+#include "VellPluginSDK/Json/JsonFile.h"
 
 #include <QCoreApplication>
-#include <QDir>
+#include <QJSEngine>
 #include <QFile>
-#include <QFileInfo>
 #include <QLoggingCategory>
-#include <QSaveFile>
 #include <QStandardPaths>
 
 namespace vell {
@@ -17,6 +16,12 @@ Q_LOGGING_CATEGORY(lcNotes, "OstaVell Notes", QtInfoMsg)
 NotesStore* NotesStore::instance() {
     static NotesStore* p = new NotesStore(defaultFilePath());
     return p;
+}
+
+NotesStore* NotesStore::create(QQmlEngine*, QJSEngine*) {
+    NotesStore* store = instance();
+    QJSEngine::setObjectOwnership(store, QJSEngine::CppOwnership);
+    return store;
 }
 
 QString NotesStore::defaultFilePath() {
@@ -90,36 +95,25 @@ void NotesStore::saveNow() {
     if (!m_dirty)
         return;
 
-    QString error;
-    QDir().mkpath(QFileInfo(m_filePath).absolutePath());
-    QSaveFile file(m_filePath);
-    file.setDirectWriteFallback(false);
-    if (!file.open(QIODevice::WriteOnly)) {
-        error = file.errorString();
-    } else {
-        file.write(NotesFile{NotesFile::currentVersion, m_notes}.toData());
-        if (!file.commit())
-            error = file.errorString();
-    }
-    if (!error.isEmpty()) {
-        qCWarning(lcNotes, "save failed: %s", qUtf8Printable(error));
+    const FileResult saved = JsonFile::write(m_filePath, NotesFile{NotesFile::currentVersion, m_notes}.toData());
+    if (!saved) {
+        qCWarning(lcNotes, "save failed: %s", qUtf8Printable(saved.error()));
         return;
     }
     setDirty(false);
 }
 
 void NotesStore::load() {
-    QFile file(m_filePath);
-    if (!file.exists())
+    const FileContents file = JsonFile::readBytes(m_filePath, maximumFileBytes);
+    if (file.missing())
         return;
 
-    QString error;
+    QString error = file.error;
     std::optional<NotesFile> contents;
-    if (file.open(QIODevice::ReadOnly))
-        contents = NotesFile::fromData(file.readAll(), &error);
-    else
-        error = file.errorString();
-    file.close();
+    if (file.read())
+        contents = NotesFile::fromData(file.bytes, &error);
+    else if (file.status == FileContents::Status::TooLarge)
+        error = QStringLiteral("the file is larger than notes ever grow");
 
     if (contents) {
         m_notes = contents->notes;

@@ -8,8 +8,12 @@
 #include <QString>
 #include <QTimer>
 #include <QUuid>
+#include <QtQml/qqmlregistration.h>
 
 #include <optional>
+
+class QJSEngine;
+class QQmlEngine;
 
 namespace vell {
 
@@ -17,6 +21,8 @@ namespace vell {
 // after the last of a burst; whatever is still dirty at quit is written then.
 class NotesStore final : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_SINGLETON
     Q_DISABLE_COPY_MOVE(NotesStore)
     Q_PROPERTY(QList<vell::NotesItem> notes READ notes NOTIFY notesChanged)
     Q_PROPERTY(bool dirty READ dirty NOTIFY dirtyChanged)
@@ -24,8 +30,11 @@ class NotesStore final : public QObject {
 
 public:
     static constexpr int saveDelayMs = 500;
+    // Far beyond what anyone types; a bound, so that a stray huge file is never read whole.
+    static constexpr qint64 maximumFileBytes = 67108864;
 
     static NotesStore* instance();
+    static NotesStore* create(QQmlEngine*, QJSEngine*);
     static QString defaultFilePath();
 
     explicit NotesStore(const QString& filePath, QObject* parent = nullptr);

@@ -1,0 +1,77 @@
+#include "VellPluginSDK/Actions/PluginBusMessage.h"
+
+#include "VellPluginSDK/Json/JsonReader.h"
+
+#include <QJsonArray>
+
+#include <array>
+
+namespace vell {
+
+namespace {
+
+constexpr std::array<QStringView, 12> operationNames{
+    u"register", u"discover",  u"catalog",     u"invoke",  u"execute", u"cancel",
+    u"update",   u"subscribe", u"unsubscribe", u"publish", u"event",   u"failure",
+};
+
+} // namespace
+
+QString uuidText(const QUuid& id) {
+    return id.toString(QUuid::WithoutBraces).toUpper();
+}
+
+QString PluginBusMessage::operationName(Operation operation) {
+    return operationNames[static_cast<std::size_t>(operation)].toString();
+}
+
+std::optional<PluginBusMessage::Operation> PluginBusMessage::operationFromName(QStringView name) {
+    for (std::size_t i = 0; i < operationNames.size(); ++i) {
+        if (operationNames[i] == name)
+            return static_cast<Operation>(i);
+    }
+    return std::nullopt;
+}
+
+PluginBusMessage PluginBusMessage::fromJson(const QJsonValue& json) {
+    const JsonReader reader(json);
+    PluginBusMessage message;
+    message.operation = reader.enumeration<Operation>(u"operation", operationNames);
+    message.requestID = reader.uuid(u"requestID");
+    message.address = reader.optionalRecord<PluginActionAddress>(u"address");
+    message.registration = reader.optionalRecord<PluginRegistration>(u"registration");
+    message.catalog = reader.optionalRecords<PluginCatalogEntry>(u"catalog");
+    message.values = reader.optionalValues(u"values");
+    message.update = reader.optionalRecord<PluginRunUpdate>(u"update");
+    message.lifetime = reader.optionalNumber(u"lifetime");
+    message.error = reader.optionalString(u"error");
+    message.complete = reader.optionalBoolean(u"complete");
+    return message;
+}
+
+QJsonObject PluginBusMessage::toJson() const {
+    QJsonObject json{{"operation", operationName(operation)}, {"requestID", uuidText(requestID)}};
+    if (address)
+        json.insert(u"address", address->toJson());
+    if (registration)
+        json.insert(u"registration", registration->toJson());
+    if (catalog) {
+        QJsonArray entries;
+        for (const PluginCatalogEntry& entry : *catalog)
+            entries.append(entry.toJson());
+        json.insert(u"catalog", entries);
+    }
+    if (values)
+        json.insert(u"values", PluginValue::mapToJson(*values));
+    if (update)
+        json.insert(u"update", update->toJson());
+    if (lifetime)
+        json.insert(u"lifetime", *lifetime);
+    if (error)
+        json.insert(u"error", *error);
+    if (complete)
+        json.insert(u"complete", *complete);
+    return json;
+}
+
+} // namespace vell

@@ -1,0 +1,47 @@
+#include "VellPluginSDK/Actions/PluginParameter.h"
+
+#include "VellPluginSDK/Identifiers.h"
+#include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/ModuleProblem.h"
+
+#include <cmath>
+
+namespace vell {
+
+namespace {
+
+constexpr std::array<QStringView, 3> kindNames{u"string", u"number", u"boolean"};
+
+} // namespace
+
+PluginParameter PluginParameter::fromJson(const QJsonValue& json) {
+    const JsonReader reader(json);
+    PluginParameter parameter;
+    parameter.name = reader.string(u"name");
+    parameter.kind = reader.enumeration<Kind>(u"kind", kindNames);
+    parameter.required = reader.boolean(u"required");
+    parameter.minimum = reader.optionalNumber(u"minimum");
+    parameter.maximum = reader.optionalNumber(u"maximum");
+    return parameter;
+}
+
+QJsonObject PluginParameter::toJson() const {
+    QJsonObject json{
+        {"name", name}, {"kind", kindNames[static_cast<int>(kind)].toString()}, {"required", required}};
+    if (minimum)
+        json.insert(u"minimum", *minimum);
+    if (maximum)
+        json.insert(u"maximum", *maximum);
+    return json;
+}
+
+void PluginParameter::validate() const {
+    const bool valid = Identifiers::isKey(name) && (!minimum || std::isfinite(*minimum)) &&
+                       (!maximum || std::isfinite(*maximum)) &&
+                       (kind == Kind::number || (!minimum && !maximum)) &&
+                       (!minimum || !maximum || *minimum <= *maximum);
+    if (!valid)
+        throw ModuleProblem(QStringLiteral("Invalid parameter constraint."));
+}
+
+} // namespace vell

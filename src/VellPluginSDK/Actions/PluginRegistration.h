@@ -1,0 +1,25 @@
+#pragma once
+
+#include "VellPluginSDK/Actions/PluginChannel.h"
+#include "VellPluginSDK/Actions/PluginRegisteredAction.h"
+
+#include <QList>
+
+namespace vell {
+
+// Everything one peer offers. A freshly connected peer holds the empty registration.
+struct PluginRegistration {
+    static constexpr int maximumActions = 32;
+    static constexpr int maximumChannels = 32;
+
+    QList<PluginRegisteredAction> actions;
+    QList<PluginChannel> channels;
+
+    static PluginRegistration fromJson(const QJsonValue& json);
+    QJsonObject toJson() const;
+    void validate() const;
+
+    friend bool operator==(const PluginRegistration&, const PluginRegistration&) = default;
+};
+
+} // namespace vell

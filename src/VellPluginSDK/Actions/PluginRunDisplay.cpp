@@ -1,0 +1,35 @@
+#include "VellPluginSDK/Actions/PluginRunDisplay.h"
+
+#include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/TextMetrics.h"
+
+namespace vell {
+
+PluginRunDisplay PluginRunDisplay::fromJson(const QJsonValue& json) {
+    const JsonReader reader(json);
+    PluginRunDisplay display;
+    display.title = reader.string(u"title");
+    display.step = reader.string(u"step");
+    display.detail = reader.string(u"detail");
+    display.completedSteps = reader.integer(u"completedSteps");
+    display.totalSteps = reader.integer(u"totalSteps");
+    display.needsReview = reader.boolean(u"needsReview");
+    return display;
+}
+
+QJsonObject PluginRunDisplay::toJson() const {
+    return {{"title", title},           {"step", step},
+            {"detail", detail},         {"completedSteps", completedSteps},
+            {"totalSteps", totalSteps}, {"needsReview", needsReview}};
+}
+
+void PluginRunDisplay::validate() const {
+    if (TextMetrics::characterCount(title) > maximumTitleCharacters ||
+        TextMetrics::characterCount(step) > maximumTitleCharacters ||
+        TextMetrics::characterCount(detail) > maximumDetailCharacters || totalSteps < 0 ||
+        totalSteps > maximumSteps || completedSteps < 0 || completedSteps > totalSteps)
+        throw ModuleProblem(QStringLiteral("Invalid run display."));
+}
+
+} // namespace vell

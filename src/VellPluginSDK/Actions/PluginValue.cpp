@@ -1,0 +1,115 @@
+#include "VellPluginSDK/Actions/PluginValue.h"
+
+#include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/ModuleProblem.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace vell {
+
+namespace {
+
+QString shortest(double number, std::chars_format format) {
+    char buffer[64];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, number, format);
+    return QString::fromLatin1(buffer, result.ptr - buffer);
+}
+
+} // namespace
+
+QString PluginValue::text() const {
+    const QString* text = std::get_if<QString>(&m_value);
+    return text ? *text : QString();
+}
+
+double PluginValue::numberValue() const {
+    const double* number = std::get_if<double>(&m_value);
+    return number ? *number : 0;
+}
+
+bool PluginValue::booleanValue() const {
+    const bool* truth = std::get_if<bool>(&m_value);
+    return truth && *truth;
+}
+
+QString PluginValue::display() const {
+    switch (kind()) {
+    case Kind::string:
+        return text();
+    case Kind::boolean:
+        return booleanValue() ? QStringLiteral("Yes") : QStringLiteral("No");
+    case Kind::number:
+        break;
+    }
+    const double number = numberValue();
+    if (!std::isfinite(number))
+        return shortest(number, std::chars_format::general);
+    // Plain decimals while a person can still read them; beyond 1e16 the digits are noise
+    // and the exponent form is both shorter and exact.
+    const double magnitude = std::fabs(number);
+    if (magnitude >= 1e16 || (magnitude != 0 && magnitude < 1e-4))
+        return shortest(number, std::chars_format::scientific);
+    QString text = shortest(number, std::chars_format::fixed);
+    if (!text.contains(u'.'))
+        text += QStringLiteral(".0");
+    return text;
+}
+
+PluginValue PluginValue::fromJson(const QJsonValue& json) {
+    if (json.isBool())
+        return boolean(json.toBool());
+    if (json.isDouble() && std::isfinite(json.toDouble()))
+        return number(json.toDouble());
+    if (json.isString())
+        return string(json.toString());
+    throw ModuleProblem(QStringLiteral("must be a string"));
+}
+
+QJsonValue PluginValue::toJson() const {
+    switch (kind()) {
+    case Kind::string:
+        return text();
+    case Kind::number:
+        return numberValue();
+    case Kind::boolean:
+        return booleanValue();
+    }
+    return {};
+}
+
+PluginValueMap PluginValue::mapFromJson(const QJsonValue& json) {
+    if (!json.isObject())
+        throw ModuleProblem(QStringLiteral("must be a JSON object"));
+    const QJsonObject object = json.toObject();
+    PluginValueMap values;
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        try {
+            values.insert(it.key(), fromJson(it.value()));
+        } catch (const ModuleProblem& problem) {
+            throw JsonReader::inside(problem, it.key());
+        }
+    }
+    return values;
+}
+
+QJsonObject PluginValue::mapToJson(const PluginValueMap& values) {
+    QJsonObject object;
+    for (auto it = values.begin(); it != values.end(); ++it)
+        object.insert(it.key(), it.value().toJson());
+    return object;
+}
+
+size_t qHash(const PluginValue& value, size_t seed) noexcept {
+    switch (value.kind()) {
+    case PluginValue::Kind::string:
+        return qHashMulti(seed, 0, value.text());
+    case PluginValue::Kind::number:
+        return qHashMulti(seed, 1, value.numberValue());
+    case PluginValue::Kind::boolean:
+        return qHashMulti(seed, 2, value.booleanValue());
+    }
+    return seed;
+}
+
+} // namespace vell

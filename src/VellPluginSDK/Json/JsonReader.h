@@ -1,0 +1,133 @@
+#pragma once
+
+#include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/Actions/PluginValue.h"
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QUuid>
+
+#include <array>
+#include <optional>
+
+namespace vell {
+
+// Reads the fields of one JSON object for a record's fromJson: module packages, bus messages,
+// grants and history alike. Missing and null keys are the same absence; unknown keys are never
+// looked at; a mandatory key that is absent or of the wrong type fails the whole record. The
+// failure names the key path from the outermost record down ("settings[2].label" is missing,
+// "update.display.totalSteps" must be a whole number), so that an author can find the fault in
+// a large package or a long bus line.
+class JsonReader final {
+public:
+    // Throws when value is not a JSON object.
+    explicit JsonReader(const QJsonValue& value);
+
+    QString string(QStringView key) const;
+    std::optional<QString> optionalString(QStringView key) const {
+        return ifPresent(key, &JsonReader::string);
+    }
+    double number(QStringView key) const;
+    std::optional<double> optionalNumber(QStringView key) const {
+        return ifPresent(key, &JsonReader::number);
+    }
+    qint64 integer(QStringView key) const;
+    bool boolean(QStringView key) const;
+    std::optional<bool> optionalBoolean(QStringView key) const {
+        return ifPresent(key, &JsonReader::boolean);
+    }
+    // Canonical 36-character form in any case.
+    QUuid uuid(QStringView key) const;
+    QByteArray base64(QStringView key) const;
+    QStringList strings(QStringView key) const;
+    QMap<QString, QString> stringMap(QStringView key) const;
+    std::optional<QMap<QString, QString>> optionalStringMap(QStringView key) const {
+        return ifPresent(key, &JsonReader::stringMap);
+    }
+    PluginValueMap values(QStringView key) const;
+    std::optional<PluginValueMap> optionalValues(QStringView key) const {
+        return ifPresent(key, &JsonReader::values);
+    }
+
+    // An enumeration written by its case name; names lists the cases in declared order.
+    template <typename E, std::size_t N>
+    E enumeration(QStringView key, const std::array<QStringView, N>& names) const {
+        const QString name = string(key);
+        for (std::size_t i = 0; i < N; ++i) {
+            if (names[i] == name)
+                return static_cast<E>(i);
+        }
+        fail(key.toString(), u"has an unknown case");
+    }
+
+    // The same, for an enumeration that has its own lookup by name.
+    template <typename E> E enumeration(QStringView key, std::optional<E> (*fromName)(QStringView)) const {
+        if (const std::optional<E> value = fromName(string(key)))
+            return *value;
+        fail(key.toString(), u"has an unknown case");
+    }
+
+    template <typename T> T record(QStringView key) const {
+        return decodeInside<T>(required(key), key.toString());
+    }
+
+    template <typename T> std::optional<T> optionalRecord(QStringView key) const {
+        return ifPresent(key, &JsonReader::record<T>);
+    }
+
+    template <typename T> QList<T> records(QStringView key) const {
+        const QJsonArray items = array(required(key), key);
+        QList<T> result;
+        result.reserve(items.size());
+        for (qsizetype i = 0; i < items.size(); ++i)
+            result.append(decodeInside<T>(items.at(i), elementPath(key, i)));
+        return result;
+    }
+
+    template <typename T> std::optional<QList<T>> optionalRecords(QStringView key) const {
+        return ifPresent(key, &JsonReader::records<T>);
+    }
+
+    // The same failure seen from the record that holds the failed value at path.
+    static ModuleProblem inside(const ModuleProblem& problem, const QString& path);
+    // Whole-value decoding of a UUID text, for records that are a bare UUID.
+    static std::optional<QUuid> parseUuid(const QJsonValue& value);
+
+private:
+    QJsonValue required(QStringView key) const;
+    // The value at key, undefined when missing or null.
+    QJsonValue optional(QStringView key) const;
+    static QJsonArray array(const QJsonValue& value, QStringView key);
+    [[noreturn]] static void fail(const QString& path, QStringView what);
+    static QString elementPath(QStringView key, qsizetype index);
+
+    template <typename T>
+    std::optional<T> ifPresent(QStringView key, T (JsonReader::*read)(QStringView) const) const {
+        if (optional(key).isUndefined())
+            return std::nullopt;
+        return (this->*read)(key);
+    }
+
+    // decode's failure, seen from the record that holds the value at path.
+    template <typename F> static auto within(const QString& path, F decode) -> decltype(decode()) {
+        try {
+            return decode();
+        } catch (const ModuleProblem& problem) {
+            throw inside(problem, path);
+        }
+    }
+
+    template <typename T> static T decodeInside(const QJsonValue& value, const QString& path) {
+        return within(path, [&] { return T::fromJson(value); });
+    }
+
+    QJsonObject m_object;
+};
+
+} // namespace vell
