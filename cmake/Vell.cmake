@@ -141,3 +141,43 @@ function(vell_add_fuzzer name)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer,address,undefined)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzzers)
 endfunction()
+
+# vell_add_qml_module(Name URI Uri SOURCES ... [QML_FILES ...] [RESOURCES ...] LIBS ...): one area of
+# the app (Support, a kind of module, a feature, the shell): a static library that is also a QML
+# module, its C++ types registered from their own declarations. Every such module is remembered,
+# so that vell_link_qml_modules() links and imports them all without a list kept by hand.
+function(vell_add_qml_module name)
+    cmake_parse_arguments(ARG "" "URI" "SOURCES;QML_FILES;RESOURCES;LIBS" ${ARGN})
+    qt_add_library(${name} STATIC)
+    qt_add_qml_module(${name}
+        URI ${ARG_URI}
+        VERSION 1.0
+        RESOURCE_PREFIX /qt/qml
+        QML_FILES ${ARG_QML_FILES}
+        RESOURCES ${ARG_RESOURCES}
+        SOURCES ${ARG_SOURCES}
+    )
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    # The generated type registration includes each header by its bare name.
+    target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(${name} PUBLIC ${ARG_LIBS})
+    vell_apply_defaults(${name})
+    string(REPLACE "." "_" plugin_class "${ARG_URI}")
+    set_property(GLOBAL APPEND PROPERTY VELL_QML_PLUGINS ${name}plugin)
+    set_property(GLOBAL APPEND PROPERTY VELL_QML_PLUGIN_CLASSES ${plugin_class}Plugin)
+endfunction()
+
+# vell_link_qml_modules(Target): links every QML module of the app into Target and imports their
+# static plugins, so that the engine finds each module's types and views.
+function(vell_link_qml_modules target)
+    get_property(plugins GLOBAL PROPERTY VELL_QML_PLUGINS)
+    get_property(classes GLOBAL PROPERTY VELL_QML_PLUGIN_CLASSES)
+    set(content "#include <QtQml/qqmlextensionplugin.h>\n\n")
+    foreach(class ${classes})
+        string(APPEND content "Q_IMPORT_QML_PLUGIN(${class})\n")
+    endforeach()
+    set(imports ${CMAKE_BINARY_DIR}/generated/VellQmlImports.cpp)
+    file(CONFIGURE OUTPUT ${imports} CONTENT "${content}")
+    target_sources(${target} PRIVATE ${imports})
+    target_link_libraries(${target} PRIVATE ${plugins})
+endfunction()

@@ -6,12 +6,12 @@
 #include <QObject>
 #include <QPointer>
 #include <QRectF>
+#include <QScreen>
 #include <QTimer>
 #include <QVariantAnimation>
 #include <QVariantMap>
 #include <QtQml/qqmlregistration.h>
 
-class QScreen;
 class QQuickItem;
 
 namespace vell {

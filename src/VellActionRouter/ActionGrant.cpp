@@ -1,6 +1,9 @@
 #include "VellActionRouter/ActionGrant.h"
 
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -20,13 +23,19 @@ ActionGrant ActionGrant::fromJson(const QJsonValue& json) {
     return grant;
 }
 
+QByteArray ActionGrant::encoded() const {
+    return JsonWriter()
+        .add(u"caller", caller)
+        .add(u"callerFingerprint", callerFingerprint)
+        .addRecord(u"address", address)
+        .add(u"providerFingerprint", providerFingerprint)
+        .add(u"channel", channel)
+        .add(u"definition", QString::fromLatin1(definition.toBase64()))
+        .bytes();
+}
+
 QJsonObject ActionGrant::toJson() const {
-    return {{"caller", caller},
-            {"callerFingerprint", callerFingerprint},
-            {"address", address.toJson()},
-            {"providerFingerprint", providerFingerprint},
-            {"channel", channel},
-            {"definition", QString::fromLatin1(definition.toBase64())}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 } // namespace vell

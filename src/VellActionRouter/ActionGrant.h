@@ -26,6 +26,8 @@ struct ActionGrant {
     QString id() const;
 
     static ActionGrant fromJson(const QJsonValue& json);
+    // Declared field order.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
 
     friend bool operator==(const ActionGrant&, const ActionGrant&) = default;

@@ -1,6 +1,7 @@
 #include "VellActionRouter/ActionRouterFiles.h"
 
 #include "VellPluginSDK/Json/JsonFile.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QDir>
@@ -28,10 +29,11 @@ template <typename T> std::optional<QList<T>> decodeList(const JsonContents& con
 }
 
 template <typename T> QByteArray encodeList(const QList<T>& items) {
-    QJsonArray array;
+    QList<QByteArray> encoded;
+    encoded.reserve(items.size());
     for (const T& item : items)
-        array.append(item.toJson());
-    return QJsonDocument(array).toJson(QJsonDocument::Compact);
+        encoded.append(item.encoded());
+    return JsonWriter::encodeArray(encoded);
 }
 
 } // namespace

@@ -166,8 +166,9 @@ void ActionRouter::cancel(const QUuid& id, double now) {
     if (index < 0 || !m_runs.at(index).isLive())
         fail("Execution already ended.");
     const ActionRun run = m_runs.at(index);
-    if (run.phase() == PluginRunPhase::waitingReview) {
-        // The provider never heard of it, so it hears nothing now.
+    if (run.phase() == PluginRunPhase::waitingReview || !run.executeSent) {
+        // The provider never heard of it, so it hears nothing now: in review, or cancelled
+        // from inside a callback before the run was handed over.
         finish(id,
                phaseUpdate(PluginRunPhase::cancelled, QStringLiteral("Request declined before execution.")));
         return;
@@ -256,6 +257,7 @@ void ActionRouter::execute(const QUuid& id) {
     // it is sent once, with no acknowledgement and no resend.
     if (index < 0 || m_runs.at(index).phase() != PluginRunPhase::running)
         return;
+    m_runs[index].executeSent = true;
     const ActionRun& run = m_runs.at(index);
     PluginBusMessage message;
     message.operation = Operation::execute;
@@ -267,6 +269,9 @@ void ActionRouter::execute(const QUuid& id) {
 }
 
 void ActionRouter::sendCancel(const ActionRun& run) {
+    // A provider is told to stop only what it was told to start.
+    if (!run.executeSent)
+        return;
     PluginBusMessage message;
     message.operation = Operation::cancel;
     message.requestID = run.id;

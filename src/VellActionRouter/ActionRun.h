@@ -32,6 +32,9 @@ struct ActionRun {
     std::optional<double> completionDeadline;
     // The current state; its phase is the run's phase.
     PluginRunUpdate update;
+    // Whether the provider was handed the run. Until then it knows nothing of it: a
+    // cancellation ends the run at once and tells it nothing.
+    bool executeSent = false;
 
     PluginRunPhase phase() const { return update.phase; }
     bool isLive() const { return !isTerminal(update.phase); }

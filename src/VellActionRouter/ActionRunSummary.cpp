@@ -1,7 +1,10 @@
 #include "VellActionRouter/ActionRunSummary.h"
 
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/Actions/PluginBusMessage.h"
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -17,13 +20,19 @@ ActionRunSummary ActionRunSummary::fromJson(const QJsonValue& json) {
     return summary;
 }
 
+QByteArray ActionRunSummary::encoded() const {
+    return JsonWriter()
+        .add(u"id", uuidText(id))
+        .add(u"caller", caller)
+        .addRecord(u"address", address)
+        .add(u"title", title)
+        .add(u"phase", pluginRunPhaseName(phase))
+        .add(u"date", date)
+        .bytes();
+}
+
 QJsonObject ActionRunSummary::toJson() const {
-    return {{"id", uuidText(id)},
-            {"caller", caller},
-            {"address", address.toJson()},
-            {"title", title},
-            {"phase", pluginRunPhaseName(phase)},
-            {"date", date}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 } // namespace vell

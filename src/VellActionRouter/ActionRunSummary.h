@@ -3,6 +3,7 @@
 #include "VellPluginSDK/Actions/PluginActionAddress.h"
 #include "VellPluginSDK/Actions/PluginRunPhase.h"
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
@@ -24,6 +25,8 @@ struct ActionRunSummary {
     double date = 0;
 
     static ActionRunSummary fromJson(const QJsonValue& json);
+    // Declared field order.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
 
     friend bool operator==(const ActionRunSummary&, const ActionRunSummary&) = default;

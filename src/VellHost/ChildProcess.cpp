@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -149,7 +149,7 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const ChildProcessOptions& opt
 
     std::unique_ptr<ChildProcess> child(new ChildProcess);
     child->m_pid = pid;
-    child->m_processFd = pidfd_open(pid, 0);
+    child->m_processFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     child->m_input = pipes.take(1);
     child->m_output = pipes.take(2);
     if (options.keepStandardError)
@@ -193,7 +193,7 @@ void ChildProcess::signal(int signal) const {
     if (m_reaped)
         return;
     if (m_processFd >= 0)
-        pidfd_send_signal(m_processFd, signal, nullptr, 0);
+        syscall(SYS_pidfd_send_signal, m_processFd, signal, nullptr, 0);
     else
         ::kill(m_pid, signal); // not yet reaped, so the id is still this child's
 }

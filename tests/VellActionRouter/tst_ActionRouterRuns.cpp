@@ -428,12 +428,18 @@ private slots:
         };
         const QUuid cancelled = h.invoke(caller, stoppable, 1);
         const QUuid answered = h.invoke(caller, reader, 1, one);
-        QCOMPARE(h.run(cancelled)->phase(), PluginRunPhase::cancelling);
-        QVERIFY(h.to(provider, Operation::execute).size() == 1);
+        // Cancelled before it was handed over, it ends at once: the provider hears neither
+        // execute nor cancel, and no deadline is left to pass with an unknown outcome.
+        QCOMPARE(h.run(cancelled)->update, runUpdate(PluginRunPhase::cancelled, "Request declined before execution."));
+        QCOMPARE(h.to(provider, Operation::execute).size(), 1);
+        QCOMPARE(h.to(provider, Operation::execute).first().requestID, answered);
+        QVERIFY(h.to(provider, Operation::cancel).isEmpty());
+        h.router.tick(500);
+        QCOMPARE(h.run(cancelled)->phase(), PluginRunPhase::cancelled);
         QCOMPARE(h.run(answered)->phase(), PluginRunPhase::succeeded);
         QCOMPARE(h.router.history().last().id, answered);
         QCOMPARE(h.router.history().last().phase, PluginRunPhase::succeeded);
-        QCOMPARE(h.router.history().first().phase, PluginRunPhase::cancelling);
+        QCOMPARE(h.router.history().first().phase, PluginRunPhase::cancelled);
     }
 };
 

@@ -204,8 +204,12 @@ private slots:
 
     void nonFiniteNumbersHaveNoEncoding() {
         PluginCatalogEntry entry = actionEntry("cafe.osta", "toggle");
+        QVERIFY(entry.definitionData());
         entry.action->timeoutSeconds = qInf();
         QVERIFY(!entry.definitionData());
+        PluginCatalogEntry bounded = actionEntry("cafe.osta", "toggle");
+        bounded.action->output.fields = {{"level", PluginParameter::Kind::number, false, 0.0, qQNaN()}};
+        QVERIFY(!bounded.definitionData());
     }
 };
 

@@ -53,6 +53,15 @@ private slots:
         QTest::addRow("shortest round trip") << QByteArray("0.1") << int(PluginValue::Kind::number) << "0.1";
         QTest::addRow("large whole number stays plain")
             << QByteArray("100000000") << int(PluginValue::Kind::number) << "100000000.0";
+        QTest::addRow("1e16 stays plain")
+            << QByteArray("1e16") << int(PluginValue::Kind::number) << "10000000000000000.0";
+        QTest::addRow("a negative large number stays plain")
+            << QByteArray("-1.5e17") << int(PluginValue::Kind::number) << "-150000000000000000.0";
+        QTest::addRow("below 1e-4 stays plain")
+            << QByteArray("0.000015") << int(PluginValue::Kind::number) << "0.000015";
+        QTest::addRow("the smallest normal number")
+            << QByteArray("2.2250738585072014e-308") << int(PluginValue::Kind::number)
+            << QStringLiteral("0.") + QString(307, u'0') + QStringLiteral("22250738585072014");
         QTest::addRow("text stays unchanged")
             << QByteArray("\" on \"") << int(PluginValue::Kind::string) << " on ";
     }

@@ -65,7 +65,7 @@ ScrollView {
         spacing: 4
 
         RowLayout {
-            Label { text: "Appearance for"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Appearance for"; Layout.preferredWidth: 120 }
             ComboBox {
                 Layout.fillWidth: true
                 model: pane.targets
@@ -92,7 +92,7 @@ ScrollView {
         }
 
         Row2 {
-            Label { text: "Background"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Background"; Layout.preferredWidth: 120 }
             ComboBox {
                 textRole: "label"
                 valueRole: "value"
@@ -103,12 +103,12 @@ ScrollView {
             }
         }
         Row2 {
-            Label { text: "Colours"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Colours"; Layout.preferredWidth: 120 }
             HexField { field: "startHex" }
             HexField { field: "endHex" }
         }
         Row2 {
-            Label { text: "Direction"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Direction"; Layout.preferredWidth: 120 }
             ComboBox {
                 textRole: "label"
                 valueRole: "value"
@@ -119,18 +119,18 @@ ScrollView {
             }
         }
         Row2 {
-            Label { text: "Accent"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Accent"; Layout.preferredWidth: 120 }
             HexField { field: "accentHex" }
         }
         Row2 {
-            Label { text: "Opacity"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Opacity"; Layout.preferredWidth: 120 }
             Slider {
                 Layout.fillWidth: true
                 from: 0; to: 1; stepSize: 0.01
                 value: pane.look.opacity ?? 1
                 onMoved: pane.set("opacity", value)
             }
-            Label { text: Math.round((pane.look.opacity ?? 1) * 100) + "%" }
+            Label { textFormat: Text.PlainText; text: Math.round((pane.look.opacity ?? 1) * 100) + "%" }
         }
         Caption { text: "Transparency affects the background. The physical camera notch stays black." }
         Switch {
@@ -141,7 +141,7 @@ ScrollView {
         }
         Row2 {
             visible: pane.look.fades === true
-            Label { text: "Start opacity"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Start opacity"; Layout.preferredWidth: 120 }
             Slider {
                 Layout.fillWidth: true
                 from: 0; to: 1; stepSize: 0.01
@@ -151,7 +151,7 @@ ScrollView {
         }
         Row2 {
             visible: pane.look.fades === true
-            Label { text: "End opacity"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "End opacity"; Layout.preferredWidth: 120 }
             Slider {
                 Layout.fillWidth: true
                 from: 0; to: 1; stepSize: 0.01
@@ -170,7 +170,7 @@ ScrollView {
             onToggled: pane.set("borderGlow", checked)
         }
         Row2 {
-            Label { text: "Width"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Width"; Layout.preferredWidth: 120 }
             TextField {
                 Layout.preferredWidth: 110
                 text: String(pane.look.width ?? 760)
@@ -180,24 +180,24 @@ ScrollView {
         }
         Caption { text: "Enter a width in points and press Return. Each vell fits within its screen; the saved width is kept." }
         Row2 {
-            Label { text: "Height"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Height"; Layout.preferredWidth: 120 }
             Slider {
                 Layout.fillWidth: true
                 from: 300; to: 560; stepSize: 1
                 value: pane.look.height ?? 400
                 onMoved: pane.set("height", value)
             }
-            Label { text: Math.round(pane.look.height ?? 400) }
+            Label { textFormat: Text.PlainText; text: Math.round(pane.look.height ?? 400) }
         }
         Row2 {
-            Label { text: "Corner radius"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Corner radius"; Layout.preferredWidth: 120 }
             Slider {
                 Layout.fillWidth: true
                 from: 10; to: 40; stepSize: 1
                 value: pane.look.cornerRadius ?? 24
                 onMoved: pane.set("cornerRadius", value)
             }
-            Label { text: Math.round(pane.look.cornerRadius ?? 24) }
+            Label { textFormat: Text.PlainText; text: Math.round(pane.look.cornerRadius ?? 24) }
         }
         Button {
             visible: !pane.isShared && pane.targetEntry.displayID !== ""

@@ -25,6 +25,7 @@ Item {
         anchors.centerIn: parent
         spacing: 10
         Text {
+            textFormat: Text.PlainText
             anchors.horizontalCenter: parent.horizontalCenter
             text: "Your files, links and clippings"
             color: Qt.rgba(1, 1, 1, 0.55)
@@ -38,6 +39,7 @@ Item {
             color: Qt.rgba(1, 1, 1, 0.085)
             border.color: Qt.rgba(1, 1, 1, 0.1)
             Text {
+                textFormat: Text.PlainText
                 id: addLabel
                 anchors.centerIn: parent
                 text: "Add Files"
@@ -49,6 +51,7 @@ Item {
 
     // The tools.
     Text {
+        textFormat: Text.PlainText
         visible: root.isTools && !root.offered.toString()
         anchors.centerIn: parent
         text: "Workflows"
@@ -64,6 +67,7 @@ Item {
         color: Qt.rgba(1, 1, 1, 0.085)
         border.color: Qt.rgba(1, 1, 1, 0.1)
         Text {
+            textFormat: Text.PlainText
             anchors.centerIn: parent
             text: "No workspace yet"
             color: Qt.rgba(1, 1, 1, 0.45)

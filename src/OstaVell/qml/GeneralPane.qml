@@ -32,7 +32,7 @@ ScrollView {
             onToggled: SettingsStore.openOnHover = checked
         }
         RowLayout {
-            Label { text: "Hover delay"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Hover delay"; Layout.preferredWidth: 120 }
             Slider {
                 id: delay
                 Layout.fillWidth: true
@@ -40,7 +40,7 @@ ScrollView {
                 value: SettingsStore.hoverDelay
                 onMoved: SettingsStore.hoverDelay = value
             }
-            Label { text: Math.max(delay.value, 0.05).toFixed(2) + " s" }
+            Label { textFormat: Text.PlainText; text: Math.max(delay.value, 0.05).toFixed(2) + " s" }
         }
         SettingSwitch {
             text: "Show a vell on every display"
@@ -63,8 +63,9 @@ ScrollView {
             onToggled: SettingsStore.launchAtLogin = checked
         }
         RowLayout {
-            Label { text: "Shortcut"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Shortcut"; Layout.preferredWidth: 120 }
             Label {
+                textFormat: Text.PlainText
                 text: pane.shelf.shortcutAvailable ? "Super+Alt+N (system-wide)"
                                               : "Unavailable — Ctrl+Shift+N works inside OstaVell"
                 opacity: 0.8
@@ -83,7 +84,7 @@ ScrollView {
             onToggled: pane.setTabVisible("Automations", checked)
         }
         RowLayout {
-            Label { text: "Default tab"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Default tab"; Layout.preferredWidth: 120 }
             ComboBox {
                 model: ["Vell", "Tray", "Automations"]
                 currentIndex: Math.max(0, model.indexOf(SettingsStore.defaultTabRaw))
@@ -91,7 +92,7 @@ ScrollView {
             }
         }
         RowLayout {
-            Label { text: "Home layout"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Home layout"; Layout.preferredWidth: 120 }
             ComboBox {
                 textRole: "label"
                 valueRole: "value"
@@ -103,7 +104,7 @@ ScrollView {
             }
         }
         RowLayout {
-            Label { text: "Workspace picker"; Layout.preferredWidth: 120 }
+            Label { textFormat: Text.PlainText; text: "Workspace picker"; Layout.preferredWidth: 120 }
             ComboBox {
                 model: ["left", "right"]
                 currentIndex: Math.max(0, model.indexOf(SettingsStore.modulePickerSide))

@@ -33,6 +33,7 @@ Rectangle {
     }
     // Settings: a gear from the font every desktop ships.
     Text {
+        textFormat: Text.PlainText
         visible: root.glyph === "gear"
         anchors.centerIn: parent
         text: "\u2699"

@@ -33,6 +33,7 @@ Item {
                 Accessible.role: Accessible.PageTab
                 Accessible.name: modelData
                 Text {
+                    textFormat: Text.PlainText
                     id: label
                     anchors.centerIn: parent
                     text: parent.modelData

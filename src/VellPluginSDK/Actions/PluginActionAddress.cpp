@@ -2,8 +2,11 @@
 
 #include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -12,8 +15,12 @@ PluginActionAddress PluginActionAddress::fromJson(const QJsonValue& json) {
     return {reader.string(u"plugin"), reader.string(u"name")};
 }
 
+QByteArray PluginActionAddress::encoded() const {
+    return JsonWriter().add(u"plugin", plugin).add(u"name", name).bytes();
+}
+
 QJsonObject PluginActionAddress::toJson() const {
-    return {{"plugin", plugin}, {"name", name}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginActionAddress::validate() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QHashFunctions>
 #include <QJsonObject>
 #include <QJsonValue>
@@ -20,6 +21,8 @@ struct PluginActionAddress {
     QString key() const { return plugin + u'/' + name; }
 
     static PluginActionAddress fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;
 

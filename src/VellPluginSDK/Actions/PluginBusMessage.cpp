@@ -1,7 +1,9 @@
 #include "VellPluginSDK/Actions/PluginBusMessage.h"
 
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 
+#include <QJsonDocument>
 #include <QJsonArray>
 
 #include <array>
@@ -49,29 +51,23 @@ PluginBusMessage PluginBusMessage::fromJson(const QJsonValue& json) {
     return message;
 }
 
-QJsonObject PluginBusMessage::toJson() const {
-    QJsonObject json{{"operation", operationName(operation)}, {"requestID", uuidText(requestID)}};
-    if (address)
-        json.insert(u"address", address->toJson());
-    if (registration)
-        json.insert(u"registration", registration->toJson());
-    if (catalog) {
-        QJsonArray entries;
-        for (const PluginCatalogEntry& entry : *catalog)
-            entries.append(entry.toJson());
-        json.insert(u"catalog", entries);
-    }
+QByteArray PluginBusMessage::encoded() const {
+    JsonWriter writer;
+    writer.add(u"operation", operationName(operation)).add(u"requestID", uuidText(requestID));
+    writer.addRecordIfPresent(u"address", address);
+    writer.addRecordIfPresent(u"registration", registration);
+    writer.addRecordsIfPresent(u"catalog", catalog);
     if (values)
-        json.insert(u"values", PluginValue::mapToJson(*values));
-    if (update)
-        json.insert(u"update", update->toJson());
-    if (lifetime)
-        json.insert(u"lifetime", *lifetime);
-    if (error)
-        json.insert(u"error", *error);
-    if (complete)
-        json.insert(u"complete", *complete);
-    return json;
+        writer.add(u"values", PluginValue::mapToJson(*values));
+    writer.addRecordIfPresent(u"update", update);
+    writer.addIfPresent(u"lifetime", lifetime);
+    writer.addIfPresent(u"error", error);
+    writer.addIfPresent(u"complete", complete);
+    return writer.bytes();
+}
+
+QJsonObject PluginBusMessage::toJson() const {
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 } // namespace vell

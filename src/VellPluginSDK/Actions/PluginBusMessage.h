@@ -6,6 +6,7 @@
 #include "VellPluginSDK/Actions/PluginRunUpdate.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QUuid>
 
@@ -51,6 +52,8 @@ struct PluginBusMessage {
     static std::optional<Operation> operationFromName(QStringView name);
 
     static PluginBusMessage fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
 
     friend bool operator==(const PluginBusMessage&, const PluginBusMessage&) = default;

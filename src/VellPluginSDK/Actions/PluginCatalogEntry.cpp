@@ -1,7 +1,9 @@
 #include "VellPluginSDK/Actions/PluginCatalogEntry.h"
 
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 
+#include <QJsonDocument>
 #include <QJsonArray>
 
 #include <algorithm>
@@ -138,16 +140,40 @@ PluginCatalogEntry PluginCatalogEntry::fromJson(const QJsonValue& json) {
     return entry;
 }
 
-QJsonObject PluginCatalogEntry::toJson() const {
-    QJsonObject json{{"address", address.toJson()}};
-    if (action)
-        json.insert(u"action", action->toJson());
-    if (channel)
-        json.insert(u"channel", channel->toJson());
-    return json;
+QByteArray PluginCatalogEntry::encoded() const {
+    return JsonWriter()
+        .addRecord(u"address", address)
+        .addRecordIfPresent(u"action", action)
+        .addRecordIfPresent(u"channel", channel)
+        .bytes();
 }
 
+QJsonObject PluginCatalogEntry::toJson() const {
+    return QJsonDocument::fromJson(encoded()).object();
+}
+
+namespace {
+
+bool finite(std::optional<double> number) {
+    return !number || std::isfinite(*number);
+}
+
+bool finite(const PluginValueSchema& schema) {
+    return std::all_of(schema.fields.begin(), schema.fields.end(), [](const PluginParameter& field) {
+        return finite(field.minimum) && finite(field.maximum);
+    });
+}
+
+} // namespace
+
 std::optional<QByteArray> PluginCatalogEntry::definitionData() const {
+    // JSON has no text for a non-finite number: such an entry has no canonical form at all,
+    // and its encoding would read back as something else.
+    if (action && (!finite(action->timeoutSeconds) || !finite(action->completionTimeoutSeconds) ||
+                   !finite(action->input) || !finite(action->output)))
+        return std::nullopt;
+    if (channel && !finite(channel->schema))
+        return std::nullopt;
     CanonicalWriter writer;
     if (!writer.write(toJson()))
         return std::nullopt;

@@ -18,6 +18,8 @@ struct PluginCatalogEntry {
     std::optional<PluginChannel> channel;
 
     static PluginCatalogEntry fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
 
     // The JSON form with the keys of every object sorted and no white space. A grant holds

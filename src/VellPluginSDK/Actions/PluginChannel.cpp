@@ -2,8 +2,11 @@
 
 #include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -23,11 +26,17 @@ PluginChannel PluginChannel::fromJson(const QJsonValue& json) {
     return channel;
 }
 
+QByteArray PluginChannel::encoded() const {
+    return JsonWriter()
+        .add(u"id", id)
+        .add(u"title", title)
+        .add(u"kind", kindNames[static_cast<int>(kind)].toString())
+        .addRecord(u"schema", schema)
+        .bytes();
+}
+
 QJsonObject PluginChannel::toJson() const {
-    return {{"id", id},
-            {"title", title},
-            {"kind", kindNames[static_cast<int>(kind)].toString()},
-            {"schema", schema.toJson()}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginChannel::validate() const {

@@ -2,6 +2,7 @@
 
 #include "VellPluginSDK/Actions/PluginValueSchema.h"
 
+#include <QByteArray>
 #include <QString>
 
 namespace vell {
@@ -19,6 +20,8 @@ struct PluginChannel {
     PluginValueSchema schema;
 
     static PluginChannel fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;
 

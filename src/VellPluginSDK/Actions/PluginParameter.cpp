@@ -2,9 +2,12 @@
 
 #include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <cmath>
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -25,14 +28,18 @@ PluginParameter PluginParameter::fromJson(const QJsonValue& json) {
     return parameter;
 }
 
+QByteArray PluginParameter::encoded() const {
+    return JsonWriter()
+        .add(u"name", name)
+        .add(u"kind", kindNames[static_cast<int>(kind)].toString())
+        .add(u"required", required)
+        .addIfPresent(u"minimum", minimum)
+        .addIfPresent(u"maximum", maximum)
+        .bytes();
+}
+
 QJsonObject PluginParameter::toJson() const {
-    QJsonObject json{
-        {"name", name}, {"kind", kindNames[static_cast<int>(kind)].toString()}, {"required", required}};
-    if (minimum)
-        json.insert(u"minimum", *minimum);
-    if (maximum)
-        json.insert(u"maximum", *maximum);
-    return json;
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginParameter::validate() const {

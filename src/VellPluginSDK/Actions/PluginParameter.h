@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
@@ -20,6 +21,8 @@ struct PluginParameter {
     std::optional<double> maximum;
 
     static PluginParameter fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
 
     // The constraint tests of one field, in order; the schema checks what spans fields.

@@ -2,10 +2,13 @@
 
 #include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 #include <cmath>
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -29,17 +32,21 @@ PluginRegisteredAction PluginRegisteredAction::fromJson(const QJsonValue& json) 
     return action;
 }
 
+QByteArray PluginRegisteredAction::encoded() const {
+    return JsonWriter()
+        .add(u"id", id)
+        .add(u"title", title)
+        .addRecord(u"input", input)
+        .addRecord(u"output", output)
+        .add(u"effect", effectNames[static_cast<int>(effect)].toString())
+        .add(u"cancellable", cancellable)
+        .add(u"timeoutSeconds", timeoutSeconds)
+        .addIfPresent(u"completionTimeoutSeconds", completionTimeoutSeconds)
+        .bytes();
+}
+
 QJsonObject PluginRegisteredAction::toJson() const {
-    QJsonObject json{{"id", id},
-                     {"title", title},
-                     {"input", input.toJson()},
-                     {"output", output.toJson()},
-                     {"effect", effectNames[static_cast<int>(effect)].toString()},
-                     {"cancellable", cancellable},
-                     {"timeoutSeconds", timeoutSeconds}};
-    if (completionTimeoutSeconds)
-        json.insert(u"completionTimeoutSeconds", *completionTimeoutSeconds);
-    return json;
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginRegisteredAction::validate() const {

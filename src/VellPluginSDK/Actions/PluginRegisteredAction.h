@@ -2,6 +2,7 @@
 
 #include "VellPluginSDK/Actions/PluginValueSchema.h"
 
+#include <QByteArray>
 #include <QString>
 
 #include <optional>
@@ -30,6 +31,8 @@ struct PluginRegisteredAction {
     std::optional<double> completionTimeoutSeconds;
 
     static PluginRegisteredAction fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;
 

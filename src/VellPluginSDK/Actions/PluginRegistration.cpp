@@ -2,8 +2,10 @@
 
 #include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
+#include <QJsonDocument>
 #include <QJsonArray>
 
 namespace vell {
@@ -13,14 +15,12 @@ PluginRegistration PluginRegistration::fromJson(const QJsonValue& json) {
     return {reader.records<PluginRegisteredAction>(u"actions"), reader.records<PluginChannel>(u"channels")};
 }
 
+QByteArray PluginRegistration::encoded() const {
+    return JsonWriter().addRecords(u"actions", actions).addRecords(u"channels", channels).bytes();
+}
+
 QJsonObject PluginRegistration::toJson() const {
-    QJsonArray actionArray;
-    for (const PluginRegisteredAction& action : actions)
-        actionArray.append(action.toJson());
-    QJsonArray channelArray;
-    for (const PluginChannel& channel : channels)
-        channelArray.append(channel.toJson());
-    return {{"actions", actionArray}, {"channels", channelArray}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginRegistration::validate() const {

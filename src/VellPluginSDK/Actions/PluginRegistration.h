@@ -3,6 +3,7 @@
 #include "VellPluginSDK/Actions/PluginChannel.h"
 #include "VellPluginSDK/Actions/PluginRegisteredAction.h"
 
+#include <QByteArray>
 #include <QList>
 
 namespace vell {
@@ -16,6 +17,8 @@ struct PluginRegistration {
     QList<PluginChannel> channels;
 
     static PluginRegistration fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;
 

@@ -1,8 +1,11 @@
 #include "VellPluginSDK/Actions/PluginRunDisplay.h"
 
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -18,10 +21,19 @@ PluginRunDisplay PluginRunDisplay::fromJson(const QJsonValue& json) {
     return display;
 }
 
+QByteArray PluginRunDisplay::encoded() const {
+    return JsonWriter()
+        .add(u"title", title)
+        .add(u"step", step)
+        .add(u"detail", detail)
+        .add(u"completedSteps", completedSteps)
+        .add(u"totalSteps", totalSteps)
+        .add(u"needsReview", needsReview)
+        .bytes();
+}
+
 QJsonObject PluginRunDisplay::toJson() const {
-    return {{"title", title},           {"step", step},
-            {"detail", detail},         {"completedSteps", completedSteps},
-            {"totalSteps", totalSteps}, {"needsReview", needsReview}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginRunDisplay::validate() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
@@ -20,6 +21,8 @@ struct PluginRunDisplay {
     bool needsReview = false;
 
     static PluginRunDisplay fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;
 

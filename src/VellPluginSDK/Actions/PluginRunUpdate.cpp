@@ -1,10 +1,13 @@
 #include "VellPluginSDK/Actions/PluginRunUpdate.h"
 
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 #include <cmath>
+
+#include <QJsonDocument>
 
 namespace vell {
 
@@ -19,15 +22,18 @@ PluginRunUpdate PluginRunUpdate::fromJson(const QJsonValue& json) {
     return update;
 }
 
+QByteArray PluginRunUpdate::encoded() const {
+    return JsonWriter()
+        .add(u"phase", pluginRunPhaseName(phase))
+        .add(u"message", message)
+        .add(u"values", PluginValue::mapToJson(values))
+        .addIfPresent(u"progress", progress)
+        .addRecordIfPresent(u"display", display)
+        .bytes();
+}
+
 QJsonObject PluginRunUpdate::toJson() const {
-    QJsonObject json{{"phase", pluginRunPhaseName(phase)},
-                     {"message", message},
-                     {"values", PluginValue::mapToJson(values)}};
-    if (progress)
-        json.insert(u"progress", *progress);
-    if (display)
-        json.insert(u"display", display->toJson());
-    return json;
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginRunUpdate::validate() const {

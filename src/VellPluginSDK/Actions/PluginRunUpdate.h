@@ -23,6 +23,8 @@ struct PluginRunUpdate {
 
     static PluginRunUpdate fromJson(const QJsonValue& json);
     // Always writes "values", also when empty.
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
     // The record alone; the values are judged against the action's output by the router.
     void validate() const;

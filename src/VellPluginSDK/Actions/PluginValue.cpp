@@ -11,7 +11,9 @@ namespace vell {
 namespace {
 
 QString shortest(double number, std::chars_format format) {
-    char buffer[64];
+    // Room for the longest plain form of a double: 309 digits before the point, or 324
+    // after it for the smallest subnormal.
+    char buffer[400];
     const auto result = std::to_chars(buffer, buffer + sizeof buffer, number, format);
     return QString::fromLatin1(buffer, result.ptr - buffer);
 }
@@ -45,11 +47,8 @@ QString PluginValue::display() const {
     const double number = numberValue();
     if (!std::isfinite(number))
         return shortest(number, std::chars_format::general);
-    // Plain decimals while a person can still read them; beyond 1e16 the digits are noise
-    // and the exponent form is both shorter and exact.
-    const double magnitude = std::fabs(number);
-    if (magnitude >= 1e16 || (magnitude != 0 && magnitude < 1e-4))
-        return shortest(number, std::chars_format::scientific);
+    // Always plain decimals, however large or small: the fewest digits that read back as the
+    // same number, never an exponent.
     QString text = shortest(number, std::chars_format::fixed);
     if (!text.contains(u'.'))
         text += QStringLiteral(".0");

@@ -2,9 +2,11 @@
 
 #include "VellPluginSDK/Identifiers.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
+#include <QJsonDocument>
 #include <QJsonArray>
 
 #include <cmath>
@@ -36,11 +38,12 @@ PluginValueSchema PluginValueSchema::fromJson(const QJsonValue& json) {
     return {reader.records<PluginParameter>(u"fields")};
 }
 
+QByteArray PluginValueSchema::encoded() const {
+    return JsonWriter().addRecords(u"fields", fields).bytes();
+}
+
 QJsonObject PluginValueSchema::toJson() const {
-    QJsonArray array;
-    for (const PluginParameter& field : fields)
-        array.append(field.toJson());
-    return {{"fields", array}};
+    return QJsonDocument::fromJson(encoded()).object();
 }
 
 void PluginValueSchema::validate() const {

@@ -3,6 +3,7 @@
 #include "VellPluginSDK/Actions/PluginParameter.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
 
+#include <QByteArray>
 #include <QList>
 
 namespace vell {
@@ -17,6 +18,8 @@ struct PluginValueSchema {
     QList<PluginParameter> fields;
 
     static PluginValueSchema fromJson(const QJsonValue& json);
+    // Declared field order, absent optionals left out.
+    QByteArray encoded() const;
     QJsonObject toJson() const;
 
     // The schema itself.

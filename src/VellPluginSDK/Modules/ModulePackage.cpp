@@ -161,7 +161,7 @@ void ModulePackage::validateState(const ModuleState& state) {
     if (state.size() > 64)
         invalid();
     for (auto it = state.begin(); it != state.end(); ++it) {
-        if (!validKey(it.key()) || TextMetrics::utf8Size(it.value()) > 2048)
+        if (!validKey(it.key()) || TextMetrics::utf8Size(it.value()) > maximumValueBytes)
             invalid();
     }
     if (JsonWriter::encodeMap(state).size() > 32768)
@@ -198,7 +198,7 @@ QString ModulePackage::text(const QString& textTemplate, const ModuleState& stat
                                                             : QStringLiteral("—");
         result.replace(it->capturedStart(0), it->capturedLength(0), value);
     }
-    return TextMetrics::leftCharacters(result, 2048);
+    return TextMetrics::leftCharacters(result, maximumTextCharacters);
 }
 
 } // namespace vell

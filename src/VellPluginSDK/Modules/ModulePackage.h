@@ -23,6 +23,10 @@ namespace vell {
 struct ModulePackage final {
     // The largest package file read; the check comes before any parsing.
     static constexpr qsizetype maximumBytes = 262144;
+    // One value of state or configuration, in UTF-8 bytes.
+    static constexpr qsizetype maximumValueBytes = 2048;
+    // Any text drawn from a template, in characters.
+    static constexpr int maximumTextCharacters = 2048;
 
     qint64 schemaVersion = 1;
     qint64 hostAPIVersion = 1;

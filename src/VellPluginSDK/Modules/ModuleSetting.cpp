@@ -25,8 +25,10 @@ QJsonObject ModuleSetting::toJson() const {
 
 void ModuleSetting::validate() const {
     const int labelLength = TextMetrics::characterCount(label);
+    // The default becomes a stored value, which may hold no more bytes than any other.
     if (!ModulePackage::validKey(id) || labelLength == 0 || labelLength > 80 ||
-        TextMetrics::characterCount(defaultValue) > 200)
+        TextMetrics::characterCount(defaultValue) > 200 ||
+        TextMetrics::utf8Size(defaultValue) > ModulePackage::maximumValueBytes)
         throw ModuleProblem(QStringLiteral("Invalid module setting."));
 }
 

@@ -146,7 +146,7 @@ private:
         m_router.reset();
         m_router = std::make_unique<ActionRouter>(m_directory);
         m_router->setDeliver([this](const QString& peer, const PluginBusMessage& message) {
-            m_out << "{\"to\":" << compact(peer) << ",\"bus\":" << compact(message.toJson()) << "}\n";
+            m_out << "{\"to\":" << compact(peer) << ",\"bus\":" << message.encoded() << "}\n";
         });
     }
 

@@ -6,6 +6,7 @@
 #include "VellPluginSDK/TextMetrics.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJSEngine>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -102,11 +103,8 @@ void ModuleStore::load() {
             ids.insert(module.package.id);
             loaded.append(std::move(module));
         }
-        for (const InstalledModule& module : std::as_const(loaded)) {
-            module.package.validate();
-            ModulePackage::validateState(module.state);
-            ModulePackage::validateState(module.configuration);
-        }
+        for (const InstalledModule& module : std::as_const(loaded))
+            validateStored(module);
     } catch (const ModuleProblem& problem) {
         reason = problem.message();
     }
@@ -120,9 +118,22 @@ void ModuleStore::load() {
     m_modules = std::move(loaded);
 }
 
+void ModuleStore::validateStored(const InstalledModule& module) {
+    module.package.validate();
+    ModulePackage::validateState(module.state);
+    ModulePackage::validateState(module.configuration);
+}
+
 QString ModuleStore::persist(const QList<InstalledModule>& modules) const {
     if (m_storageUnavailable)
         return QStringLiteral("Saved module data needs recovery.");
+    // What the next start would refuse is never written: it would lose every module.
+    try {
+        for (const InstalledModule& module : modules)
+            validateStored(module);
+    } catch (const ModuleProblem& problem) {
+        return problem.message();
+    }
     // Each record writes its own keys in their fixed order; the array only joins them.
     QByteArray data("[");
     for (qsizetype i = 0; i < modules.size(); ++i) {
@@ -320,8 +331,17 @@ void ModuleStore::configure(const QString& id, const QString& key, const QString
     if (std::none_of(settings.cbegin(), settings.cend(),
                      [&](const ModuleSetting& setting) { return setting.id == key; }))
         return;
-    cancel(id);
     const QString stored = TextMetrics::leftCharacters(value, maximumSettingCharacters);
+    ModuleState configuration = m_modules.at(index).configuration;
+    configuration.insert(key, stored);
+    try {
+        ModulePackage::validateState(configuration);
+    } catch (const ModuleProblem&) {
+        // Refused before anything changes: the run in flight and the saved value stand.
+        setError(id, QStringLiteral("This setting is too long to save."));
+        return;
+    }
+    cancel(id);
     edit(id, [&](InstalledModule& module) { module.configuration.insert(key, stored); });
     invoke(id);
 }
@@ -492,8 +512,9 @@ QVariantList ModuleStore::modulesForViews() const {
 
 QVariantMap ModuleStore::errorsForViews() const {
     QVariantMap map;
+    // Shown within the card's usual text limit, however long the module's error.
     for (auto it = m_errors.cbegin(); it != m_errors.cend(); ++it)
-        map.insert(it.key(), it.value());
+        map.insert(it.key(), TextMetrics::leftCharacters(it.value(), ModulePackage::maximumTextCharacters));
     return map;
 }
 

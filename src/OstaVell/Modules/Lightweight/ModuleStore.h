@@ -131,6 +131,8 @@ signals:
 
 private:
     void load();
+    // The loader's tests of one saved module; throws ModuleProblem.
+    static void validateStored(const InstalledModule& module);
     // Empty on success, else the sentence for the user.
     QString persist(const QList<InstalledModule>& modules) const;
     void edit(const QString& id, const std::function<void(InstalledModule&)>& change);

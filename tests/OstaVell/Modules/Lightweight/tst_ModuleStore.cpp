@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace vell;
 
 namespace {
@@ -104,6 +106,10 @@ private slots:
     void failedRunKeepsStateAndShowsTheMessage();
     void visibilityAndCompactActivityAreSaved();
     void reviewScreen();
+    void onlyRegularFilesAreRead_data();
+    void onlyRegularFilesAreRead();
+    void settingThatCouldNotBeReadBackIsRefused();
+    void longErrorIsShownWithinTheTextLimit();
 
 private:
     QString filePath() const { return m_dir->filePath(QStringLiteral("OstaVell/modules-v1.json")); }
@@ -175,6 +181,14 @@ void tst_ModuleStore::installRefusals_data() {
         << QStringLiteral(
                "This module is already installed. Remove it before installing a different version; updates "
                "arrive in the creator beta.");
+    // 200 characters, but each an "e" with five combining marks: within the character limit,
+    // over what a stored value may hold. Saved, it would make the next start refuse the file.
+    ModulePackage heavyDefault = package(QStringLiteral("cafe.osta.heavy"), QStringLiteral("function run() {}"));
+    heavyDefault.settings[0].defaultValue = QString(200, u'e');
+    for (qsizetype i = 199; i >= 0; --i)
+        heavyDefault.settings[0].defaultValue.insert(i + 1, QStringLiteral("\u0301\u0302\u0303\u0304\u0305"));
+    QTest::addRow("a default over the stored value's bytes")
+        << 0 << heavyDefault << QStringLiteral("Invalid module setting.");
 }
 
 void tst_ModuleStore::installRefusals() {
@@ -514,6 +528,63 @@ void tst_ModuleStore::reviewScreen() {
     QVERIFY(!store.reviewed().isEmpty());
     store.cancelReview();
     QVERIFY(store.reviewed().isEmpty());
+}
+
+void tst_ModuleStore::onlyRegularFilesAreRead_data() {
+    QTest::addColumn<QString>("kind");
+    QTest::addRow("named pipe with no writer") << "fifo";
+    QTest::addRow("device") << "device";
+}
+
+void tst_ModuleStore::onlyRegularFilesAreRead() {
+    QFETCH(QString, kind);
+    QString path = QStringLiteral("/dev/null");
+    if (kind == u"fifo") {
+        // Opening it to read would wait for a writer for ever.
+        path = m_dir->filePath(QStringLiteral("pipe.ostavellmodule"));
+        QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+    }
+    ModuleStore store(filePath(), QString());
+    QCOMPARE(store.review(QUrl::fromLocalFile(path)), QStringLiteral("Not a regular file."));
+    QVERIFY(store.reviewed().isEmpty());
+}
+
+void tst_ModuleStore::settingThatCouldNotBeReadBackIsRefused() {
+    ModuleStore store(filePath(), QString());
+    const ModulePackage module = package(QStringLiteral("cafe.osta.cfg"), QStringLiteral("function run() {}"));
+    store.install(module);
+    store.configure(module.id, QStringLiteral("unit"), QStringLiteral("F"));
+    const QByteArray saved = contents(filePath());
+
+    // Within 200 characters, over 2,048 bytes.
+    QString heavy;
+    for (int i = 0; i < 200; ++i)
+        heavy += QStringLiteral("e\u0301\u0302\u0303\u0304\u0305");
+    store.configure(module.id, QStringLiteral("unit"), heavy);
+    QCOMPARE(store.errors().value(module.id), QStringLiteral("This setting is too long to save."));
+    QCOMPARE(store.module(module.id)->configuration.value(QStringLiteral("unit")), QStringLiteral("F"));
+    QCOMPARE(contents(filePath()), saved);
+    QVERIFY(store.notice().isEmpty());
+
+    // Exactly at the byte limit it is kept, and the next start reads it back.
+    const QString atLimit = heavy.left(186 * 6) + QChar(0x00e9);
+    QCOMPARE(atLimit.toUtf8().size(), ModulePackage::maximumValueBytes);
+    store.configure(module.id, QStringLiteral("unit"), atLimit);
+    QCOMPARE(store.module(module.id)->configuration.value(QStringLiteral("unit")), atLimit);
+    ModuleStore reopened(filePath(), QString());
+    QVERIFY(!reopened.storageUnavailable());
+    QCOMPARE(reopened.module(module.id)->configuration.value(QStringLiteral("unit")), atLimit);
+}
+
+void tst_ModuleStore::longErrorIsShownWithinTheTextLimit() {
+    ModuleStore store(filePath(), realRunner());
+    const ModulePackage failing = package(
+        QStringLiteral("cafe.osta.loud"), QStringLiteral("function run(r) { throw new Error('x'.repeat(60000)); }"));
+    store.install(failing);
+    QVERIFY(waitIdle(store));
+    QCOMPARE(store.errors().value(failing.id).size(), 60000);
+    const QVariantMap shown = store.property("errors").toMap();
+    QCOMPARE(shown.value(failing.id).toString(), QString(ModulePackage::maximumTextCharacters, u'x'));
 }
 
 QTEST_GUILESS_MAIN(tst_ModuleStore)

@@ -16,6 +16,7 @@ ColumnLayout {
     spacing: 8
 
     Label {
+        textFormat: Text.PlainText
         visible: root.module.legacy === true
         Layout.fillWidth: true
         wrapMode: Text.WordWrap
@@ -38,6 +39,7 @@ ColumnLayout {
         visible: root.error.length > 0 || root.running
         Layout.fillWidth: true
         Label {
+            textFormat: Text.PlainText
             Layout.fillWidth: true
             visible: root.error.length > 0
             text: root.error

@@ -26,6 +26,7 @@ Item {
     Component {
         id: body
         TextEdit {
+            textFormat: TextEdit.PlainText
             width: root.width
             text: root.shown
             readOnly: true
@@ -38,6 +39,7 @@ Item {
     Component {
         id: heading
         TextEdit {
+            textFormat: TextEdit.PlainText
             width: root.width
             text: root.shown
             readOnly: true
@@ -59,6 +61,7 @@ Item {
                 radius: height / 2
                 color: Qt.rgba(1, 1, 1, 0.1)
                 Text {
+                    textFormat: Text.PlainText
                     id: badgeText
                     anchors.centerIn: parent
                     text: root.shown
@@ -74,7 +77,7 @@ Item {
         Column {
             width: root.width
             spacing: 4
-            Text { text: root.shown; color: Qt.rgba(1, 1, 1, 0.8); font.pixelSize: 12 }
+            Text { text: root.shown; textFormat: Text.PlainText; color: Qt.rgba(1, 1, 1, 0.8); font.pixelSize: 12 }
             ProgressBar {
                 width: parent.width
                 from: 0
@@ -86,8 +89,19 @@ Item {
     Component {
         id: button
         Button {
+            id: press
             text: root.shown
             enabled: !root.running
+            // The style's own label would guess rich text from the module's title.
+            contentItem: Text {
+                text: press.text
+                textFormat: Text.PlainText
+                font: press.font
+                color: press.enabled ? "white" : Qt.rgba(1, 1, 1, 0.4)
+                horizontalAlignment: Text.AlignHCenter
+                verticalAlignment: Text.AlignVCenter
+                elide: Text.ElideRight
+            }
             onClicked: ModuleStore.press(root.moduleID, root.component.action)
         }
     }

@@ -41,6 +41,7 @@ ScrollView {
         }
 
         Label {
+            textFormat: Text.PlainText
             visible: ModuleStore.notice.length > 0
             Layout.fillWidth: true
             wrapMode: Text.WordWrap
@@ -48,6 +49,7 @@ ScrollView {
             color: "#ff9a8a"
         }
         Label {
+            textFormat: Text.PlainText
             visible: ModuleStore.modules.length === 0
             Layout.fillWidth: true
             wrapMode: Text.WordWrap
@@ -67,6 +69,7 @@ ScrollView {
                     RowLayout {
                         Layout.fillWidth: true
                         Label {
+                            textFormat: Text.PlainText
                             Layout.fillWidth: true
                             text: entry.modelData.name + "  " + entry.modelData.version
                             font.bold: true
@@ -87,6 +90,7 @@ ScrollView {
                         module: entry.modelData
                     }
                     Label {
+                        textFormat: Text.PlainText
                         visible: entry.modelData.legacy === true
                         Layout.fillWidth: true
                         wrapMode: Text.WordWrap
@@ -98,7 +102,7 @@ ScrollView {
                         delegate: RowLayout {
                             required property var modelData
                             Layout.fillWidth: true
-                            Label { text: modelData.label; Layout.preferredWidth: 140; elide: Text.ElideRight }
+                            Label { textFormat: Text.PlainText; text: modelData.label; Layout.preferredWidth: 140; elide: Text.ElideRight }
                             TextField {
                                 Layout.fillWidth: true
                                 text: entry.modelData.configuration[modelData.id] ?? modelData.defaultValue
@@ -132,21 +136,34 @@ ScrollView {
         visible: Object.keys(ModuleStore.reviewed).length > 0 || pane.reviewError.length > 0
         closePolicy: Popup.NoAutoClose
         title: ModuleStore.reviewed.name ?? "Module"
+        // The style's header would guess rich text from the package's name.
+        header: Label {
+            text: review.title
+            textFormat: Text.PlainText
+            elide: Text.ElideRight
+            font.bold: true
+            font.pixelSize: 18
+            padding: 24
+            bottomPadding: 0
+        }
         ColumnLayout {
             width: review.availableWidth
             spacing: 8
             Label {
+                textFormat: Text.PlainText
                 visible: ModuleStore.reviewed.version !== undefined
                 text: (ModuleStore.reviewed.version ?? "") + " · " + (ModuleStore.reviewed.author ?? "")
                 opacity: 0.7
             }
             Label {
+                textFormat: Text.PlainText
                 Layout.fillWidth: true
                 visible: (ModuleStore.reviewed.summary ?? "").length > 0
                 text: ModuleStore.reviewed.summary ?? ""
                 wrapMode: Text.WordWrap
             }
             Label {
+                textFormat: Text.PlainText
                 Layout.fillWidth: true
                 visible: ModuleStore.reviewed.publisher !== undefined
                 text: ModuleStore.reviewed.publisher ?? ""
@@ -154,12 +171,14 @@ ScrollView {
                 opacity: 0.8
             }
             Label {
+                textFormat: Text.PlainText
                 Layout.fillWidth: true
                 visible: ModuleStore.reviewed.access !== undefined
                 text: ModuleStore.reviewed.access ?? ""
                 wrapMode: Text.WordWrap
             }
             Label {
+                textFormat: Text.PlainText
                 Layout.fillWidth: true
                 visible: pane.reviewError.length > 0
                 text: pane.reviewError
@@ -189,6 +208,7 @@ ScrollView {
         width: Math.min(pane.width - 40, 460)
         title: "Remove module and its saved data?"
         contentItem: Label {
+            textFormat: Text.PlainText
             wrapMode: Text.WordWrap
             text: "Only this module's local state and settings will be removed. Your other tools and original package are kept."
         }
