@@ -3,7 +3,7 @@
 include_guard(GLOBAL)
 
 option(VELL_SANITIZE "Build our code with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
-option(VELL_FUZZ "Build the libFuzzer targets in fuzz/" OFF)
+option(VELL_FUZZ "Build only the libFuzzer targets in fuzz/ and the libraries they exercise" OFF)
 
 set(VELL_SANITIZER_FLAGS -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
 
