@@ -4,6 +4,7 @@
 #include <QQmlApplicationEngine>
 #include <QQuickWindow>
 
+#include <chrono>
 #include <cstdio>
 
 int main(int argc, char* argv[]) {
@@ -19,7 +20,11 @@ int main(int argc, char* argv[]) {
     QObject::connect(
         window, &QQuickWindow::frameSwapped, window,
         [] {
-            std::fputs("first frame\n", stderr);
+            // The same line, on the same clock, as the app's first frame.
+            const auto now = std::chrono::steady_clock::now().time_since_epoch();
+            std::fprintf(
+                stderr, "first frame at %lld us on the monotonic clock\n",
+                static_cast<long long>(std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
             std::fflush(stderr);
         },
         Qt::SingleShotConnection);

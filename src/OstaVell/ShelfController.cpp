@@ -16,6 +16,8 @@
 #include <QQuickWindow>
 #include <QScreen>
 
+#include <chrono>
+
 namespace vell {
 
 namespace {
@@ -198,14 +200,18 @@ void ShelfController::reconcile() {
 
 DisplayShelfController* ShelfController::makePanel(QScreen* screen) {
     auto* panel = new DisplayShelfController(screen, m_settings, this);
-    // Start-up is measured to the first frame a panel puts on screen.
+    // Start-up is measured to the first frame a panel puts on screen. The line carries the
+    // monotonic clock, so that whoever reads it can tell when it was written from when it came.
     static bool firstFrameReported = false;
     if (!firstFrameReported) {
         connect(
             panel->panel(), &QQuickWindow::frameSwapped, this,
             [] {
-                if (!std::exchange(firstFrameReported, true))
-                    qCDebug(lcShelf) << "first frame";
+                if (!std::exchange(firstFrameReported, true)) {
+                    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+                    qCDebug(lcShelf, "first frame at %lld us on the monotonic clock",
+                            qlonglong(std::chrono::duration_cast<std::chrono::microseconds>(now).count()));
+                }
             },
             Qt::SingleShotConnection);
     }
