@@ -149,9 +149,11 @@ endfunction()
 function(vell_add_qml_module name)
     cmake_parse_arguments(ARG "" "URI" "SOURCES;QML_FILES;RESOURCES;LIBS" ${ARGN})
     qt_add_library(${name} STATIC)
+    string(REPLACE "." "/" target_path "${ARG_URI}")
     qt_add_qml_module(${name}
         URI ${ARG_URI}
         VERSION 1.0
+        OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/qml/${target_path}
         RESOURCE_PREFIX /qt/qml
         QML_FILES ${ARG_QML_FILES}
         RESOURCES ${ARG_RESOURCES}

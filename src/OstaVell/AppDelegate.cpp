@@ -43,6 +43,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     offerViews();
 
     m_engine = new QQmlEngine(this);
+    // Where every module of the app keeps its views; Qt 6.4 does not look there by itself.
+    m_engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
     connect(m_engine, &QQmlEngine::quit, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     Accessibility::instance()->startWatchingDesktop();
 

@@ -5,6 +5,7 @@
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/ColorHex.h"
 #include "OstaVell/Support/DisplayIdentity.h"
+#include "OstaVell/Support/Logging.h"
 #include "OstaVell/Support/MenuTracking.h"
 #include "OstaVell/Support/SettingsStore.h"
 #include "OstaVell/Support/UserDefaults.h"
@@ -166,6 +167,7 @@ void DisplayShelfController::setExpanded(bool expanded) {
 }
 
 void DisplayShelfController::expand(bool focus) {
+    qCDebug(lcShelf) << displayName() << "expand, focus" << focus;
     cancelHoverTask();
     // Haptic feedback has no counterpart on Linux desktops.
     setExpanded(true);
@@ -177,6 +179,7 @@ void DisplayShelfController::expand(bool focus) {
 }
 
 void DisplayShelfController::collapse() {
+    qCDebug(lcShelf) << displayName() << "collapse";
     cancelHoverTask();
     setExpanded(false);
     if (m_isPinned) {
@@ -188,6 +191,7 @@ void DisplayShelfController::collapse() {
 }
 
 void DisplayShelfController::hoverChanged(bool inside) {
+    qCDebug(lcShelf) << displayName() << (inside ? "pointer entered" : "pointer left");
     m_pointerInside = inside;
     cancelHoverTask();
     if (!inside) {
@@ -256,7 +260,9 @@ bool DisplayShelfController::pointerStillOverVell() const {
     const ShelfLayout closed =
         ShelfGeometry::layout(reading.frame, reading.safeTop, notch.width, false, kHandleOpenWidth,
                               kHandleOpenHeight, std::max(m_wingWidth, kMinimumWingWidth), std::nullopt, 0);
-    return ShelfGeometry::keepsHoverOpen(m_pointerInside, QCursor::pos(m_screen), m_outline, closed.frame);
+    // The open frame itself, not the outline: while the opening animation runs the outline is
+    // smaller than the panel it is becoming, and a pointer already inside that panel stays.
+    return ShelfGeometry::keepsHoverOpen(m_pointerInside, QCursor::pos(m_screen), m_frame, closed.frame);
 }
 
 void DisplayShelfController::reposition(bool animated) {
