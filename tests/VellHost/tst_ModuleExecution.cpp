@@ -1,9 +1,9 @@
-#include "VellHost/ModuleExecution.h"
-
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include "VellHost/ModuleExecution.h"
 
 using namespace vell;
 
@@ -54,6 +54,7 @@ private slots:
     void runnerGetsOnlyPathAndTheStandardDescriptors();
     void answerComesOnTheMainThreadAndNeverToADestroyedOwner();
     void realRunnerRunsAScript();
+    void endlessScriptAlwaysEndsAtTheDeadline();
 
 private:
     QString startedMarker() const { return m_dir->filePath(QStringLiteral("started")); }
@@ -231,6 +232,34 @@ void tst_ModuleExecution::realRunnerRunsAScript() {
         std::make_shared<ModuleExecution>(ModuleExecution::defaultRunnerPath())->runBlocking(request);
     QCOMPARE(result.message, QString());
     QCOMPARE(result.state, (ModuleState{{QStringLiteral("count"), QStringLiteral("42")}}));
+}
+
+// The runner's own processor limit stands behind the deadline and must never overtake it:
+// the user is told that the module was too slow, not that it broke. Each spinning runner gets
+// a processor of its own where the machine has them, which is when the two would race.
+void tst_ModuleExecution::endlessScriptAlwaysEndsAtTheDeadline() {
+    ModuleRequest request = fakeRequest(QString());
+    request.package.script = QStringLiteral("function run() { for (;;) {} }");
+    constexpr int runs = 20;
+    const int atOnce = qBound(1, QThread::idealThreadCount(), 4);
+    QStringList messages;
+    int started = 0;
+    QObject owner;
+    std::function<void()> startOne = [&] {
+        ++started;
+        std::make_shared<ModuleExecution>(ModuleExecution::defaultRunnerPath())
+            ->run(request, &owner, [&](const ModuleRunResult& result) {
+                messages.append(result.message);
+                if (started < runs)
+                    startOne();
+            });
+    };
+    for (int i = 0; i < atOnce; ++i)
+        startOne();
+    QTRY_COMPARE_WITH_TIMEOUT(messages.size(), runs, 240000);
+    QCOMPARE(
+        messages,
+        QStringList(runs, QStringLiteral("Module took too long and was stopped. Previous state was kept.")));
 }
 
 QTEST_GUILESS_MAIN(tst_ModuleExecution)
