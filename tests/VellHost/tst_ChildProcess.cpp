@@ -1,3 +1,5 @@
+#include "VellHost/ChildProcess.h"
+
 #include <QTest>
 
 #include <csignal>
@@ -6,8 +8,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "VellHost/ChildProcess.h"
 
 using namespace vell;
 using Ending = ChildProcess::Exchange::Ending;
