@@ -1,13 +1,17 @@
 // Press to saved state for Hello Vell through the real store and runner, beside a bare spawn
 // of /bin/true measured in the same run. A press should feel instant; the ratio of the two
-// medians says how far from a bare process start it is.
+// medians says how far from a bare process start it is. Last, what the runner's spare costs
+// while it waits.
 
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "VellHost/ModuleRunnerSpares.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <QThread>
 
 #include <algorithm>
 #include <chrono>
@@ -62,14 +66,47 @@ double spawnTrue() {
     return milliseconds(Clock::now() - start);
 }
 
+QByteArray procFile(pid_t pid, const char* name) {
+    QFile file(QStringLiteral("/proc/%1/%2").arg(pid).arg(QLatin1String(name)));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// A line's value from /proc/<pid>/status, such as "15516 kB" for "VmRSS".
+QString statusField(pid_t pid, const char* field) {
+    const QList<QByteArray> lines = procFile(pid, "status").split('\n');
+    for (const QByteArray& line : lines) {
+        if (line.startsWith(QByteArray(field) + ':'))
+            return QString::fromLatin1(line.mid(qstrlen(field) + 1).simplified());
+    }
+    return QStringLiteral("?");
+}
+
+// User and system time in clock ticks, fields 14 and 15 of /proc/<pid>/stat.
+long long processorTicks(pid_t pid) {
+    const QByteArray stat = procFile(pid, "stat");
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return fields.size() > 12 ? fields.at(11).toLongLong() + fields.at(12).toLongLong() : -1;
+}
+
+// The spare once it has loaded and blocks reading its request; 0 if none comes.
+pid_t waitingSpare(const QString& runner) {
+    for (int i = 0; i < 1000; ++i) {
+        const pid_t pid = ModuleRunnerSpares::waitingPid(runner);
+        if (pid != 0 && statusField(pid, "State").startsWith(QLatin1Char('S')))
+            return pid;
+        QThread::msleep(10);
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QTextStream out(stdout);
     QTemporaryDir dir;
-    ModuleStore store(dir.filePath(QStringLiteral("OstaVell/modules-v1.json")),
-                      ModuleExecution::defaultRunnerPath());
+    const QString runner = ModuleExecution::defaultRunnerPath();
+    ModuleStore store(dir.filePath(QStringLiteral("OstaVell/modules-v1.json")), runner);
     const ModulePackage hello = ModuleStore::example(QStringLiteral("HelloVell"));
     store.install(hello);
     if (!waitIdle(store)) {
@@ -87,7 +124,7 @@ int main(int argc, char** argv) {
         // Interleaved, so that all see the same load of a shared machine.
         spawns.push_back(spawnTrue());
         const Clock::time_point bareStart = Clock::now();
-        std::make_shared<ModuleExecution>(ModuleExecution::defaultRunnerPath())->runBlocking(request);
+        std::make_shared<ModuleExecution>(runner)->runBlocking(request);
         bareRuns.push_back(milliseconds(Clock::now() - bareStart));
         const Clock::time_point start = Clock::now();
         store.press(hello.id, QStringLiteral("greet"));
@@ -117,5 +154,17 @@ int main(int argc, char** argv) {
                .arg(spawn.p95, 0, 'f', 2)
                .arg(runs);
     out << QStringLiteral("ratio: %1\n").arg(press.median / spawn.median, 0, 'f', 1);
+
+    const pid_t spare = waitingSpare(runner);
+    if (spare == 0) {
+        out << "no spare runner was waiting\n";
+        return 1;
+    }
+    const long long ticksBefore = processorTicks(spare);
+    QThread::sleep(1);
+    out << QStringLiteral(
+               "spare runner while waiting: VmRSS %1 (RssAnon %2), processor time over 1 s: %3 ticks\n")
+               .arg(statusField(spare, "VmRSS"), statusField(spare, "RssAnon"))
+               .arg(processorTicks(spare) - ticksBefore);
     return 0;
 }

@@ -1,9 +1,9 @@
 #include "VellHost/ModuleExecution.h"
 
 #include "VellHost/ChildProcess.h"
-
-#include "VellPluginSDK/Modules/ModulePackage.h"
+#include "VellHost/ModuleRunnerSpares.h"
 #include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/Modules/ModuleResponse.h"
 
 #include <QCoreApplication>
@@ -46,9 +46,10 @@ QThreadPool* runPool() {
 
 } // namespace
 
-ModuleExecution::ModuleExecution(QString executable, double timeout)
+ModuleExecution::ModuleExecution(QString executable, double timeout, Launch launch)
     : m_executable(std::move(executable))
-    , m_timeout(timeout) {}
+    , m_timeout(timeout)
+    , m_launch(launch) {}
 
 ModuleExecution::~ModuleExecution() = default;
 
@@ -93,12 +94,14 @@ ModuleRunResult ModuleExecution::runBlocking(const ModuleRequest& request) {
         std::lock_guard guard(m_lock);
         if (m_cancelled)
             return ModuleRunResult::cancelled();
-        process = ChildProcess::start({m_executable, {}, {QStringLiteral("PATH=/usr/bin:/bin")}});
+        process = m_launch == Launch::Spare ? ModuleRunnerSpares::take(m_executable)
+                                            : ModuleRunnerSpares::startFresh(m_executable);
         if (!process)
             return ModuleRunResult::failed(cannotStartMessage);
         m_process = process;
     }
 
+    // From the hand-over: a spare that waited long still gets the whole time.
     using Clock = ChildProcess::Clock;
     const Clock::time_point deadline =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(m_timeout));

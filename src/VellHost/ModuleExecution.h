@@ -17,7 +17,8 @@ class ChildProcess;
 // One run of a module's script: a fresh VellModuleRunner process that gets the request on
 // its standard input and answers on its standard output, within size and time limits. The
 // process boundary is the module's sandbox as the host sees it; nothing of a run outlives it,
-// and nothing is retried.
+// and nothing is retried. Fresh means never handed another request: the process may be the
+// spare started ahead of need (ModuleRunnerSpares), and its time counts from the hand-over.
 //
 // Created by make_shared, run once, and dropped by its owner. cancel() may come from any
 // thread at any time.
@@ -28,7 +29,13 @@ public:
     static constexpr qsizetype readSize = 8192;
     static constexpr double defaultTimeout = 3.0;
 
-    explicit ModuleExecution(QString executable, double timeout = defaultTimeout);
+    enum class Launch {
+        Fresh, // a runner started for this run alone
+        Spare, // the runner's spare if one waits, else a fresh one
+    };
+
+    explicit ModuleExecution(QString executable, double timeout = defaultTimeout,
+                             Launch launch = Launch::Fresh);
     ~ModuleExecution();
     Q_DISABLE_COPY_MOVE(ModuleExecution)
 
@@ -49,6 +56,7 @@ public:
 private:
     const QString m_executable;
     const double m_timeout;
+    const Launch m_launch;
 
     // Guards the two fields below. Nothing blocking happens under it except the launch, so
     // that cancel() either finds no process or a launched one.

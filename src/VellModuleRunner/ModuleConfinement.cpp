@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/landlock.h>
 #include <seccomp.h>
 #include <sys/mman.h>
@@ -46,6 +48,9 @@ ModuleConfinement::Result ModuleConfinement::apply() {
         result.failure = systemFailure("no_new_privs", errno);
         return result;
     }
+    result.failure = requireSingleThread();
+    if (!result.ok())
+        return result;
     result.failure = restrictFileSystem(&result.landlocked);
     if (!result.ok())
         return result;
@@ -56,17 +61,80 @@ ModuleConfinement::Result ModuleConfinement::apply() {
     return result;
 }
 
+QString ModuleConfinement::forbidExecutableMemory() {
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
+        return systemFailure("no_new_privs", errno);
+    // Everything else stays open until apply(): the runner still has to load and read.
+    scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+    if (!filter)
+        return QStringLiteral("seccomp: cannot create filter");
+    int rc = seccomp_attr_set(filter, SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS);
+    if (rc == 0)
+        rc = seccomp_attr_set(filter, SCMP_FLTATR_CTL_TSYNC, 1);
+    for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mprotect), SCMP_SYS(pkey_mprotect)}) {
+        if (rc == 0)
+            rc = seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), call, 1,
+                                  SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, PROT_EXEC));
+    }
+    if (rc == 0)
+        rc = seccomp_load(filter);
+    seccomp_release(filter);
+    if (rc != 0)
+        return systemFailure("seccomp", -rc);
+    return {};
+}
+
+int ModuleConfinement::threadCount() {
+    const int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    char text[4096];
+    qsizetype length = 0;
+    for (;;) {
+        const ssize_t count = read(fd, text + length, sizeof text - 1 - length);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        length += count;
+    }
+    close(fd);
+    text[length] = '\0';
+    const char* line = std::strstr(text, "\nThreads:");
+    return line ? std::atoi(line + std::strlen("\nThreads:")) : 0;
+}
+
+QString ModuleConfinement::requireSingleThread() {
+    // Landlock restricts the calling thread alone, so a second thread would run unwalled.
+    // A process with one thread cannot gain another without this thread's doing, so the
+    // count cannot go stale before the walls are up.
+    const int threads = threadCount();
+    if (threads != 1)
+        return QStringLiteral("threads: %1 running").arg(threads);
+    return {};
+}
+
 QString ModuleConfinement::restrictLimits() {
     struct Limit {
         int resource;
         rlimit value;
         const char* name;
     };
+    // The processor limit counts the whole process, so the time already spent (loading, and
+    // a runner started ahead of need) is added to the script's share, in whole seconds
+    // rounded up.
+    rusage usage{};
+    if (getrusage(RUSAGE_SELF, &usage) != 0)
+        return systemFailure("cpu usage", errno);
+    const long long spentMicroseconds =
+        (static_cast<long long>(usage.ru_utime.tv_sec) + usage.ru_stime.tv_sec) * 1000000 +
+        usage.ru_utime.tv_usec + usage.ru_stime.tv_usec;
+    const rlim_t cpuLimit = static_cast<rlim_t>((spentMicroseconds + 999999) / 1000000) + cpuSeconds;
     // A soft processor limit sends SIGXCPU, which ends the runner; the hard one a second
     // later is SIGKILL for a runner that somehow survived it. No core file: a killed runner
     // leaves nothing behind, and its memory held a user's state.
     const Limit limits[] = {
-        {RLIMIT_CPU, {cpuSeconds, cpuSeconds + 1}, "cpu limit"},
+        {RLIMIT_CPU, {cpuLimit, cpuLimit + 1}, "cpu limit"},
         {RLIMIT_AS, {addressSpaceBytes, addressSpaceBytes}, "address space limit"},
         {RLIMIT_NOFILE, {0, 0}, "open files limit"},
         {RLIMIT_FSIZE, {fileSizeBytes, fileSizeBytes}, "file size limit"},
@@ -127,6 +195,9 @@ QString ModuleConfinement::installSystemCallFilter() {
     if (!filter)
         return QStringLiteral("seccomp: cannot create filter");
     int rc = seccomp_attr_set(filter, SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS);
+    // Every thread or none: the kernel refuses the whole filter if one cannot take it.
+    if (rc == 0)
+        rc = seccomp_attr_set(filter, SCMP_FLTATR_CTL_TSYNC, 1);
 
     const auto allow = [&](int call) {
         if (rc == 0)

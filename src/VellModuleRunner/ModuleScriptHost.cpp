@@ -54,8 +54,7 @@ const char* const collectSource = R"JS(
 
 ModuleScriptHost::ModuleScriptHost() = default;
 
-void ModuleScriptHost::prepare(const ModuleRequest& request) {
-    m_script = request.package.script;
+void ModuleScriptHost::prepareRealm() {
     // Web additions of the engine; a module's realm holds ECMAScript's built-ins alone.
     QJSValue global = m_engine.globalObject();
     global.deleteProperty(QStringLiteral("URL"));
@@ -64,6 +63,13 @@ void ModuleScriptHost::prepare(const ModuleRequest& request) {
     m_invoke = m_engine.evaluate(QString::fromLatin1(invokeSource));
     m_collect = m_engine.evaluate(QString::fromLatin1(collectSource));
 
+    // The C library reads the time zone file on the first local-time conversion; doing it
+    // here keeps that one open() out of the confined part, where it would fail.
+    m_engine.evaluate(QStringLiteral("new Date(0).toString(); new Date().getTimezoneOffset();"));
+}
+
+void ModuleScriptHost::prepare(const ModuleRequest& request) {
+    m_script = request.package.script;
     m_request = m_engine.newObject();
     m_request.setProperty(QStringLiteral("state"), stateObject(request.state));
     m_request.setProperty(QStringLiteral("configuration"), stateObject(request.configuration));
@@ -75,10 +81,6 @@ void ModuleScriptHost::prepare(const ModuleRequest& request) {
         event.setProperty(QStringLiteral("json"), request.event->json);
         m_request.setProperty(QStringLiteral("event"), event);
     }
-
-    // The C library reads the time zone file on the first local-time conversion; doing it
-    // here keeps that one open() out of the confined part, where it would fail.
-    m_engine.evaluate(QStringLiteral("new Date(0).toString(); new Date().getTimezoneOffset();"));
 }
 
 ModuleResponse ModuleScriptHost::execute() {

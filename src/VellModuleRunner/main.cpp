@@ -56,20 +56,33 @@ QByteArray readRequest(bool* tooLarge) {
     answer(response);
 }
 
+[[noreturn]] void answerUnconfined(const QString& failure) {
+    answerError(QStringLiteral("The module could not be confined, so it was not run (%1).").arg(failure));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     // The plain Unix event dispatcher starts faster than GLib's, and the runner never loops.
-    // The interpreter alone lets the filter refuse every executable mapping.
     qputenv("QT_NO_GLIB", "1");
     qputenv("QV4_FORCE_INTERPRETER", "1");
+    // Before the engine exists, so that it never plans on code of its own making: scripts
+    // and regular expressions alike are interpreted, and the filter can refuse every
+    // executable mapping without the engine ever meeting the refusal.
+    const QString executableMemory = ModuleConfinement::forbidExecutableMemory();
+    if (!executableMemory.isEmpty())
+        answerUnconfined(executableMemory);
+
+    // The runner may be started ahead of need: it loads and builds its engine first, then
+    // blocks reading its request, holding nothing of any module until it comes.
+    QCoreApplication application(argc, argv);
+    ModuleScriptHost host;
+    host.prepareRealm();
 
     bool tooLarge = false;
     const QByteArray input = readRequest(&tooLarge);
     if (tooLarge)
         answerError(QStringLiteral("Module request is too large."));
-
-    QCoreApplication application(argc, argv);
 
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(input, &parseError);
@@ -81,14 +94,11 @@ int main(int argc, char** argv) {
     } catch (const ModuleProblem& problem) {
         answerError(problem.message());
     }
-
-    ModuleScriptHost host;
     host.prepare(request);
 
     const ModuleConfinement::Result confinement = ModuleConfinement::apply();
     if (!confinement.ok())
-        answerError(QStringLiteral("The module could not be confined, so it was not run (%1).")
-                        .arg(confinement.failure));
+        answerUnconfined(confinement.failure);
 
     answer(host.execute());
 }

@@ -1,7 +1,8 @@
 // A stand-in for VellModuleRunner that misbehaves on request. The behaviour is named in the
 // request's script as "fake:<name>", since a runner gets neither arguments nor environment.
 // Every start leaves a file "started" beside the executable, before anything is read, so a
-// test can tell that no process was ever launched.
+// test can tell that no process was ever launched. Like the real runner, it blocks reading
+// its request once started, so it can wait as a spare.
 
 #include <cerrno>
 #include <csignal>
@@ -136,6 +137,12 @@ int main() {
                 open += std::string(open.empty() ? "" : ",") + std::to_string(fd);
         }
         writeAll(STDOUT_FILENO, R"({"state":{"open":")" + open + R"("}})");
+    } else if (mode == "report-pid" || mode == "slow-report-pid") {
+        if (mode == "slow-report-pid") {
+            const timespec second{1, 0};
+            nanosleep(&second, nullptr);
+        }
+        writeAll(STDOUT_FILENO, R"({"state":{"pid":")" + std::to_string(getpid()) + R"("}})");
     } else if (mode == "report-input-size") {
         writeAll(STDOUT_FILENO, R"({"state":{"bytes":")" + std::to_string(input.size()) + R"("}})");
     } else {

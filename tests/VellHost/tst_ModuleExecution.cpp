@@ -1,9 +1,13 @@
 #include "VellHost/ModuleExecution.h"
+#include "VellHost/ModuleRunnerSpares.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <csignal>
 
 using namespace vell;
 
@@ -27,6 +31,22 @@ ModuleRequest requestOfSize(const QString& behaviour, qsizetype size) {
     request.configuration.insert(QStringLiteral("pad"),
                                  QString(size - request.encoded().size(), QLatin1Char('s')));
     return request;
+}
+
+// The state letter of a process from /proc; 0 once it has been reaped.
+char processState(pid_t pid) {
+    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray stat = file.readAll();
+    const qsizetype nameEnd = stat.lastIndexOf(')');
+    return nameEnd > 0 && nameEnd + 2 < stat.size() ? stat.at(nameEnd + 2) : 0;
+}
+
+ModuleRunResult runOnSpare(const QString& runner, const QString& behaviour) {
+    return std::make_shared<ModuleExecution>(runner, ModuleExecution::defaultTimeout,
+                                             ModuleExecution::Launch::Spare)
+        ->runBlocking(fakeRequest(behaviour));
 }
 
 class Receiver final : public QObject {
@@ -54,6 +74,10 @@ private slots:
     void runnerGetsOnlyPathAndTheStandardDescriptors();
     void answerComesOnTheMainThreadAndNeverToADestroyedOwner();
     void realRunnerRunsAScript();
+    void endlessScriptAlwaysEndsAtTheDeadline();
+    void spareServesOneRunWithTheWholeDeadlineFromItsHandOver();
+    void deadSpareIsReplacedByAFreshStart();
+    void discardedSpareIsKilledAndReaped();
 
 private:
     QString startedMarker() const { return m_dir->filePath(QStringLiteral("started")); }
@@ -231,6 +255,79 @@ void tst_ModuleExecution::realRunnerRunsAScript() {
         std::make_shared<ModuleExecution>(ModuleExecution::defaultRunnerPath())->runBlocking(request);
     QCOMPARE(result.message, QString());
     QCOMPARE(result.state, (ModuleState{{QStringLiteral("count"), QStringLiteral("42")}}));
+}
+
+// The runner's own processor limit stands behind the deadline and must never overtake it:
+// the user is told that the module was too slow, not that it broke. Each spinning runner gets
+// a processor of its own where the machine has them, which is when the two would race.
+void tst_ModuleExecution::endlessScriptAlwaysEndsAtTheDeadline() {
+    ModuleRequest request = fakeRequest(QString());
+    request.package.script = QStringLiteral("function run() { for (;;) {} }");
+    constexpr int runs = 20;
+    const int atOnce = qBound(1, QThread::idealThreadCount(), 4);
+    QStringList messages;
+    int started = 0;
+    QObject owner;
+    std::function<void()> startOne = [&] {
+        ++started;
+        std::make_shared<ModuleExecution>(ModuleExecution::defaultRunnerPath())
+            ->run(request, &owner, [&](const ModuleRunResult& result) {
+                messages.append(result.message);
+                if (started < runs)
+                    startOne();
+            });
+    };
+    for (int i = 0; i < atOnce; ++i)
+        startOne();
+    QTRY_COMPARE_WITH_TIMEOUT(messages.size(), runs, 240000);
+    QCOMPARE(
+        messages,
+        QStringList(runs, QStringLiteral("Module took too long and was stopped. Previous state was kept.")));
+}
+
+void tst_ModuleExecution::spareServesOneRunWithTheWholeDeadlineFromItsHandOver() {
+    ModuleRunnerSpares::prepare(m_runner);
+    pid_t spare = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((spare = ModuleRunnerSpares::waitingPid(m_runner)) != 0, 30000);
+    // By the hand-over the spare has waited longer than a whole deadline, and its run takes a
+    // third of one.
+    QElapsedTimer waited;
+    waited.start();
+    QTRY_VERIFY_WITH_TIMEOUT(waited.hasExpired(qint64(ModuleExecution::defaultTimeout * 1000) + 500), 30000);
+    const ModuleRunResult first = runOnSpare(m_runner, QStringLiteral("slow-report-pid"));
+    QCOMPARE(first.message, QString());
+    QCOMPARE(first.state.value(QStringLiteral("pid")), QString::number(spare));
+
+    // Taken is gone: nothing readied another, so the next run starts its own process.
+    QCOMPARE(ModuleRunnerSpares::waitingPid(m_runner), 0);
+    const ModuleRunResult second = runOnSpare(m_runner, QStringLiteral("report-pid"));
+    QCOMPARE(second.message, QString());
+    QVERIFY(!second.state.value(QStringLiteral("pid")).isEmpty());
+    QVERIFY(second.state.value(QStringLiteral("pid")) != QString::number(spare));
+}
+
+void tst_ModuleExecution::deadSpareIsReplacedByAFreshStart() {
+    ModuleRunnerSpares::prepare(m_runner);
+    pid_t spare = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((spare = ModuleRunnerSpares::waitingPid(m_runner)) != 0, 30000);
+    QCOMPARE(kill(spare, SIGKILL), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(processState(spare), 'Z', 30000);
+
+    const ModuleRunResult result = runOnSpare(m_runner, QStringLiteral("report-pid"));
+    QCOMPARE(result.message, QString());
+    QVERIFY(!result.state.value(QStringLiteral("pid")).isEmpty());
+    QVERIFY(result.state.value(QStringLiteral("pid")) != QString::number(spare));
+    // The dead one was reaped, not left behind.
+    QTRY_COMPARE_WITH_TIMEOUT(processState(spare), '\0', 30000);
+}
+
+void tst_ModuleExecution::discardedSpareIsKilledAndReaped() {
+    ModuleRunnerSpares::prepare(m_runner);
+    pid_t spare = 0;
+    QTRY_VERIFY_WITH_TIMEOUT((spare = ModuleRunnerSpares::waitingPid(m_runner)) != 0, 30000);
+    ModuleRunnerSpares::discard(m_runner);
+    QCOMPARE(ModuleRunnerSpares::waitingPid(m_runner), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(processState(spare), '\0', 30000);
 }
 
 QTEST_GUILESS_MAIN(tst_ModuleExecution)

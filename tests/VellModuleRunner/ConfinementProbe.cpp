@@ -1,6 +1,7 @@
 // Attempts everything a module must never do, once before and once after the runner's own
 // confinement, and reports each attempt as a line "phase name result". The test reads the
-// "before" lines to know the attempts can succeed at all on this machine.
+// "before" lines to know the attempts can succeed at all on this machine. The mode "threaded"
+// raises the walls beside a second thread instead.
 
 #include "VellModuleRunner/ModuleConfinement.h"
 
@@ -9,11 +10,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <future>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -23,6 +26,10 @@ void report(const char* phase, const char* name, bool succeeded, int error) {
     const int length = std::snprintf(line, sizeof line, "%s %s %s\n", phase, name,
                                      succeeded ? "allowed" : (error == EPERM ? "denied" : "failed"));
     (void)!write(STDOUT_FILENO, line, static_cast<size_t>(length));
+}
+
+void* mapExecutable() {
+    return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 
 void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
@@ -59,7 +66,7 @@ void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
 
     report(phase, "signal-parent", kill(getppid(), 0) == 0, errno);
 
-    void* code = mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* code = mapExecutable();
     report(phase, "mmap-exec", code != MAP_FAILED, errno);
     if (code != MAP_FAILED)
         munmap(code, 4096);
@@ -71,6 +78,29 @@ void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
         munmap(large, 600ul << 20);
 }
 
+// A thread that exists before the early filter goes up must be bound by it as well, and the
+// full confinement must refuse to go up at all while it lives.
+int raiseBesideASecondThread() {
+    std::promise<void> filtered;
+    std::promise<void> done;
+    std::thread other([&filtered, &done] {
+        filtered.get_future().wait();
+        void* code = mapExecutable();
+        report("threaded", "mmap-exec-other-thread", code != MAP_FAILED, errno);
+        done.get_future().wait();
+    });
+    const QString early = vell::ModuleConfinement::forbidExecutableMemory();
+    report("threaded", "early-filter", early.isEmpty(), 0);
+    filtered.set_value();
+    const vell::ModuleConfinement::Result result = vell::ModuleConfinement::apply();
+    report("threaded", "confinement", result.ok(), EPERM);
+    if (!result.ok())
+        std::fprintf(stderr, "%s\n", qPrintable(result.failure));
+    done.set_value();
+    other.join();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -80,6 +110,8 @@ int main(int argc, char** argv) {
     const char* scratchDir = argv[2];
     const int heldFile = open("/etc/hostname", O_RDONLY | O_CLOEXEC);
 
+    if (std::strcmp(mode, "threaded") == 0)
+        return raiseBesideASecondThread();
     if (std::strcmp(mode, "spin") == 0) {
         const vell::ModuleConfinement::Result result = vell::ModuleConfinement::apply();
         if (!result.ok())

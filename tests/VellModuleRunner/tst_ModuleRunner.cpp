@@ -3,6 +3,7 @@
 #include "VellPluginSDK/Modules/ModuleRequest.h"
 #include "VellPluginSDK/Modules/ModuleResponse.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QProcess>
@@ -35,6 +36,7 @@ struct Finished {
     QProcess::ExitStatus status = QProcess::NormalExit;
     int code = -1;
     QByteArray output;
+    QByteArray errors;
 };
 
 Finished runProcess(const QString& program, const QByteArray& input, const QStringList& arguments = {}) {
@@ -47,17 +49,34 @@ Finished runProcess(const QString& program, const QByteArray& input, const QStri
         return {};
     process.write(input);
     process.closeWriteChannel();
-    // Generous: the processor limit alone takes three seconds of a busy machine's time.
+    // Generous: the processor limit alone takes four seconds of a busy machine's time.
     process.waitForFinished(60000);
-    return {process.exitStatus(), process.exitCode(), process.readAllStandardOutput()};
+    return {process.exitStatus(), process.exitCode(), process.readAllStandardOutput(),
+            process.readAllStandardError()};
 }
 
-ModuleResponse runRunner(const ModuleRequest& request) {
+// A runner that ran a script has nothing to say on standard error; a refusal the engine met
+// inside the confinement would show there.
+ModuleResponse runRunner(const ModuleRequest& request, QByteArray* errors = nullptr) {
     const Finished finished =
         runProcess(buildPath(QStringLiteral("libexec/ostavell/VellModuleRunner")), request.encoded());
+    if (errors)
+        *errors = finished.errors;
     if (finished.status != QProcess::NormalExit || finished.code != 0)
         return ModuleResponse{std::nullopt, QStringLiteral("runner ended abnormally")};
     return ModuleResponse::fromJson(QJsonDocument::fromJson(finished.output).object());
+}
+
+// The probe's lines "phase name result", by phase and name.
+QMap<QString, QString> probeReport(const QByteArray& output) {
+    QMap<QString, QString> report;
+    const QList<QByteArray> lines = output.split('\n');
+    for (const QByteArray& line : lines) {
+        const QList<QByteArray> parts = line.split(' ');
+        if (parts.size() == 3)
+            report.insert(QString::fromLatin1(parts[0] + ' ' + parts[1]), QString::fromLatin1(parts[2]));
+    }
+    return report;
 }
 
 } // namespace
@@ -72,8 +91,9 @@ private slots:
     void failures();
     void requestThatIsNotJsonIsAnsweredWithAnError();
     void confinementStopsEveryEscapeThatWorkedBefore();
+    void confinementNeverLeavesASecondThreadUnwalled();
     void processorLimitEndsARunawayLoop();
-    void runningScriptIsFilteredAndHasNoNewPrivileges();
+    void runningScriptIsAloneFilteredAndHasNoNewPrivileges();
     void runawayAllocationIsStopped_data();
     void runawayAllocationIsStopped();
     void ordinaryAllocationStillWorks();
@@ -116,9 +136,25 @@ void tst_ModuleRunner::scriptContract_data() {
                {QStringLiteral("t"), QStringLiteral("undefined,undefined,undefined,undefined,undefined,"
                                                     "undefined,undefined,undefined,undefined,undefined")}};
 
-    QTest::addRow("regular expressions work without executable memory")
-        << request(QStringLiteral("function run() { return { m: /^(a+)b$/.exec('aaab')[1] }; }"))
-        << ModuleState{{QStringLiteral("m"), QStringLiteral("aaa")}};
+    // Long inputs and repeated use are where the engine would compile a pattern to machine
+    // code; behind the filter only the interpreter can give these answers.
+    QTest::addRow("regular expressions on long inputs, with backtracking")
+        << request(QStringLiteral(
+               "function run() {\n"
+               "  var long = 'a'.repeat(100000) + 'b';\n"
+               "  var pairs = 'ab'.repeat(50000);\n"
+               "  var often = 0;\n"
+               "  for (var i = 0; i < 20; ++i) often += /^(a+)b$/.exec('aaab')[1].length;\n"
+               "  return { alternatives: /^(a|aa)+b$/.test(long), backtracked: /^(a|ab)*$/.test(pairs),\n"
+               "           refused: /^(a|ab)*c$/.test(pairs), replaced: long.replace(/a{3}/g, 'x').length,\n"
+               "           words: 'word '.repeat(20000).match(/\\w+/g).length, often: often };\n"
+               "}"))
+        << ModuleState{{QStringLiteral("alternatives"), QStringLiteral("true")},
+                       {QStringLiteral("backtracked"), QStringLiteral("true")},
+                       {QStringLiteral("refused"), QStringLiteral("false")},
+                       {QStringLiteral("replaced"), QStringLiteral("33335")},
+                       {QStringLiteral("words"), QStringLiteral("20000")},
+                       {QStringLiteral("often"), QStringLiteral("60")}};
 
     QTest::addRow("dates work without the time zone file")
         << request(QStringLiteral("function run() { return { y: new Date(0).getUTCFullYear(), "
@@ -130,9 +166,11 @@ void tst_ModuleRunner::scriptContract_data() {
 void tst_ModuleRunner::scriptContract() {
     QFETCH(ModuleRequest, input);
     QFETCH(ModuleState, expected);
-    const ModuleResponse response = runRunner(input);
+    QByteArray errors;
+    const ModuleResponse response = runRunner(input, &errors);
     QCOMPARE(response.error.value_or(QString()), QString());
     QCOMPARE(response.state.value_or(ModuleState()), expected);
+    QCOMPARE(errors, QByteArray());
 }
 
 void tst_ModuleRunner::failures_data() {
@@ -200,17 +238,7 @@ void tst_ModuleRunner::confinementStopsEveryEscapeThatWorkedBefore() {
                                          {QStringLiteral("attempts"), scratch.path()});
     QCOMPARE(finished.status, QProcess::NormalExit);
     QCOMPARE(finished.code, 0);
-
-    QMap<QString, QString> before;
-    QMap<QString, QString> after;
-    const QList<QByteArray> lines = finished.output.split('\n');
-    for (const QByteArray& line : lines) {
-        const QList<QByteArray> parts = line.split(' ');
-        if (parts.size() != 3)
-            continue;
-        (parts[0] == "before" ? before : after)
-            .insert(QString::fromLatin1(parts[1]), QString::fromLatin1(parts[2]));
-    }
+    const QMap<QString, QString> report = probeReport(finished.output);
 
     const QStringList attempts{QStringLiteral("open-read"),      QStringLiteral("open-create"),
                                QStringLiteral("read-held-file"), QStringLiteral("socket-inet"),
@@ -218,16 +246,31 @@ void tst_ModuleRunner::confinementStopsEveryEscapeThatWorkedBefore() {
                                QStringLiteral("signal-parent"),  QStringLiteral("mmap-exec"),
                                QStringLiteral("reserve-600MiB"), QStringLiteral("exec")};
     for (const QString& attempt : attempts) {
-        QCOMPARE(qPrintable(attempt + QLatin1Char(' ') + before.value(attempt)),
+        QCOMPARE(qPrintable(attempt + QLatin1Char(' ') + report.value(QStringLiteral("before ") + attempt)),
                  qPrintable(attempt + QStringLiteral(" allowed")));
         // The address-space limit refuses with ENOMEM; the filter with EPERM.
         const QString refusal =
             attempt == QStringLiteral("reserve-600MiB") ? QStringLiteral("failed") : QStringLiteral("denied");
-        QCOMPARE(qPrintable(attempt + QLatin1Char(' ') + after.value(attempt)),
+        QCOMPARE(qPrintable(attempt + QLatin1Char(' ') + report.value(QStringLiteral("after ") + attempt)),
                  qPrintable(attempt + QLatin1Char(' ') + refusal));
     }
     QVERIFY(!QFile::exists(scratch.filePath(QStringLiteral("after-created"))));
     QVERIFY(QFile::exists(scratch.filePath(QStringLiteral("before-created"))));
+}
+
+// Landlock binds only the thread that raises it: beside a second thread the walls must not
+// go up at all, while the early filter binds every thread there is.
+void tst_ModuleRunner::confinementNeverLeavesASecondThreadUnwalled() {
+    QTemporaryDir scratch;
+    const Finished finished = runProcess(buildPath(QStringLiteral("tests/ModuleConfinementProbe")), {},
+                                         {QStringLiteral("threaded"), scratch.path()});
+    QCOMPARE(finished.status, QProcess::NormalExit);
+    QCOMPARE(finished.code, 0);
+    const QMap<QString, QString> report = probeReport(finished.output);
+    QCOMPARE(report.value(QStringLiteral("threaded early-filter")), QStringLiteral("allowed"));
+    QCOMPARE(report.value(QStringLiteral("threaded mmap-exec-other-thread")), QStringLiteral("denied"));
+    QCOMPARE(report.value(QStringLiteral("threaded confinement")), QStringLiteral("denied"));
+    QCOMPARE(finished.errors, QByteArray("threads: 2 running\n"));
 }
 
 void tst_ModuleRunner::processorLimitEndsARunawayLoop() {
@@ -244,7 +287,7 @@ void tst_ModuleRunner::processorLimitEndsARunawayLoop() {
     QVERIFY(runner.output.isEmpty());
 }
 
-void tst_ModuleRunner::runningScriptIsFilteredAndHasNoNewPrivileges() {
+void tst_ModuleRunner::runningScriptIsAloneFilteredAndHasNoNewPrivileges() {
     QProcess process;
     process.setProgram(buildPath(QStringLiteral("libexec/ostavell/VellModuleRunner")));
     process.start();
@@ -252,14 +295,20 @@ void tst_ModuleRunner::runningScriptIsFilteredAndHasNoNewPrivileges() {
     process.write(request(QStringLiteral("function run() { for (;;) {} }")).encoded());
     process.closeWriteChannel();
 
-    const QString statusPath = QStringLiteral("/proc/%1/status").arg(process.processId());
-    const auto status = [&] {
-        QFile file(statusPath);
+    const QString taskPath = QStringLiteral("/proc/%1/task").arg(process.processId());
+    const auto read = [](const QString& path) {
+        QFile file(path);
         return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()) : QString();
     };
-    // The script spins only after the filter is in place, so the filter shows while it runs.
-    QTRY_VERIFY_WITH_TIMEOUT(status().contains(QStringLiteral("Seccomp:\t2")), 20000);
+    const auto status = [&] { return read(QStringLiteral("/proc/%1/status").arg(process.processId())); };
+    // The script spins only after both filters are in place, so they show while it runs.
+    QTRY_VERIFY_WITH_TIMEOUT(status().contains(QStringLiteral("Seccomp_filters:\t2")), 20000);
+    QVERIFY(status().contains(QStringLiteral("Seccomp:\t2")));
     QVERIFY(status().contains(QStringLiteral("NoNewPrivs:\t1")));
+    // Landlock and the filter bind per thread: the script's must be the only one.
+    const QStringList tasks = QDir(taskPath).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(tasks, QStringList{QString::number(process.processId())});
+    QVERIFY(status().contains(QStringLiteral("Threads:\t1\n")));
     process.kill();
     process.waitForFinished();
 }

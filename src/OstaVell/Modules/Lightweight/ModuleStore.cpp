@@ -1,6 +1,7 @@
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 
 #include "OstaVell/Modules/Lightweight/ModuleVariants.h"
+#include "VellHost/ModuleRunnerSpares.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
@@ -35,6 +36,10 @@ ModuleStore::ModuleStore(QString filePath, QString runnerPath, QObject* parent)
     , m_filePath(std::move(filePath))
     , m_runnerPath(std::move(runnerPath)) {
     load();
+    // The first press then finds a runner ready. Nothing runs: a spare holds no module.
+    if (runnerUsable() && std::any_of(m_modules.cbegin(), m_modules.cend(),
+                                      [](const InstalledModule& module) { return module.enabled; }))
+        ModuleRunnerSpares::prepare(m_runnerPath);
 }
 
 ModuleStore::~ModuleStore() {
@@ -231,8 +236,7 @@ void ModuleStore::invoke(const QString& id, const std::optional<QString>& action
             return;
         }
     }
-    const QFileInfo runner(m_runnerPath);
-    if (m_runnerPath.isEmpty() || !runner.isFile() || !runner.isExecutable()) {
+    if (!runnerUsable()) {
         setError(id, QStringLiteral("Install the packaged OstaVell app to run modules."));
         return;
     }
@@ -240,7 +244,8 @@ void ModuleStore::invoke(const QString& id, const std::optional<QString>& action
     // Taken before any signal goes out: a view reacting to one may change the list.
     const ModuleRequest request{module.package, module.state, module.configuration, action, event};
     const QUuid generation = QUuid::createUuid();
-    auto execution = std::make_shared<ModuleExecution>(m_runnerPath, ModuleExecution::defaultTimeout);
+    auto execution = std::make_shared<ModuleExecution>(m_runnerPath, ModuleExecution::defaultTimeout,
+                                                       ModuleExecution::Launch::Spare);
     m_generations.insert(id, generation);
     m_jobs.insert(id, execution);
     m_running.insert(id);
@@ -254,6 +259,8 @@ void ModuleStore::finish(const QString& id, const QUuid& generation, const Modul
     // A run that was cancelled, removed or reconfigured meanwhile changes nothing at all.
     if (m_generations.value(id) != generation)
         return;
+    // Each spare serves one run; the next press gets a new one.
+    ModuleRunnerSpares::prepare(m_runnerPath);
     if (result.outcome == ModuleRunResult::Outcome::Succeeded) {
         const qsizetype index = indexOf(id);
         if (index >= 0 && m_modules.at(index).enabled && m_modules.at(index).state != result.state)
@@ -321,6 +328,7 @@ void ModuleStore::killAll() {
     const QStringList ids = m_jobs.keys();
     for (const QString& id : ids)
         cancel(id);
+    ModuleRunnerSpares::discard(m_runnerPath);
 }
 
 void ModuleStore::configure(const QString& id, const QString& key, const QString& value) {
@@ -381,6 +389,11 @@ void ModuleStore::edit(const QString& id, const std::function<void(InstalledModu
     }
     m_modules = std::move(changed);
     emit modulesChanged();
+}
+
+bool ModuleStore::runnerUsable() const {
+    const QFileInfo runner(m_runnerPath);
+    return !m_runnerPath.isEmpty() && runner.isFile() && runner.isExecutable();
 }
 
 qsizetype ModuleStore::indexOf(const QString& id) const {

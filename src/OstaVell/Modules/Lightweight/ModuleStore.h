@@ -97,7 +97,8 @@ public:
     Q_INVOKABLE void setCompact(const QString& id, bool compact);
     void receive(const QString& id, const ModuleFeedEvent& event);
 
-    // At quit: every run's process is killed at once and nothing of it is waited for.
+    // At quit: every run's process and the runner's spare are killed at once, and nothing of
+    // them is waited for.
     void killAll();
 
     // Told after a removal, with the removed module's id.
@@ -139,6 +140,7 @@ private:
     void finish(const QString& id, const QUuid& generation, const ModuleRunResult& result);
     void drain();
     void release(const QString& id);
+    bool runnerUsable() const;
     qsizetype indexOf(const QString& id) const;
     void setError(const QString& id, const QString& message);
     void clearError(const QString& id);

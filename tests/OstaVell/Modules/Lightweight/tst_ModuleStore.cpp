@@ -1,4 +1,5 @@
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "VellHost/ModuleRunnerSpares.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QFile>
@@ -7,6 +8,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
 #include <sys/stat.h>
 
 using namespace vell;
@@ -104,6 +106,7 @@ private slots:
     void busyModuleGetsOnlyTheNewestEvent();
     void undeclaredActionAndSecondPressAreRefused();
     void failedRunKeepsStateAndShowsTheMessage();
+    void eachPressRunsInTheSpareReadiedAfterTheLastRun();
     void visibilityAndCompactActivityAreSaved();
     void reviewScreen();
     void onlyRegularFilesAreRead_data();
@@ -183,7 +186,8 @@ void tst_ModuleStore::installRefusals_data() {
                "arrive in the creator beta.");
     // 200 characters, but each an "e" with five combining marks: within the character limit,
     // over what a stored value may hold. Saved, it would make the next start refuse the file.
-    ModulePackage heavyDefault = package(QStringLiteral("cafe.osta.heavy"), QStringLiteral("function run() {}"));
+    ModulePackage heavyDefault =
+        package(QStringLiteral("cafe.osta.heavy"), QStringLiteral("function run() {}"));
     heavyDefault.settings[0].defaultValue = QString(200, u'e');
     for (qsizetype i = 199; i >= 0; --i)
         heavyDefault.settings[0].defaultValue.insert(i + 1, QStringLiteral("\u0301\u0302\u0303\u0304\u0305"));
@@ -475,6 +479,45 @@ void tst_ModuleStore::failedRunKeepsStateAndShowsTheMessage() {
     QVERIFY(!store.errors().contains(failing.id));
 }
 
+void tst_ModuleStore::eachPressRunsInTheSpareReadiedAfterTheLastRun() {
+    const QString runner = fakeRunner();
+    const ModulePackage module = package(QStringLiteral("cafe.osta.pid"), QStringLiteral("fake:report-pid"));
+    const auto ranIn = [&](const ModuleStore& store) {
+        return store.module(module.id)->state.value(QStringLiteral("pid")).toInt();
+    };
+    pid_t next = 0;
+    {
+        ModuleStore store(filePath(), runner);
+        store.install(module);
+        QVERIFY(waitIdle(store));
+        const pid_t first = ranIn(store);
+        pid_t spare = 0;
+        QTRY_VERIFY_WITH_TIMEOUT((spare = ModuleRunnerSpares::waitingPid(runner)) != 0, 30000);
+        QVERIFY(spare != first);
+
+        store.press(module.id, QStringLiteral("add"));
+        QVERIFY(waitIdle(store));
+        QCOMPARE(store.errors(), (QMap<QString, QString>()));
+        QCOMPARE(ranIn(store), spare);
+        QTRY_VERIFY_WITH_TIMEOUT((next = ModuleRunnerSpares::waitingPid(runner)) != 0, 30000);
+        QVERIFY(next != spare);
+
+        // At quit the spare goes too, and nothing waits for it.
+        store.killAll();
+        QCOMPARE(ModuleRunnerSpares::waitingPid(runner), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(kill(next, 0) != 0, 30000);
+    }
+
+    // A store that opens with an enabled module readies one at once; its end kills it.
+    {
+        ModuleStore reopened(filePath(), runner);
+        QTRY_VERIFY_WITH_TIMEOUT((next = ModuleRunnerSpares::waitingPid(runner)) != 0, 30000);
+        QVERIFY(reopened.running().isEmpty());
+    }
+    QCOMPARE(ModuleRunnerSpares::waitingPid(runner), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(kill(next, 0) != 0, 30000);
+}
+
 void tst_ModuleStore::visibilityAndCompactActivityAreSaved() {
     const ModulePackage module =
         package(QStringLiteral("cafe.osta.view"), QStringLiteral("function run() {}"));
@@ -551,7 +594,8 @@ void tst_ModuleStore::onlyRegularFilesAreRead() {
 
 void tst_ModuleStore::settingThatCouldNotBeReadBackIsRefused() {
     ModuleStore store(filePath(), QString());
-    const ModulePackage module = package(QStringLiteral("cafe.osta.cfg"), QStringLiteral("function run() {}"));
+    const ModulePackage module =
+        package(QStringLiteral("cafe.osta.cfg"), QStringLiteral("function run() {}"));
     store.install(module);
     store.configure(module.id, QStringLiteral("unit"), QStringLiteral("F"));
     const QByteArray saved = contents(filePath());
@@ -578,8 +622,9 @@ void tst_ModuleStore::settingThatCouldNotBeReadBackIsRefused() {
 
 void tst_ModuleStore::longErrorIsShownWithinTheTextLimit() {
     ModuleStore store(filePath(), realRunner());
-    const ModulePackage failing = package(
-        QStringLiteral("cafe.osta.loud"), QStringLiteral("function run(r) { throw new Error('x'.repeat(60000)); }"));
+    const ModulePackage failing =
+        package(QStringLiteral("cafe.osta.loud"),
+                QStringLiteral("function run(r) { throw new Error('x'.repeat(60000)); }"));
     store.install(failing);
     QVERIFY(waitIdle(store));
     QCOMPARE(store.errors().value(failing.id).size(), 60000);
