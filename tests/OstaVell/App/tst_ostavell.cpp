@@ -9,9 +9,6 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTime>
-#include <QCoreApplication>
-#include <QProcessEnvironment>
 
 using namespace vell;
 
@@ -51,10 +48,8 @@ QString TestOstaVell::app() {
 
 QString TestOstaVell::run(const QString& program, const QStringList& arguments, int* exitCode) {
     QProcess process;
-    QElapsedTimer slow; slow.start();
     process.start(program, arguments);
     process.waitForFinished(30000);
-    if (slow.elapsed() > 1500) qInfo("SLOW %lld ms: %s %s exit %d", slow.elapsed(), qPrintable(program), qPrintable(arguments.join(' ')), process.exitCode());
     if (exitCode)
         *exitCode = process.exitCode();
     return QString::fromUtf8(process.readAllStandardOutput());
@@ -110,8 +105,7 @@ QRect TestOstaVell::openStageFrame(const QRect& screen) {
 void TestOstaVell::initTestCase() {
     QVERIFY(qEnvironmentVariableIsSet("DISPLAY"));
     run(QStringLiteral("xdotool"), {"mousemove", "960", "1000"});
-    m_app.setStandardErrorFile(QStringLiteral("/tmp/dbg-ostavell-%1.log").arg(QCoreApplication::applicationPid()));
-    { QProcessEnvironment env = QProcessEnvironment::systemEnvironment(); env.insert("QT_LOGGING_RULES", "OstaVell*.debug=true"); env.insert("QT_MESSAGE_PATTERN", "%{time hh:mm:ss.zzz} %{category}: %{message}"); m_app.setProcessEnvironment(env); }
+    m_app.setStandardErrorFile(m_log.filePath(QStringLiteral("ostavell.log")));
     m_app.start(app(), {});
     QVERIFY(m_app.waitForStarted());
     QTRY_COMPARE_WITH_TIMEOUT(panels().size(), 1, 20000);
@@ -157,7 +151,6 @@ void TestOstaVell::addingAndRemovingAScreenAddsAndRemovesAPanel() {
 void TestOstaVell::hoverOpensAndLeavingCloses() {
     const QRect screen(0, 0, 1920, 1080);
     const QString name = QStringLiteral("OstaVell — screen");
-    qInfo("hover at %s", qPrintable(QTime::currentTime().toString("hh:mm:ss.zzz")));
     run(QStringLiteral("xdotool"), {"mousemove", "960", "10"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
     // Open, it sits at the normal level; only the closed notch floats.
@@ -209,7 +202,7 @@ void TestOstaVell::secondLaunchForwardsAndQuitEndsTheProcess() {
     qInfo("quit took %lld ms from the request to the end of the process", timer.elapsed());
     QCOMPARE(m_app.exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_app.exitCode(), 0);
-    QFile logFile(QStringLiteral("/tmp/dbg-ostavell-%1.log").arg(QCoreApplication::applicationPid()));
+    QFile logFile(m_log.filePath(QStringLiteral("ostavell.log")));
     QVERIFY(logFile.open(QIODevice::ReadOnly));
     const QString log = QString::fromUtf8(logFile.readAll());
     QVERIFY2(log.contains(QStringLiteral("OstaVell: shutdown: stopping panels")), qPrintable(log));
