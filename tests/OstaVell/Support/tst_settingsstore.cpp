@@ -90,8 +90,17 @@ void tst_SettingsStore::everyPropertyPersistsUnderAKeyOfItsOwn() {
 
         const QStringList keysBefore = QSettings(m_defaults->filePath(), QSettings::IniFormat).allKeys();
         QSignalSpy spy(m_store.get(), &SettingsStore::changed);
+        // Its own signal, and no other property's.
+        QList<std::shared_ptr<QSignalSpy>> notified;
+        for (int j = meta->propertyOffset(); j < meta->propertyCount(); ++j)
+            notified.append(std::make_shared<QSignalSpy>(m_store.get(), meta->property(j).notifySignal()));
         QVERIFY(property.write(m_store.get(), other));
         QVERIFY2(spy.count() == 1, property.name());
+        for (int j = meta->propertyOffset(); j < meta->propertyCount(); ++j) {
+            // launchAtLogin is told by the store-wide signal, which every write raises.
+            const bool own = j == i || qstrcmp(meta->property(j).name(), "launchAtLogin") == 0;
+            QVERIFY2(notified.at(j - meta->propertyOffset())->count() == (own ? 1 : 0), meta->property(j).name());
+        }
         QStringList added = QSettings(m_defaults->filePath(), QSettings::IniFormat).allKeys();
         for (const QString& key : keysBefore)
             added.removeOne(key);
@@ -134,11 +143,13 @@ void tst_SettingsStore::keysAndDefaultsThatOlderFilesDependOn() {
 
 void tst_SettingsStore::changeFromAnotherProcessIsPublished() {
     QSignalSpy spy(m_store.get(), &SettingsStore::changed);
+    QSignalSpy width(m_store.get(), &SettingsStore::openWidthChanged);
     {
         QSettings other(m_defaults->filePath(), QSettings::IniFormat);
         other.setValue(QStringLiteral("appearance.openWidth"), 1234.5);
     }
     QVERIFY(spy.wait());
+    QCOMPARE(width.count(), 1);
     QCOMPARE(m_store->openWidth(), 1234.5);
 
     // A key of one tool alone doesn't concern the shell.
