@@ -8,7 +8,7 @@ ShellContributions::ShellContributions(QObject* parent)
     : QObject(parent) {}
 
 ShellContributions* ShellContributions::instance() {
-    static ShellContributions* contributions = new ShellContributions;
+    static ShellContributions* contributions = new ShellContributions(nullptr);
     return contributions;
 }
 

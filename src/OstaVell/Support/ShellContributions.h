@@ -35,7 +35,8 @@ public:
         QUrl view;
     };
 
-    explicit ShellContributions(QObject* parent = nullptr);
+    // No default: QML would make its own instance from one instead of asking create().
+    explicit ShellContributions(QObject* parent);
 
     static ShellContributions* instance();
     static ShellContributions* create(QQmlEngine*, QJSEngine*);

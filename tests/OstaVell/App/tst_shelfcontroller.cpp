@@ -4,6 +4,7 @@
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/MenuTracking.h"
+#include "OstaVell/Support/ShellContributions.h"
 #include "OstaVell/Support/SettingsStore.h"
 #include "OstaVell/Support/UserDefaults.h"
 #include "OstaVell/VellMenu.h"
@@ -38,6 +39,7 @@ private slots:
     void showVellsOffRemovesEveryPanelUntilAnOpen();
     void showOnAllDisplaysOffKeepsTheFirstScreen();
     void menuListsEntriesInOrder();
+    void featuresOfferTheirViews();
 
 private:
     DisplayShelfController* onlyPanel() const { return m_shelf->panels().first(); }
@@ -253,6 +255,22 @@ void TestShelfController::menuListsEntriesInOrder() {
     QVERIFY(show->isChecked());
     show->trigger();
     QVERIFY(!m_shelf->isEnabled());
+}
+
+void TestShelfController::featuresOfferTheirViews() {
+    ShellContributions offers(nullptr);
+    const QUrl tray(QStringLiteral("qrc:/tray.qml"));
+    const QUrl timers(QStringLiteral("qrc:/timers.qml"));
+    offers.offerTab(NotchTab::shelf, QString(), QUrl(QStringLiteral("qrc:/older.qml")));
+    offers.offerTab(NotchTab::shelf, QString(), tray);
+    offers.offerTab(NotchTab::tools, QStringLiteral("Timers"), timers);
+    offers.offerSettingsPane(QStringLiteral("Modules"), timers);
+    // A later offer for the same place replaces the earlier; old saved names find their tab.
+    QCOMPARE(offers.tabView(QStringLiteral("Tray")), tray);
+    QCOMPARE(offers.tabView(QStringLiteral("Tools"), QStringLiteral("Timers")), timers);
+    QCOMPARE(offers.tabView(QStringLiteral("Automations")), QUrl());
+    const QVariantMap pane{{QStringLiteral("title"), QStringLiteral("Modules")}, {QStringLiteral("view"), timers}};
+    QCOMPARE(offers.settingsPanes(), QVariantList{pane});
 }
 
 QTEST_MAIN(TestShelfController)

@@ -1,6 +1,7 @@
 // The module views drawn in a real window: text that a module brings, whatever it holds, is
 // shown as it is and never interpreted. Rich text would fetch an image from any address.
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "OstaVell/Support/ShellContributions.h"
 
 #include <QFile>
 #include <QQmlComponent>
@@ -49,6 +50,8 @@ class tst_ModuleViews final : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase();
+    void viewsReachTheSharedInstances();
     void hostileTextIsNeverFetched();
 
 private:
@@ -82,9 +85,26 @@ void tst_ModuleViews::waitForOneMore(const QString& path) {
     QTRY_VERIFY_WITH_TIMEOUT(m_listener.paths.contains(path), 20000);
 }
 
-void tst_ModuleViews::hostileTextIsNeverFetched() {
+void tst_ModuleViews::initTestCase() {
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     QVERIFY(m_listener.listen(QHostAddress::LocalHost));
+}
+
+// What C++ offers or holds is what the views see: QML must not make stores of its own.
+void tst_ModuleViews::viewsReachTheSharedInstances() {
+    ShellContributions::instance()->offerSettingsPane(QStringLiteral("Modules"), ModuleStore::settingsPaneView());
+    QQmlComponent component(&m_engine);
+    component.setData("import QtQuick\nimport OstaVell.Support\nimport OstaVell.Lightweight\n"
+                      "QtObject { property var panes: ShellContributions.settingsPanes; "
+                      "property var store: ModuleStore }",
+                      QUrl());
+    std::unique_ptr<QObject> object(component.create());
+    QVERIFY2(object, qPrintable(component.errorString()));
+    QCOMPARE(object->property("panes").toList().size(), 1);
+    QCOMPARE(object->property("store").value<QObject*>(), ModuleStore::instance());
+}
+
+void tst_ModuleViews::hostileTextIsNeverFetched() {
     // The listener hears a view that guesses the format: the check below can fail.
     waitForOneMore(QStringLiteral("/control"));
 
