@@ -76,9 +76,9 @@ struct Pipes {
     }
 };
 
-// Waiting for children to end takes a thread each for up to a grace period; the global pool
-// is sized to the processor count and is not to be starved by that.
-QThreadPool* waitPool() {
+} // namespace
+
+QThreadPool* ChildProcess::blockingPool() {
     static QThreadPool* pool = [] {
         auto* created = new QThreadPool;
         created->setMaxThreadCount(16);
@@ -86,8 +86,6 @@ QThreadPool* waitPool() {
     }();
     return pool;
 }
-
-} // namespace
 
 std::unique_ptr<ChildProcess> ChildProcess::start(const ChildProcessOptions& options, QString* error) {
     const auto fail = [error](int code) {
@@ -170,7 +168,7 @@ ChildProcess::~ChildProcess() {
         signal(SIGKILL);
         // The kernel takes a moment to tear a process down; nobody waits for that here.
         const pid_t pid = m_pid;
-        waitPool()->start([pid] {
+        blockingPool()->start([pid] {
             while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
             }
         });
@@ -340,7 +338,7 @@ void ChildProcess::terminate(std::unique_ptr<ChildProcess> child, std::chrono::m
         return;
     child->signal(SIGTERM);
     std::shared_ptr<ChildProcess> held(std::move(child));
-    waitPool()->start([held, grace] {
+    blockingPool()->start([held, grace] {
         if (!held->exitedWithin(static_cast<int>(grace.count())))
             held->signal(SIGKILL);
         held->wait();

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <sys/types.h>
 
+class QThreadPool;
+
 namespace vell {
 
 // How a child is started: exactly this program, these arguments and this environment.
@@ -70,6 +72,11 @@ public:
 
     // Blocks until the child has exited, reaps it, and answers its wait status.
     int wait();
+
+    // For work that blocks on a child: a run waiting for its answer, a wait for an exit. Its
+    // own pool, since the global one is sized to the processor count and a handful of such
+    // waits would starve it.
+    static QThreadPool* blockingPool();
 
     // SIGTERM now and SIGKILL after grace if it still runs; waits for nothing itself.
     static void terminate(std::unique_ptr<ChildProcess> child, std::chrono::milliseconds grace);

@@ -33,17 +33,6 @@ const QString unreadableMessage =
     QStringLiteral("Module returned an unreadable response. Previous state was kept.");
 const QString noStateMessage = QStringLiteral("Module did not return state.");
 
-// Its own pool: a run blocks its thread for up to the deadline, and the global pool is sized
-// to the processor count, which a handful of runs would starve.
-QThreadPool* runPool() {
-    static QThreadPool* pool = [] {
-        auto* created = new QThreadPool;
-        created->setMaxThreadCount(16);
-        return created;
-    }();
-    return pool;
-}
-
 } // namespace
 
 ModuleExecution::ModuleExecution(QString executable, double timeout, Launch launch)
@@ -62,7 +51,7 @@ void ModuleExecution::run(const ModuleRequest& request, QObject* context,
                           std::function<void(const ModuleRunResult&)> done) {
     QPointer<QObject> owner(context);
     std::shared_ptr<ModuleExecution> self = shared_from_this();
-    runPool()->start([self, request, owner, done = std::move(done)] {
+    ChildProcess::blockingPool()->start([self, request, owner, done = std::move(done)] {
         const ModuleRunResult result = self->runBlocking(request);
         QCoreApplication* application = QCoreApplication::instance();
         if (!application)
