@@ -38,6 +38,16 @@ struct RulesetAttributes {
     std::uint64_t scoped = 0;
 };
 
+// Loads the filter unless building it already failed, and frees it either way.
+QString loadFilter(scmp_filter_ctx filter, int rc) {
+    if (rc == 0)
+        rc = seccomp_load(filter);
+    seccomp_release(filter);
+    if (rc != 0)
+        return systemFailure("seccomp", -rc);
+    return {};
+}
+
 } // namespace
 
 ModuleConfinement::Result ModuleConfinement::apply() {
@@ -76,12 +86,7 @@ QString ModuleConfinement::forbidExecutableMemory() {
             rc = seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), call, 1,
                                   SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, PROT_EXEC));
     }
-    if (rc == 0)
-        rc = seccomp_load(filter);
-    seccomp_release(filter);
-    if (rc != 0)
-        return systemFailure("seccomp", -rc);
-    return {};
+    return loadFilter(filter, rc);
 }
 
 int ModuleConfinement::threadCount() {
@@ -235,12 +240,7 @@ QString ModuleConfinement::installSystemCallFilter() {
     allow(SCMP_SYS(exit));
     allow(SCMP_SYS(exit_group));
 
-    if (rc == 0)
-        rc = seccomp_load(filter);
-    seccomp_release(filter);
-    if (rc != 0)
-        return systemFailure("seccomp", -rc);
-    return {};
+    return loadFilter(filter, rc);
 }
 
 } // namespace vell
