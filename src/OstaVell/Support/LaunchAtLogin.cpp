@@ -1,10 +1,10 @@
 #include "OstaVell/Support/LaunchAtLogin.h"
 
+#include "VellPluginSDK/Json/JsonFile.h"
+
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QStandardPaths>
 
 namespace vell {
@@ -64,12 +64,6 @@ std::optional<QString> LaunchAtLogin::setEnabled(bool enabled) const {
 
     if (m_executable.isEmpty())
         return QStringLiteral("the application's executable is unknown");
-    if (!QDir().mkpath(QFileInfo(m_entryPath).absolutePath()))
-        return QStringLiteral("cannot create %1").arg(QFileInfo(m_entryPath).absolutePath());
-    QSaveFile entry(m_entryPath);
-    entry.setDirectWriteFallback(false);
-    if (!entry.open(QIODevice::WriteOnly))
-        return entry.errorString();
     const QString text = QStringLiteral("[Desktop Entry]\n"
                                         "Type=Application\n"
                                         "Name=OstaVell\n"
@@ -77,9 +71,8 @@ std::optional<QString> LaunchAtLogin::setEnabled(bool enabled) const {
                                         "Terminal=false\n"
                                         "X-GNOME-Autostart-enabled=true\n")
                              .arg(execArgument(m_executable));
-    entry.write(text.toUtf8());
-    if (!entry.commit())
-        return entry.errorString();
+    if (const FileResult written = JsonFile::write(m_entryPath, text.toUtf8()); !written)
+        return written.error();
     return std::nullopt;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/vellctl/ModuleCommands.h"
 
 #include "VellHost/ModuleExecution.h"
+#include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
@@ -22,17 +23,14 @@ namespace {
 CommandStatus validate(const QStringList& arguments) {
     if (arguments.size() != 1)
         return CommandStatus::usage;
-    QFile file(arguments.first());
-    QByteArray data;
-    // One byte past the limit is enough for decode to refuse the file without reading it all.
-    if (file.open(QIODevice::ReadOnly))
-        data = file.read(ModulePackage::maximumBytes + 1);
-    if (file.error() != QFileDevice::NoError) {
-        QTextStream(stderr) << "vellctl: " << file.fileName() << ": " << file.errorString() << '\n';
+    // Past the limit, the first bytes are enough for decode to refuse the file.
+    const FileContents file = JsonFile::readBytes(arguments.first(), ModulePackage::maximumBytes);
+    if (file.missing() || file.status == FileContents::Status::Unusable) {
+        QTextStream(stderr) << "vellctl: " << arguments.first() << ": " << file.error << '\n';
         return CommandStatus::failed;
     }
     try {
-        ModulePackage::decode(data);
+        ModulePackage::decode(file.bytes);
     } catch (const ModuleProblem& problem) {
         QTextStream(stdout) << problem.message() << '\n';
         return CommandStatus::failed;
