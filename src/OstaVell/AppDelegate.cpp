@@ -1,11 +1,11 @@
 #include "OstaVell/AppDelegate.h"
 
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/Logging.h"
-#include "OstaVell/Migrations.h"
 #include "OstaVell/Support/SettingsStore.h"
 #include "OstaVell/Support/ShellContributions.h"
 #include "OstaVell/Support/UserDefaults.h"

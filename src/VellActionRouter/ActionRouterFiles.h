@@ -37,7 +37,6 @@ public:
     FileResult saveHistory(const QList<ActionRunSummary>& history) const;
 
 private:
-
     QString m_directory;
 };
 

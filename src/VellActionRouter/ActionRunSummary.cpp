@@ -1,8 +1,8 @@
 #include "VellActionRouter/ActionRunSummary.h"
 
+#include "VellPluginSDK/Actions/PluginBusMessage.h"
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/Json/JsonWriter.h"
-#include "VellPluginSDK/Actions/PluginBusMessage.h"
 
 #include <QJsonDocument>
 

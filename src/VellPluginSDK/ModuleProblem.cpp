@@ -4,8 +4,6 @@ namespace vell {
 
 ModuleProblem::ModuleProblem(QString message)
     : m_message(std::move(message))
-    , m_utf8(m_message.toUtf8())
-{
-}
+    , m_utf8(m_message.toUtf8()) {}
 
 } // namespace vell

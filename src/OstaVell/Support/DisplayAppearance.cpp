@@ -1,25 +1,18 @@
 #include "OstaVell/Support/DisplayAppearance.h"
 
+#include "VellPluginSDK/Json/JsonWriter.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 namespace vell {
 
-namespace {
-
-QByteArray stringJson(const QString& text) {
-    QByteArray json = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    return json.mid(1, json.size() - 2);
-}
-
-} // namespace
-
 std::optional<QByteArray> DisplayAppearance::encodedJson() const {
     const std::optional<QByteArray> inner = appearance.encodedJson();
     if (!inner)
         return std::nullopt;
-    return "{\"name\":" + stringJson(name) + ",\"appearance\":" + *inner + '}';
+    return "{\"name\":" + JsonWriter::encodeValue(name) + ",\"appearance\":" + *inner + '}';
 }
 
 std::optional<DisplayAppearance> DisplayAppearance::fromJson(const QJsonValue& json) {
@@ -42,7 +35,7 @@ std::optional<QByteArray> DisplayAppearance::encodeMap(const Map& map) {
             return std::nullopt;
         if (text.size() > 1)
             text += ',';
-        text += stringJson(entry.key()) + ':' + *value;
+        text += JsonWriter::encodeValue(entry.key()) + ':' + *value;
     }
     text += '}';
     return text;

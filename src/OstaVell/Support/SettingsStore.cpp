@@ -2,8 +2,8 @@
 
 #include "OstaVell/Support/UserDefaults.h"
 
-#include <QJSEngine>
 #include <QHash>
+#include <QJSEngine>
 
 namespace vell {
 
@@ -33,7 +33,7 @@ using ChangeSignal = void (SettingsStore::*)();
 
 // Each key of the store to its property's signal.
 const QHash<QString, ChangeSignal>& changeSignals() {
-#define VELL_SETTING_SIGNAL_ENTRY(Type, name, setter, key, fallback)                               \
+#define VELL_SETTING_SIGNAL_ENTRY(Type, name, setter, key, fallback)                                         \
     {SettingsStore::name##Key, &SettingsStore::name##Changed},
     static const QHash<QString, ChangeSignal> signalsByKey{VELL_SETTINGS_KEYS(VELL_SETTING_SIGNAL_ENTRY)};
 #undef VELL_SETTING_SIGNAL_ENTRY
@@ -72,12 +72,12 @@ SettingsStore::SettingsStore(UserDefaults* defaults, QObject* parent)
     });
 }
 
-#define VELL_SETTING_DEFINITIONS(Type, name, setter, key, fallback)                                \
-    Type SettingsStore::name() const {                                                             \
-        return readSetting<Type>(*m_defaults, name##Key, fallback);                                \
-    }                                                                                              \
-    void SettingsStore::setter(const Type& value) {                                                \
-        m_defaults->setValue(name##Key, QVariant::fromValue(value));                               \
+#define VELL_SETTING_DEFINITIONS(Type, name, setter, key, fallback)                                          \
+    Type SettingsStore::name() const {                                                                       \
+        return readSetting<Type>(*m_defaults, name##Key, fallback);                                          \
+    }                                                                                                        \
+    void SettingsStore::setter(const Type& value) {                                                          \
+        m_defaults->setValue(name##Key, QVariant::fromValue(value));                                         \
     }
 VELL_SETTINGS_KEYS(VELL_SETTING_DEFINITIONS)
 #undef VELL_SETTING_DEFINITIONS

@@ -51,14 +51,13 @@ class QJSEngine;
     X(bool, replaceSystemHUD, setReplaceSystemHUD, "replaceSystemHUD", false)
 // clang-format on
 
-#define VELL_SETTING_PROPERTY(Type, name, setter, key, fallback)                                   \
+#define VELL_SETTING_PROPERTY(Type, name, setter, key, fallback)                                             \
     Q_PROPERTY(Type name READ name WRITE setter NOTIFY name##Changed)
 #define VELL_SETTING_KEY(Type, name, setter, key, fallback) static constexpr QLatin1StringView name##Key{key};
-#define VELL_SETTING_ACCESSORS(Type, name, setter, key, fallback)                                  \
-    Type name() const;                                                                             \
+#define VELL_SETTING_ACCESSORS(Type, name, setter, key, fallback)                                            \
+    Type name() const;                                                                                       \
     void setter(const Type& value);
 #define VELL_SETTING_SIGNAL(Type, name, setter, key, fallback) void name##Changed();
-
 
 namespace vell {
 

@@ -1,5 +1,7 @@
 #include "OstaVell/Support/VellAppearance.h"
 
+#include "VellPluginSDK/Json/JsonWriter.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -21,13 +23,6 @@ double clampedOr(double value, double low, double high, double fallback) {
 
 QString oneOf(const QString& value, const QStringList& allowed) {
     return allowed.contains(value) ? value : allowed.first();
-}
-
-// QJsonObject sorts its keys, so an object whose key order matters is written by hand and
-// each value goes through the JSON writer alone.
-QByteArray scalarJson(const QJsonValue& value) {
-    QByteArray text = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return text.mid(1, text.size() - 2);
 }
 
 } // namespace
@@ -81,18 +76,15 @@ template <typename T> bool hasType(const QJsonValue& value) {
 } // namespace
 
 std::optional<QByteArray> VellAppearance::encodedJson() const {
-    QByteArray text = "{";
+    JsonWriter writer;
     for (const Field& field : fields) {
         const QJsonValue value =
             std::visit([this](auto member) { return QJsonValue(this->*member); }, field.member);
         if (value.isDouble() && !std::isfinite(value.toDouble()))
             return std::nullopt;
-        if (text.size() > 1)
-            text += ',';
-        text += '"' + QByteArray(field.key) + "\":" + scalarJson(value);
+        writer.add(QString::fromLatin1(field.key), value);
     }
-    text += '}';
-    return text;
+    return writer.bytes();
 }
 
 std::optional<VellAppearance> VellAppearance::fromJson(const QJsonValue& json) {

@@ -3,8 +3,8 @@
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/Json/JsonWriter.h"
 
-#include <QJsonDocument>
 #include <QJsonArray>
+#include <QJsonDocument>
 
 #include <array>
 

@@ -5,9 +5,9 @@
 #include "VellPluginSDK/Json/JsonWriter.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
-#include <cmath>
-
 #include <QJsonDocument>
+
+#include <cmath>
 
 namespace vell {
 

@@ -6,9 +6,9 @@
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
-#include <cmath>
-
 #include <QJsonDocument>
+
+#include <cmath>
 
 namespace vell {
 

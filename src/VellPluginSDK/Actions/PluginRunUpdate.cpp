@@ -5,9 +5,9 @@
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
-#include <cmath>
-
 #include <QJsonDocument>
+
+#include <cmath>
 
 namespace vell {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/ModuleProblem.h"
 
 #include <QByteArray>
 #include <QJsonArray>

@@ -2,8 +2,8 @@
 
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/Json/JsonWriter.h"
-#include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/TextMetrics.h"
 
 #include <QJsonDocument>

@@ -2,8 +2,8 @@
 
 #include "VellHost/ModuleExecution.h"
 #include "VellPluginSDK/Json/JsonFile.h"
-#include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/Modules/ModulePackage.h"
 
 #include <QFile>
 #include <QJsonDocument>

@@ -144,7 +144,8 @@ void TestOstaVell::addingAndRemovingAScreenAddsAndRemovesAPanel() {
     // A panel may take the new screen's name before it has moved there: the test after this
     // one needs it in place, so its frame is waited for too.
     QCOMPARE(QProcess::execute("xrandr", {"--delmonitor", "left"}), 0);
-    const QMap<QString, QRect> whole{{QStringLiteral("OstaVell — screen"), closedFrame(QRect(0, 0, 1920, 1080))}};
+    const QMap<QString, QRect> whole{
+        {QStringLiteral("OstaVell — screen"), closedFrame(QRect(0, 0, 1920, 1080))}};
     QTRY_COMPARE_WITH_TIMEOUT(panels(), whole, 30000);
 }
 

@@ -4,8 +4,8 @@
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/MenuTracking.h"
-#include "OstaVell/Support/ShellContributions.h"
 #include "OstaVell/Support/SettingsStore.h"
+#include "OstaVell/Support/ShellContributions.h"
 #include "OstaVell/Support/UserDefaults.h"
 #include "OstaVell/VellMenu.h"
 
@@ -269,7 +269,8 @@ void TestShelfController::featuresOfferTheirViews() {
     QCOMPARE(offers.tabView(QStringLiteral("Tray")), tray);
     QCOMPARE(offers.tabView(QStringLiteral("Tools"), QStringLiteral("Timers")), timers);
     QCOMPARE(offers.tabView(QStringLiteral("Automations")), QUrl());
-    const QVariantMap pane{{QStringLiteral("title"), QStringLiteral("Modules")}, {QStringLiteral("view"), timers}};
+    const QVariantMap pane{{QStringLiteral("title"), QStringLiteral("Modules")},
+                           {QStringLiteral("view"), timers}};
     QCOMPARE(offers.settingsPanes(), QVariantList{pane});
 }
 

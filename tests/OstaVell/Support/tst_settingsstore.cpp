@@ -99,7 +99,8 @@ void tst_SettingsStore::everyPropertyPersistsUnderAKeyOfItsOwn() {
         for (int j = meta->propertyOffset(); j < meta->propertyCount(); ++j) {
             // launchAtLogin is told by the store-wide signal, which every write raises.
             const bool own = j == i || qstrcmp(meta->property(j).name(), "launchAtLogin") == 0;
-            QVERIFY2(notified.at(j - meta->propertyOffset())->count() == (own ? 1 : 0), meta->property(j).name());
+            QVERIFY2(notified.at(j - meta->propertyOffset())->count() == (own ? 1 : 0),
+                     meta->property(j).name());
         }
         QStringList added = QSettings(m_defaults->filePath(), QSettings::IniFormat).allKeys();
         for (const QString& key : keysBefore)

@@ -4,8 +4,8 @@
 #include "VellPluginSDK/Json/JsonFile.h"
 
 #include <QCoreApplication>
-#include <QJSEngine>
 #include <QFile>
+#include <QJSEngine>
 #include <QLoggingCategory>
 #include <QStandardPaths>
 
@@ -95,7 +95,8 @@ void NotesStore::saveNow() {
     if (!m_dirty)
         return;
 
-    const FileResult saved = JsonFile::write(m_filePath, NotesFile{NotesFile::currentVersion, m_notes}.toData());
+    const FileResult saved =
+        JsonFile::write(m_filePath, NotesFile{NotesFile::currentVersion, m_notes}.toData());
     if (!saved) {
         qCWarning(lcNotes, "save failed: %s", qUtf8Printable(saved.error()));
         return;

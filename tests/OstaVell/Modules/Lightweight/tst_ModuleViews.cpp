@@ -77,10 +77,11 @@ QQuickWindow* tst_ModuleViews::show(const QByteArray& qml) {
 
 void tst_ModuleViews::waitForOneMore(const QString& path) {
     const QString url = QStringLiteral("http://127.0.0.1:%1%2").arg(m_listener.serverPort()).arg(path);
-    QQuickWindow* window = show(QStringLiteral("import QtQuick\nWindow { visible: true; width: 100; height: 40; "
-                                               "Text { text: '<img src=\"%1\">' } }")
-                                    .arg(url)
-                                    .toUtf8());
+    QQuickWindow* window =
+        show(QStringLiteral("import QtQuick\nWindow { visible: true; width: 100; height: 40; "
+                            "Text { text: '<img src=\"%1\">' } }")
+                 .arg(url)
+                 .toUtf8());
     QVERIFY(window);
     QTRY_VERIFY_WITH_TIMEOUT(m_listener.paths.contains(path), 20000);
 }
@@ -92,7 +93,8 @@ void tst_ModuleViews::initTestCase() {
 
 // What C++ offers or holds is what the views see: QML must not make stores of its own.
 void tst_ModuleViews::viewsReachTheSharedInstances() {
-    ShellContributions::instance()->offerSettingsPane(QStringLiteral("Modules"), ModuleStore::settingsPaneView());
+    ShellContributions::instance()->offerSettingsPane(QStringLiteral("Modules"),
+                                                      ModuleStore::settingsPaneView());
     QQmlComponent component(&m_engine);
     component.setData("import QtQuick\nimport OstaVell.Support\nimport OstaVell.Lightweight\n"
                       "QtObject { property var panes: ShellContributions.settingsPanes; "
@@ -120,17 +122,17 @@ void tst_ModuleViews::hostileTextIsNeverFetched() {
     hostile.initialState = {{QStringLiteral("text"), img("state")}};
     hostile.settings = {{QStringLiteral("where"), img("label"), img("default")}};
     hostile.actions = {{QStringLiteral("go"), img("action")}};
-    hostile.card = {component(QStringLiteral("t"), ModuleComponent::Kind::text, QStringLiteral("{text}")),
-                    component(QStringLiteral("h"), ModuleComponent::Kind::heading, img("heading")),
-                    component(QStringLiteral("b"), ModuleComponent::Kind::badge, img("badge")),
-                    component(QStringLiteral("p"), ModuleComponent::Kind::progress, img("progress")),
-                    component(QStringLiteral("g"), ModuleComponent::Kind::button, img("button"),
-                              QStringLiteral("go"))};
+    hostile.card = {
+        component(QStringLiteral("t"), ModuleComponent::Kind::text, QStringLiteral("{text}")),
+        component(QStringLiteral("h"), ModuleComponent::Kind::heading, img("heading")),
+        component(QStringLiteral("b"), ModuleComponent::Kind::badge, img("badge")),
+        component(QStringLiteral("p"), ModuleComponent::Kind::progress, img("progress")),
+        component(QStringLiteral("g"), ModuleComponent::Kind::button, img("button"), QStringLiteral("go"))};
     hostile.card[3].valueKey = QStringLiteral("text");
     hostile.activity = img("activity");
     // Its error is its setting's default, so that a failing run brings the hostile text too.
-    hostile.script =
-        QStringLiteral("function run(r) { if (r.action) throw new Error(r.configuration.where); return r.state; }");
+    hostile.script = QStringLiteral(
+        "function run(r) { if (r.action) throw new Error(r.configuration.where); return r.state; }");
     hostile.validate();
 
     QTemporaryDir dir;
@@ -157,8 +159,8 @@ void tst_ModuleViews::hostileTextIsNeverFetched() {
     };
     QVERIFY(drawn());
     QCOMPARE(store->installReviewed(), QString());
-    QTRY_VERIFY_WITH_TIMEOUT(!store->running().contains(hostile.id) && !store->module(hostile.id)->state.isEmpty(),
-                             20000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        !store->running().contains(hostile.id) && !store->module(hostile.id)->state.isEmpty(), 20000);
     QVERIFY(drawn());
     store->press(hostile.id, QStringLiteral("go"));
     QTRY_VERIFY_WITH_TIMEOUT(store->errors().contains(hostile.id), 20000);
