@@ -5,30 +5,24 @@
 #include "TestSupport.h"
 
 using namespace vell;
-using vell::test::problemOf;
+using namespace vell::test;
 
 namespace {
 
 const QUuid first("{11111111-1111-1111-1111-111111111111}");
 const QUuid second("{22222222-2222-2222-2222-222222222222}");
+using Entries = QList<PluginCatalogEntry>;
 
-PluginRegisteredAction action(const QString& id) {
-    PluginRegisteredAction action;
-    action.id = id;
-    action.title = "Action " + id;
-    action.timeoutSeconds = 10;
-    return action;
+PluginCatalogEntry actionEntry(const QString& plugin, const QString& id, const QString& title = "Action",
+                               double timeout = 10) {
+    return {{plugin, id}, action(id, title, timeout), std::nullopt};
 }
 
-PluginCatalogEntry actionEntry(const QString& plugin, const QString& id) {
-    return {{plugin, id}, action(id), std::nullopt};
+PluginCatalogEntry channelEntry(const QString& plugin, const QString& id, const QString& title = "Channel") {
+    return {{plugin, id}, std::nullopt, PluginChannel{id, title, PluginChannel::Kind::event, {}}};
 }
 
-PluginCatalogEntry channelEntry(const QString& plugin, const QString& id) {
-    return {{plugin, id}, std::nullopt, PluginChannel{id, "Channel", PluginChannel::Kind::event, {}}};
-}
-
-PluginBusMessage piece(const QUuid& generation, std::optional<QList<PluginCatalogEntry>> entries,
+PluginBusMessage piece(const QUuid& generation, std::optional<Entries> entries,
                        std::optional<bool> complete = std::nullopt) {
     PluginBusMessage message;
     message.operation = PluginBusMessage::Operation::catalog;
@@ -44,11 +38,16 @@ class TestPluginCatalogAccumulator final : public QObject {
     Q_OBJECT
 
 private slots:
+    // Other operations, whatever they carry, change nothing; an action and a channel of one name
+    // are two entries.
     void rebuildsFromPieces() {
         PluginCatalogAccumulator accumulator;
-        QVERIFY(!accumulator.receive(piece(first, QList<PluginCatalogEntry>{})));
-        QVERIFY(!accumulator.receive(piece(first, {{actionEntry("cafe.osta", "toggle")}})));
-        QVERIFY(!accumulator.receive(piece(first, {{channelEntry("cafe.osta", "toggle")}}, false)));
+        QVERIFY(!accumulator.receive(piece(first, Entries{})));
+        QVERIFY(!accumulator.receive(piece(first, Entries{actionEntry("cafe.osta", "toggle")})));
+        PluginBusMessage event = piece(second, std::nullopt, true);
+        event.operation = PluginBusMessage::Operation::event;
+        QVERIFY(!accumulator.receive(event));
+        QVERIFY(!accumulator.receive(piece(first, Entries{channelEntry("cafe.osta", "toggle")}, false)));
         QVERIFY(accumulator.entries.isEmpty());
         QVERIFY(accumulator.receive(piece(first, std::nullopt, true)));
         QCOMPARE(accumulator.entries.size(), 2);
@@ -56,20 +55,13 @@ private slots:
         QVERIFY(!accumulator.generation);
     }
 
-    void otherOperationsChangeNothing() {
-        PluginCatalogAccumulator accumulator;
-        accumulator.receive(piece(first, {{actionEntry("cafe.osta", "a")}}));
-        PluginBusMessage event = piece(second, std::nullopt, true);
-        event.operation = PluginBusMessage::Operation::event;
-        QVERIFY(!accumulator.receive(event));
-        QCOMPARE(accumulator.generation, first);
-        QCOMPARE(accumulator.pending.size(), 1);
-    }
-
+    // A new generation drops the pieces of an older one, and when it completes empty, the
+    // empty catalogue replaces the last one.
     void newGenerationDropsOlderPieces() {
         PluginCatalogAccumulator accumulator;
-        accumulator.receive(piece(first, {{actionEntry("cafe.osta", "a")}}));
-        accumulator.receive(piece(second, QList<PluginCatalogEntry>{}));
+        accumulator.receive(piece(second, Entries{actionEntry("cafe.osta", "a")}, true));
+        accumulator.receive(piece(first, Entries{actionEntry("cafe.osta", "b")}));
+        accumulator.receive(piece(second, Entries{}));
         QVERIFY(accumulator.pending.isEmpty());
         QCOMPARE(accumulator.generation, second);
         // The closing piece of the old generation starts it afresh rather than completing it.
@@ -77,98 +69,59 @@ private slots:
         QVERIFY(accumulator.entries.isEmpty());
     }
 
-    void emptyCatalogIsPublished() {
-        PluginCatalogAccumulator accumulator;
-        accumulator.receive(piece(first, {{actionEntry("cafe.osta", "a")}}, true));
-        QCOMPARE(accumulator.entries.size(), 1);
-        QVERIFY(!accumulator.receive(piece(second, QList<PluginCatalogEntry>{})));
-        QVERIFY(accumulator.receive(piece(second, std::nullopt, true)));
-        QVERIFY(accumulator.entries.isEmpty());
-    }
-
     void entryFailures_data() {
-        QTest::addColumn<int>("fault");
+        QTest::addColumn<PluginCatalogEntry>("entry");
         QTest::addColumn<QString>("message");
-        QTest::addRow("bad address") << 0 << "Invalid action address.";
-        QTest::addRow("both action and channel") << 1 << "Invalid catalog entry.";
-        QTest::addRow("neither action nor channel") << 2 << "Invalid catalog entry.";
-        QTest::addRow("bad action") << 3 << "Invalid registered action.";
-        QTest::addRow("bad channel") << 4 << "Invalid channel.";
-        QTest::addRow("name differs from id") << 5 << "Catalog identity mismatch.";
-        QTest::addRow("duplicate action") << 6 << "Duplicate catalog entry.";
+        const PluginCatalogEntry both{
+            {"cafe.osta", "a"}, action("a"), channelEntry("cafe.osta", "a").channel};
+        row("bad address before its action", actionEntry("cafe", "a", ""), "Invalid action address.");
+        row("both action and channel", both, "Invalid catalog entry.");
+        row("neither action nor channel", PluginCatalogEntry{{"cafe.osta", "a"}, {}, {}},
+            "Invalid catalog entry.");
+        row("bad action", actionEntry("cafe.osta", "a", "Action", 0), "Invalid registered action.");
+        row("bad channel", channelEntry("cafe.osta", "a", ""), "Invalid channel.");
+        row("name differs from id", PluginCatalogEntry{{"cafe.osta", "b"}, action("a"), {}},
+            "Catalog identity mismatch.");
+        row("duplicate action", actionEntry("cafe.osta", "ok"), "Duplicate catalog entry.");
     }
 
     void entryFailures() {
-        QFETCH(int, fault);
-        QFETCH(QString, message);
-        PluginCatalogEntry entry = actionEntry("cafe.osta", "a");
-        switch (fault) {
-        case 0:
-            entry.address.plugin = "cafe";
-            entry.action->title.clear();
-            break;
-        case 1:
-            entry.channel = channelEntry("cafe.osta", "a").channel;
-            break;
-        case 2:
-            entry.action.reset();
-            break;
-        case 3:
-            entry.action->timeoutSeconds = 0;
-            break;
-        case 4:
-            entry = channelEntry("cafe.osta", "a");
-            entry.channel->title.clear();
-            break;
-        case 5:
-            entry.address.name = "b";
-            break;
-        }
+        QFETCH(PluginCatalogEntry, entry);
         PluginCatalogAccumulator accumulator;
-        accumulator.receive(piece(first, {{actionEntry("cafe.osta", "z")}}, true));
+        const Entries last{actionEntry("cafe.osta", "z")};
+        accumulator.receive(piece(first, last, true));
         const PluginCatalogEntry good = actionEntry("cafe.osta", "ok");
-        QList<PluginCatalogEntry> entries{good, entry};
-        if (fault == 6)
-            entries = {good, good};
-        QCOMPARE(problemOf([&] { accumulator.receive(piece(second, entries, true)); }), message);
+        QTEST(problemOf([&] { accumulator.receive(piece(second, Entries{good, entry}, true)); }), "message");
         // The good entry before the bad one stays pending; the last catalogue is kept.
-        QCOMPARE(accumulator.pending, QList<PluginCatalogEntry>{good});
+        QCOMPARE(accumulator.pending, Entries{good});
         QCOMPARE(accumulator.generation, second);
-        QCOMPARE(accumulator.entries, QList<PluginCatalogEntry>{actionEntry("cafe.osta", "z")});
-    }
-
-    void actionAndChannelOfOneNameAreDistinct() {
-        PluginCatalogAccumulator accumulator;
-        QVERIFY(accumulator.receive(
-            piece(first, {{actionEntry("cafe.osta", "a"), channelEntry("cafe.osta", "a")}}, true)));
-        QCOMPARE(accumulator.entries.size(), 2);
+        QCOMPARE(accumulator.entries, last);
     }
 
     void limitIsCheckedAtTheEndOfAMessage_data() {
         QTest::addColumn<int>("count");
         QTest::addColumn<bool>("accepted");
-        QTest::addRow("1280 entries") << 1280 << true;
-        QTest::addRow("1281 entries") << 1281 << false;
+        row("1280 entries", 1280, true);
+        row("1281 entries", 1281, false);
     }
 
     void limitIsCheckedAtTheEndOfAMessage() {
         QFETCH(int, count);
         QFETCH(bool, accepted);
         PluginCatalogAccumulator accumulator;
-        accumulator.receive(piece(first, {{actionEntry("cafe.osta", "before")}}, true));
-        accumulator.receive(piece(second, QList<PluginCatalogEntry>{}));
+        accumulator.receive(piece(first, Entries{actionEntry("cafe.osta", "before")}, true));
+        accumulator.receive(piece(second, Entries{}));
         for (int i = 0; i < count - 1; ++i)
-            accumulator.receive(piece(second, {{actionEntry(QStringLiteral("peer.p%1").arg(i / 64),
-                                                            QStringLiteral("a%1").arg(i % 64))}}));
-        const QString problem =
-            problemOf([&] { accumulator.receive(piece(second, {{actionEntry("peer.last", "a")}}, true)); });
+            accumulator.receive(piece(second, Entries{actionEntry(QStringLiteral("peer.p%1").arg(i / 64),
+                                                                  QStringLiteral("a%1").arg(i % 64))}));
+        const QString problem = problemOf(
+            [&] { accumulator.receive(piece(second, Entries{actionEntry("peer.last", "a")}, true)); });
         QCOMPARE(problem, accepted ? QString() : "Catalog exceeds its limit.");
         QCOMPARE(accumulator.entries.size(), accepted ? count : 1);
     }
 
     void canonicalEncodingIsFixed() {
-        PluginCatalogEntry entry = actionEntry("cafe.osta", "toggle");
-        entry.action->title = "Tür \"auf\"\n";
+        PluginCatalogEntry entry = actionEntry("cafe.osta", "toggle", "Tür \"auf\"\n");
         entry.action->effect = PluginRegisteredAction::Effect::localChange;
         entry.action->completionTimeoutSeconds = 60.5;
         entry.action->input.fields = {{"level", PluginParameter::Kind::number, true, 0.0, 1.0}};

@@ -1,10 +1,6 @@
 #include "VellPluginSDK/Actions/PluginValueSchema.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QTest>
-
-#include <limits>
 
 #include "TestSupport.h"
 
@@ -13,23 +9,43 @@ using namespace vell::test;
 
 namespace {
 
-QJsonObject numberField(const QString& name, bool required = true) {
-    return {{"name", name}, {"kind", "number"}, {"required", required}};
+const QString badSchema = "Invalid value schema.";
+const QString badConstraint = "Invalid parameter constraint.";
+const QString unexpected = "Unexpected action arguments.";
+const QString outside = "Number is outside its limits.";
+const QString tooLong = "Text argument is too long.";
+
+// One required field; extra holds further members, starting with a comma.
+QByteArray field(const QByteArray& name, const char* kind, const char* extra = "") {
+    return "{\"name\":\"" + name + "\",\"kind\":\"" + kind + "\",\"required\":true" + extra + "}";
 }
 
-QByteArray schemaOf(const QJsonArray& fields) {
-    return QJsonDocument(QJsonObject{{"fields", fields}}).toJson(QJsonDocument::Compact);
+QByteArray schemaOf(const QByteArrayList& fields) {
+    return "{\"fields\":[" + fields.join(',') + "]}";
 }
 
+// count optional number fields f0, f1, ...
 QByteArray schemaOfCount(int count) {
-    QJsonArray fields;
+    QByteArrayList fields;
     for (int i = 0; i < count; ++i)
-        fields.append(numberField(QStringLiteral("f%1").arg(i), false));
+        fields.append("{\"name\":\"f" + QByteArray::number(i) + "\",\"kind\":\"number\",\"required\":false}");
     return schemaOf(fields);
 }
 
-PluginValueSchema schemaFrom(const QByteArray& json) {
-    return PluginValueSchema::fromJson(parse(json));
+// Rows of checks on the schema decoded from its JSON, alone or with values.
+void schemaRow(const char* name, const QByteArray& schema, const QString& message) {
+    QTest::newRow(name) << Check([schema] { PluginValueSchema::fromJson(parse(schema)).validate(); })
+                        << message;
+}
+
+void valuesRow(const char* name, const QByteArray& schema, const PluginValueMap& values,
+               const QString& message) {
+    QTest::newRow(name) << Check([=] { PluginValueSchema::fromJson(parse(schema)).validate(values); })
+                        << message;
+}
+
+void valuesRow(const char* name, const QByteArray& schema, const QByteArray& values, const QString& message) {
+    valuesRow(name, schema, PluginValue::mapFromJson(parse(values)), message);
 }
 
 } // namespace
@@ -42,45 +58,34 @@ private slots:
         QTest::addColumn<QByteArray>("json");
         QTest::addColumn<int>("kind");
         QTest::addColumn<QString>("display");
-
-        QTest::addRow("quoted true is text")
-            << QByteArray("\"true\"") << int(PluginValue::Kind::string) << "true";
-        QTest::addRow("literal true is a boolean")
-            << QByteArray("true") << int(PluginValue::Kind::boolean) << "Yes";
-        QTest::addRow("false reads No") << QByteArray("false") << int(PluginValue::Kind::boolean) << "No";
-        QTest::addRow("1 is a number, never a boolean")
-            << QByteArray("1") << int(PluginValue::Kind::number) << "1.0";
-        QTest::addRow("shortest round trip") << QByteArray("0.1") << int(PluginValue::Kind::number) << "0.1";
-        QTest::addRow("large whole number stays plain")
-            << QByteArray("100000000") << int(PluginValue::Kind::number) << "100000000.0";
-        QTest::addRow("1e16 stays plain")
-            << QByteArray("1e16") << int(PluginValue::Kind::number) << "10000000000000000.0";
-        QTest::addRow("a negative large number stays plain")
-            << QByteArray("-1.5e17") << int(PluginValue::Kind::number) << "-150000000000000000.0";
-        QTest::addRow("below 1e-4 stays plain")
-            << QByteArray("0.000015") << int(PluginValue::Kind::number) << "0.000015";
-        QTest::addRow("the smallest normal number")
-            << QByteArray("2.2250738585072014e-308") << int(PluginValue::Kind::number)
-            << QStringLiteral("0.") + QString(307, u'0') + QStringLiteral("22250738585072014");
-        QTest::addRow("text stays unchanged")
-            << QByteArray("\" on \"") << int(PluginValue::Kind::string) << " on ";
+        const int text = int(PluginValue::Kind::string), number = int(PluginValue::Kind::number);
+        const int boolean = int(PluginValue::Kind::boolean);
+        row("quoted true is text", QByteArray("\"true\""), text, "true");
+        row("literal true is a boolean", QByteArray("true"), boolean, "Yes");
+        row("false reads No", QByteArray("false"), boolean, "No");
+        row("1 is a number, never a boolean", QByteArray("1"), number, "1.0");
+        row("shortest round trip", QByteArray("0.1"), number, "0.1");
+        row("large whole number stays plain", QByteArray("100000000"), number, "100000000.0");
+        row("1e16 stays plain", QByteArray("1e16"), number, "10000000000000000.0");
+        row("a negative large number stays plain", QByteArray("-1.5e17"), number, "-150000000000000000.0");
+        row("below 1e-4 stays plain", QByteArray("0.000015"), number, "0.000015");
+        row("the smallest normal number", QByteArray("2.2250738585072014e-308"), number,
+            "0." + QString(307, u'0') + "22250738585072014");
+        row("text stays unchanged", QByteArray("\" on \""), text, " on ");
     }
 
     void readsScalarsInOrder() {
         QFETCH(QByteArray, json);
-        QFETCH(int, kind);
-        QFETCH(QString, display);
         const PluginValue value = PluginValue::fromJson(parse(json));
-        QCOMPARE(int(value.kind()), kind);
-        QCOMPARE(value.display(), display);
+        QTEST(int(value.kind()), "kind");
+        QTEST(value.display(), "display");
         QCOMPARE(PluginValue::fromJson(value.toJson()), value);
     }
 
     void refusesWhatIsNoScalar_data() {
         QTest::addColumn<QByteArray>("json");
-        QTest::addRow("object") << QByteArray("{}");
-        QTest::addRow("array") << QByteArray("[1]");
-        QTest::addRow("null") << QByteArray("null");
+        for (const char* json : {"{}", "[1]", "null"})
+            row(json, QByteArray(json));
     }
 
     void refusesWhatIsNoScalar() {
@@ -91,164 +96,77 @@ private slots:
                  "\"b\" must be a string");
     }
 
-    void schemaDecodingFailures_data() {
-        QTest::addColumn<QByteArray>("json");
+    void validation_data() {
+        QTest::addColumn<Check>("check");
         QTest::addColumn<QString>("message");
+        schemaRow("null is missing", QByteArray("{\"fields\":null}"), "\"fields\" is missing");
+        schemaRow("text bound", schemaOf({field("a", "number", ",\"minimum\":\"0\"")}),
+                  "\"fields[0].minimum\" must be a number");
+        schemaRow("empty schema", schemaOf({}), "");
+        schemaRow("16 fields", schemaOfCount(16), "");
+        schemaRow("17 well-formed fields", schemaOfCount(17), badSchema);
+        schemaRow("duplicate names", schemaOf({field("a", "number"), field("a", "string")}), badSchema);
+        schemaRow("duplicate reported before a bad name",
+                  schemaOf({field("9", "number"), field("a", "string"), field("a", "string")}), badSchema);
+        schemaRow("names differing in case are distinct",
+                  schemaOf({field("a", "number"), field("A", "string")}), "");
+        schemaRow("64-character name", schemaOf({field("a" + QByteArray(63, 'b'), "string")}), "");
+        schemaRow("65-character name", schemaOf({field("a" + QByteArray(64, 'b'), "string")}), badConstraint);
+        schemaRow("name with a trailing newline", schemaOf({field("a\\n", "string")}), badConstraint);
+        schemaRow("boolean with minimum", schemaOf({field("a", "boolean", ",\"minimum\":0")}), badConstraint);
+        schemaRow("string with maximum", schemaOf({field("a", "string", ",\"maximum\":3")}), badConstraint);
+        schemaRow("equal bounds", schemaOf({field("a", "number", ",\"minimum\":2,\"maximum\":2")}), "");
+        schemaRow("crossed bounds", schemaOf({field("a", "number", ",\"minimum\":2,\"maximum\":1")}),
+                  badConstraint);
+        const auto bounds = [](std::optional<double> minimum, std::optional<double> maximum) {
+            return PluginValueSchema{{{"a", PluginParameter::Kind::number, true, minimum, maximum}}};
+        };
+        check("infinite minimum", bounds(qInf(), {}), badConstraint);
+        check("infinite maximum", bounds({}, qInf()), badConstraint);
+        check("minimum not a number", bounds(qQNaN(), {}), badConstraint);
+        check("maximum not a number", bounds({}, qQNaN()), badConstraint);
 
-        QTest::addRow("null is missing") << QByteArray("{\"fields\":null}") << "\"fields\" is missing";
-        QTest::addRow("text bound")
-            << QByteArray(R"({"fields":[{"name":"a","kind":"number","required":true,"minimum":"0"}]})")
-            << "\"fields[0].minimum\" must be a number";
-    }
-
-    void schemaDecodingFailures() {
-        QFETCH(QByteArray, json);
-        QFETCH(QString, message);
-        QCOMPARE(problemOf([&] { schemaFrom(json); }), message);
-    }
-
-    void validateSchema_data() {
-        QTest::addColumn<QByteArray>("schema");
-        QTest::addColumn<QString>("message");
-
-        const QString invalidSchema = "Invalid value schema.";
-        const QString invalidConstraint = "Invalid parameter constraint.";
-        auto field = [](const char* json) { return QByteArray("{\"fields\":[") + json + "]}"; };
-
-        QTest::addRow("empty schema") << field("") << QString();
-        QTest::addRow("16 fields") << schemaOfCount(16) << QString();
-        QTest::addRow("17 well-formed fields") << schemaOfCount(17) << invalidSchema;
-        QTest::addRow("duplicate names")
-            << field(
-                   R"({"name":"a","kind":"number","required":true},{"name":"a","kind":"string","required":true})")
-            << invalidSchema;
-        QTest::addRow("duplicate reported before a bad name")
-            << field(
-                   R"({"name":"9","kind":"number","required":true},{"name":"a","kind":"string","required":true},)"
-                   R"({"name":"a","kind":"string","required":true})")
-            << invalidSchema;
-        QTest::addRow("names differing in case are distinct")
-            << field(
-                   R"({"name":"a","kind":"number","required":true},{"name":"A","kind":"string","required":true})")
-            << QString();
-        QTest::addRow("64-character name")
-            << field(("{\"name\":\"a" + QByteArray(63, 'b') + "\",\"kind\":\"string\",\"required\":true}")
-                         .constData())
-            << QString();
-        QTest::addRow("65-character name")
-            << field(("{\"name\":\"a" + QByteArray(64, 'b') + "\",\"kind\":\"string\",\"required\":true}")
-                         .constData())
-            << invalidConstraint;
-        QTest::addRow("name with a trailing newline")
-            << field(R"({"name":"a\n","kind":"string","required":true})") << invalidConstraint;
-        QTest::addRow("boolean with minimum")
-            << field(R"({"name":"a","kind":"boolean","required":true,"minimum":0})") << invalidConstraint;
-        QTest::addRow("string with maximum")
-            << field(R"({"name":"a","kind":"string","required":true,"maximum":3})") << invalidConstraint;
-        QTest::addRow("equal bounds")
-            << field(R"({"name":"a","kind":"number","required":true,"minimum":2,"maximum":2})") << QString();
-        QTest::addRow("crossed bounds")
-            << field(R"({"name":"a","kind":"number","required":true,"minimum":2,"maximum":1})")
-            << invalidConstraint;
-    }
-
-    void validateSchema() {
-        QFETCH(QByteArray, schema);
-        QFETCH(QString, message);
-        QCOMPARE(problemOf([&] { schemaFrom(schema).validate(); }), message);
-    }
-
-    void nonFiniteBoundsAreRefused() {
-        for (const double bad :
-             {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
-            PluginParameter low{"a", PluginParameter::Kind::number, true, bad, std::nullopt};
-            PluginParameter high{"a", PluginParameter::Kind::number, true, std::nullopt, bad};
-            QCOMPARE(problemOf([&] { PluginValueSchema{{low}}.validate(); }),
-                     "Invalid parameter constraint.");
-            QCOMPARE(problemOf([&] { PluginValueSchema{{high}}.validate(); }),
-                     "Invalid parameter constraint.");
-        }
-    }
-
-    void validateValues_data() {
-        QTest::addColumn<QByteArray>("schema");
-        QTest::addColumn<QByteArray>("values");
-        QTest::addColumn<QString>("message");
-
-        const QByteArray unitLevel =
-            R"({"fields":[{"name":"level","kind":"number","required":true,"minimum":0,"maximum":1}]})";
-        const QByteArray ab = R"({"fields":[{"name":"a","kind":"string","required":true},)"
-                              R"({"name":"b","kind":"boolean","required":true}]})";
+        const QByteArray unitLevel = schemaOf({field("level", "number", ",\"minimum\":0,\"maximum\":1")});
+        const QByteArray ab = schemaOf({field("a", "string"), field("b", "boolean")});
         const QByteArray optionalText = R"({"fields":[{"name":"t","kind":"string","required":false}]})";
-        const QByteArray onlyMaximum =
-            R"({"fields":[{"name":"n","kind":"number","required":true,"maximum":5}]})";
-        const QString unexpected = "Unexpected action arguments.";
+        const QByteArray onlyMaximum = schemaOf({field("n", "number", ",\"maximum\":5")});
         const QString typeMismatch = "Argument type does not match its schema.";
-        const QString outside = "Number is outside its limits.";
-
-        QTest::addRow("empty schema refuses any key")
-            << QByteArray("{\"fields\":[]}") << QByteArray("{\"x\":1}") << unexpected;
-        QTest::addRow("lower bound inclusive") << unitLevel << QByteArray("{\"level\":0}") << QString();
-        QTest::addRow("upper bound inclusive") << unitLevel << QByteArray("{\"level\":1}") << QString();
-        QTest::addRow("just above the upper bound")
-            << unitLevel << QByteArray("{\"level\":1.0000001}") << outside;
-        QTest::addRow("below the lower bound") << unitLevel << QByteArray("{\"level\":-0.5}") << outside;
-        QTest::addRow("only maximum accepts smaller")
-            << onlyMaximum << QByteArray("{\"n\":-1e300}") << QString();
-        QTest::addRow("only maximum refuses larger") << onlyMaximum << QByteArray("{\"n\":5.5}") << outside;
-        QTest::addRow("text for a number is not coerced")
-            << unitLevel << QByteArray("{\"level\":\"1\"}") << typeMismatch;
-        QTest::addRow("number for a boolean is not coerced")
-            << ab << QByteArray("{\"a\":\"x\",\"b\":1}") << typeMismatch;
-        QTest::addRow("missing required") << unitLevel << QByteArray("{}") << "Missing argument: level";
-        QTest::addRow("declared order decides")
-            << ab << QByteArray("{\"b\":\"wrong\"}") << "Missing argument: a";
-        QTest::addRow("unknown key before missing field") << ab << QByteArray("{\"zz\":true}") << unexpected;
-        QTest::addRow("optional may be absent") << optionalText << QByteArray("{}") << QString();
-        QTest::addRow("empty text passes") << optionalText << QByteArray("{\"t\":\"\"}") << QString();
-        QTest::addRow("2048 bytes pass")
-            << optionalText << "{\"t\":\"" + QByteArray(2048, 'x') + "\"}" << QString();
-        QTest::addRow("2049 bytes fail") << optionalText << "{\"t\":\"" + QByteArray(2049, 'x') + "\"}"
-                                         << "Text argument is too long.";
-        QTest::addRow("683 three-byte characters fail")
-            << optionalText << "{\"t\":\"" + QString(683, QChar(0x20AC)).toUtf8() + "\"}"
-            << "Text argument is too long.";
-        QTest::addRow("broken schema before values")
-            << QByteArray(R"({"fields":[{"name":"a","kind":"boolean","required":true,"maximum":1}]})")
-            << QByteArray("{\"nope\":1}") << "Invalid parameter constraint.";
-    }
-
-    void validateValues() {
-        QFETCH(QByteArray, schema);
-        QFETCH(QByteArray, values);
-        QFETCH(QString, message);
-        const PluginValueMap map = PluginValue::mapFromJson(parse(values));
-        QCOMPARE(problemOf([&] { schemaFrom(schema).validate(map); }), message);
-    }
-
-    void entryCountComesFirst_data() {
-        QTest::addColumn<int>("entries");
-        QTest::addColumn<QString>("message");
-        QTest::addRow("16 entries of 16 fields") << 16 << QString();
-        QTest::addRow("17 entries, even of known names") << 17 << "Unexpected action arguments.";
-    }
-
-    void entryCountComesFirst() {
-        QFETCH(int, entries);
-        QFETCH(QString, message);
         // A valid schema holds at most 16 names, so the 17th key is refused by count alone.
-        PluginValueSchema schema = schemaFrom(schemaOfCount(16));
-        PluginValueMap values;
-        for (int i = 0; i < entries; ++i)
-            values.insert(QStringLiteral("f%1").arg(i), PluginValue::number(i));
-        QCOMPARE(problemOf([&] { schema.validate(values); }), message);
+        PluginValueMap sixteen;
+        for (int i = 0; i < 16; ++i)
+            sixteen.insert(QStringLiteral("f%1").arg(i), PluginValue::number(i));
+        PluginValueMap seventeen = sixteen;
+        seventeen.insert("f16", PluginValue::number(16));
+
+        valuesRow("empty schema refuses any key", schemaOf({}), "{\"x\":1}", unexpected);
+        valuesRow("16 entries of 16 fields", schemaOfCount(16), sixteen, "");
+        valuesRow("17 entries, even of known names", schemaOfCount(16), seventeen, unexpected);
+        valuesRow("lower bound inclusive", unitLevel, "{\"level\":0}", "");
+        valuesRow("upper bound inclusive", unitLevel, "{\"level\":1}", "");
+        valuesRow("just above the upper bound", unitLevel, "{\"level\":1.0000001}", outside);
+        valuesRow("below the lower bound", unitLevel, "{\"level\":-0.5}", outside);
+        valuesRow("only maximum accepts smaller", onlyMaximum, "{\"n\":-1e300}", "");
+        valuesRow("only maximum refuses larger", onlyMaximum, "{\"n\":5.5}", outside);
+        valuesRow("not finite is outside", schemaOf({field("n", "number")}),
+                  PluginValueMap{{"n", PluginValue::number(qInf())}}, outside);
+        valuesRow("text for a number is not coerced", unitLevel, "{\"level\":\"1\"}", typeMismatch);
+        valuesRow("number for a boolean is not coerced", ab, "{\"a\":\"x\",\"b\":1}", typeMismatch);
+        valuesRow("missing required", unitLevel, "{}", "Missing argument: level");
+        valuesRow("declared order decides", ab, "{\"b\":\"wrong\"}", "Missing argument: a");
+        valuesRow("unknown key before missing field", ab, "{\"zz\":true}", unexpected);
+        valuesRow("optional may be absent", optionalText, "{}", "");
+        valuesRow("empty text passes", optionalText, "{\"t\":\"\"}", "");
+        valuesRow("2048 bytes pass", optionalText, "{\"t\":\"" + QByteArray(2048, 'x') + "\"}", "");
+        valuesRow("2049 bytes fail", optionalText, "{\"t\":\"" + QByteArray(2049, 'x') + "\"}", tooLong);
+        valuesRow("683 three-byte characters fail", optionalText,
+                  "{\"t\":\"" + QString(683, QChar(0x20AC)).toUtf8() + "\"}", tooLong);
+        valuesRow("broken schema before values", schemaOf({field("a", "boolean", ",\"maximum\":1")}),
+                  "{\"nope\":1}", badConstraint);
     }
 
-    void nonFiniteNumberIsOutsideLimits() {
-        const PluginValueSchema schema =
-            schemaFrom(R"({"fields":[{"name":"n","kind":"number","required":true}]})");
-        const PluginValueMap values{{"n", PluginValue::number(std::numeric_limits<double>::infinity())}};
-        QCOMPARE(problemOf([&] { schema.validate(values); }), "Number is outside its limits.");
+    void validation() {
+        QFETCH(Check, check);
+        QTEST(problemOf(check), "message");
     }
 };
 
