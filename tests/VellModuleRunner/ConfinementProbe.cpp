@@ -28,34 +28,26 @@ void report(const char* phase, const char* name, bool succeeded, int error) {
     (void)!write(STDOUT_FILENO, line, static_cast<size_t>(length));
 }
 
+// Reports whether a descriptor came back, and closes it.
+void reportOpened(const char* phase, const char* name, int fd) {
+    report(phase, name, fd >= 0, errno);
+    if (fd >= 0)
+        close(fd);
+}
+
 void* mapExecutable() {
     return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 
 void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
-    int fd = open("/etc/passwd", O_RDONLY | O_CLOEXEC);
-    report(phase, "open-read", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
-
+    reportOpened(phase, "open-read", open("/etc/passwd", O_RDONLY | O_CLOEXEC));
     char path[512];
     std::snprintf(path, sizeof path, "%s/%s-created", scratchDir, phase);
-    fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    report(phase, "open-create", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
-
+    reportOpened(phase, "open-create", open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     char byte;
     report(phase, "read-held-file", read(heldFile, &byte, 1) == 1, errno);
-
-    fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    report(phase, "socket-inet", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
-    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    report(phase, "socket-unix", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
+    reportOpened(phase, "socket-inet", socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    reportOpened(phase, "socket-unix", socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 
     const pid_t child = fork();
     if (child == 0)
@@ -122,9 +114,9 @@ int main(int argc, char** argv) {
     }
 
     attemptAll("before", heldFile, scratchDir);
+    char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
     const pid_t execChild = fork();
     if (execChild == 0) {
-        char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
         execv("/bin/true", arguments);
         _exit(127);
     }
@@ -142,7 +134,6 @@ int main(int argc, char** argv) {
 
     // Last, since an exec that got through would replace the probe and its report would
     // be missing.
-    char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
     execv("/bin/true", arguments);
     report("after", "exec", false, errno);
     return 0;
