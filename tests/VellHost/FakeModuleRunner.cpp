@@ -1,16 +1,13 @@
 // A stand-in for VellModuleRunner that misbehaves on request. The behaviour is named in the
-// request's script as "fake:<name>", since a runner gets neither arguments nor environment.
-// Every start leaves a file "started" beside the executable, before anything is read, so a
-// test can tell that no process was ever launched. Like the real runner, it blocks reading
-// its request once started, so it can wait as a spare.
+// request's script as "fake:<name>", since a runner gets neither arguments nor environment;
+// "fake:slow-<name>" waits a second first. Every start leaves a file "started" beside the
+// executable, before anything is read, so a test can tell that no process was ever launched.
+// Like the real runner, it blocks reading its request once started, so it can wait as a spare.
 
-#include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
+#include <map>
 #include <string>
 #include <time.h>
 #include <unistd.h>
@@ -20,8 +17,7 @@ extern char** environ;
 namespace {
 
 void writeAll(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
+    for (size_t done = 0; done < text.size();) {
         const ssize_t count = write(fd, text.data() + done, text.size() - done);
         if (count <= 0)
             return;
@@ -29,122 +25,87 @@ void writeAll(int fd, const std::string& text) {
     }
 }
 
-void markStarted() {
-    char self[4096];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0)
-        return;
-    self[length] = '\0';
-    std::string marker(self);
-    marker.resize(marker.rfind('/') + 1);
-    marker += "started";
-    const int fd = open(marker.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd >= 0) {
-        writeAll(fd, "1\n");
-        close(fd);
-    }
-}
-
 std::string readInput(size_t limit) {
     std::string input;
     char chunk[8192];
-    while (input.size() < limit) {
-        const ssize_t count = read(STDIN_FILENO, chunk, sizeof chunk);
-        if (count <= 0)
-            break;
+    ssize_t count = 0;
+    while (input.size() < limit && (count = read(STDIN_FILENO, chunk, sizeof chunk)) > 0)
         input.append(chunk, static_cast<size_t>(count));
-    }
     return input;
 }
 
-std::string behaviour(const std::string& input) {
-    const size_t at = input.find("fake:");
-    if (at == std::string::npos)
-        return {};
-    const size_t end = input.find('"', at);
-    return input.substr(at + 5, end == std::string::npos ? std::string::npos : end - at - 5);
+std::string stateOf(const std::string& key, const std::string& value) {
+    return R"({"state":{")" + key + R"(":")" + value + R"("}})";
 }
 
-const std::string validAnswer = R"({"state":{"count":"1"}})";
+[[noreturn]] void hang() {
+    for (;;)
+        pause();
+}
 
 } // namespace
 
-int main() {
-    markStarted();
+int main(int, char** argv) {
+    const std::string self(argv[0]);
+    const int marker =
+        open((self.substr(0, self.rfind('/') + 1) + "started").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    close(marker);
     // Only the start of the request is read when the runner is meant to stop reading early.
     std::string input = readInput(4096);
-    const std::string mode = behaviour(input);
-    if (mode != "close-input-early")
-        input += readInput(static_cast<size_t>(-1));
-    else
+    const size_t at = input.find("fake:");
+    if (at == std::string::npos)
+        return 0;
+    std::string mode = input.substr(at + 5, input.find('"', at) - at - 5);
+    if (mode == "close-input-early")
         close(STDIN_FILENO);
-
-    if (mode == "valid" || mode == "close-input-early") {
-        writeAll(STDOUT_FILENO, validAnswer);
-    } else if (mode == "hang-after-answer") {
-        writeAll(STDOUT_FILENO, validAnswer);
-        for (;;)
-            pause();
-    } else if (mode == "slow-valid") {
+    else
+        input += readInput(static_cast<size_t>(-1));
+    if (mode.rfind("slow-", 0) == 0) {
         const timespec second{1, 0};
         nanosleep(&second, nullptr);
-        writeAll(STDOUT_FILENO, validAnswer);
+        mode = mode.substr(5);
+    }
+
+    const std::string valid = stateOf("count", "1");
+    const std::map<std::string, std::string> answers{
+        {"valid", valid},
+        {"close-input-early", valid},
+        {"state-and-error", R"({"state":{"count":"2"},"error":"The script gave up."})"},
+        {"no-state", "{}"},
+        {"invalid-state", stateOf("9lives", "x")},
+        {"not-text-state", R"({"state":{"count":1}})"},
+        {"report-pid", stateOf("pid", std::to_string(getpid()))},
+        {"report-input-size", stateOf("bytes", std::to_string(input.size()))},
+        // Trailing white space is valid JSON, so the answer stays readable at any length.
+        {"exactly-limit", valid + std::string(65536 - valid.size(), ' ')},
+        {"one-over-limit", valid + std::string(65537 - valid.size(), ' ')},
+    };
+    if (answers.count(mode)) {
+        writeAll(STDOUT_FILENO, answers.at(mode));
     } else if (mode == "hang-silently") {
-        for (;;)
-            pause();
-    } else if (mode == "close-output-then-hang") {
-        writeAll(STDOUT_FILENO, validAnswer);
-        close(STDOUT_FILENO);
-        for (;;)
-            pause();
-    } else if (mode == "exit-1-after-answer") {
-        writeAll(STDOUT_FILENO, validAnswer);
-        return 1;
-    } else if (mode == "killed-after-answer") {
-        writeAll(STDOUT_FILENO, validAnswer);
-        raise(SIGKILL);
+        hang();
     } else if (mode == "silent") {
         return 0;
     } else if (mode == "flood") {
-        const std::string block(65536, 'x');
         for (;;)
-            writeAll(STDOUT_FILENO, block);
-    } else if (mode == "exactly-limit" || mode == "one-over-limit") {
-        // Trailing white space is valid JSON, so the answer stays readable at any length.
-        const size_t total = mode == "exactly-limit" ? 65536 : 65537;
-        writeAll(STDOUT_FILENO, validAnswer + std::string(total - validAnswer.size(), ' '));
-    } else if (mode == "state-and-error") {
-        writeAll(STDOUT_FILENO, R"({"state":{"count":"2"},"error":"The script gave up."})");
-    } else if (mode == "no-state") {
-        writeAll(STDOUT_FILENO, "{}");
-    } else if (mode == "invalid-state") {
-        writeAll(STDOUT_FILENO, R"({"state":{"9lives":"x"}})");
-    } else if (mode == "not-text-state") {
-        writeAll(STDOUT_FILENO, R"({"state":{"count":1}})");
+            writeAll(STDOUT_FILENO, std::string(65536, 'x'));
     } else if (mode == "noise-on-error-output") {
-        const std::string noise(1 << 20, 'e');
-        writeAll(STDERR_FILENO, noise);
-        writeAll(STDOUT_FILENO, validAnswer);
+        writeAll(STDERR_FILENO, std::string(1 << 20, 'e'));
+        writeAll(STDOUT_FILENO, valid);
     } else if (mode == "report-environment") {
         std::string variables;
         for (char** entry = environ; *entry; ++entry)
             variables += std::string(variables.empty() ? "" : ";") + *entry;
-        writeAll(STDOUT_FILENO, R"({"state":{"variables":")" + variables + R"("}})");
-    } else if (mode == "report-descriptors") {
-        std::string open;
-        for (int fd = 0; fd < 1024; ++fd) {
-            if (fcntl(fd, F_GETFD) != -1)
-                open += std::string(open.empty() ? "" : ",") + std::to_string(fd);
-        }
-        writeAll(STDOUT_FILENO, R"({"state":{"open":")" + open + R"("}})");
-    } else if (mode == "report-pid" || mode == "slow-report-pid") {
-        if (mode == "slow-report-pid") {
-            const timespec second{1, 0};
-            nanosleep(&second, nullptr);
-        }
-        writeAll(STDOUT_FILENO, R"({"state":{"pid":")" + std::to_string(getpid()) + R"("}})");
-    } else if (mode == "report-input-size") {
-        writeAll(STDOUT_FILENO, R"({"state":{"bytes":")" + std::to_string(input.size()) + R"("}})");
+        writeAll(STDOUT_FILENO, stateOf("variables", variables));
+    } else if (mode.ends_with("-after-answer")) {
+        writeAll(STDOUT_FILENO, valid);
+        if (mode == "exit-1-after-answer")
+            return 1;
+        if (mode == "killed-after-answer")
+            raise(SIGKILL);
+        if (mode == "close-output-after-answer")
+            close(STDOUT_FILENO);
+        hang();
     } else {
         writeAll(STDOUT_FILENO, R"({"error":"unknown fake behaviour"})");
     }
