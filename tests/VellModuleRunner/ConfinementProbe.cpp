@@ -104,14 +104,6 @@ int main(int argc, char** argv) {
 
     if (std::strcmp(mode, "threaded") == 0)
         return raiseBesideASecondThread();
-    if (std::strcmp(mode, "spin") == 0) {
-        const vell::ModuleConfinement::Result result = vell::ModuleConfinement::apply();
-        if (!result.ok())
-            return 3;
-        volatile unsigned long turns = 0;
-        for (;;)
-            turns = turns + 1;
-    }
 
     attemptAll("before", heldFile, scratchDir);
     char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
