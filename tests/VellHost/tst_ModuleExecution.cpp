@@ -198,26 +198,25 @@ void tst_ModuleExecution::missingOrUnusableRunnerCannotStart() {
 }
 
 void tst_ModuleExecution::answerComesOnTheMainThreadAndNeverToADestroyedOwner() {
-    auto first = std::make_shared<ModuleExecution>(m_runner);
     auto gone = std::make_unique<QObject>();
     bool called = false;
-    first->run(fakeRequest(u"valid"_s), gone.get(), [&](const ModuleRunResult&) { called = true; });
+    std::make_shared<ModuleExecution>(m_runner)->run(fakeRequest(u"valid"_s), gone.get(),
+                                                     [&](const ModuleRunResult&) { called = true; });
     gone.reset();
-    first.reset();
 
     // A second run, answered later than the first.
     QObject owner;
-    std::optional<ModuleRunResult> result;
+    std::optional<ModuleRunResult> later;
     QThread* answeredOn = nullptr;
     std::make_shared<ModuleExecution>(m_runner)->run(fakeRequest(u"slow-valid"_s), &owner,
-                                                     [&](const ModuleRunResult& ended) {
+                                                     [&](const ModuleRunResult& result) {
                                                          answeredOn = QThread::currentThread();
-                                                         result = ended;
+                                                         later = result;
                                                      });
-    QTRY_VERIFY_WITH_TIMEOUT(result, 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(later, 30000);
     QVERIFY(!called);
     QCOMPARE(answeredOn, QThread::currentThread());
-    QCOMPARE(result->state.value(u"count"_s), u"1"_s);
+    QCOMPARE(later->state.value(u"count"_s), u"1"_s);
 }
 
 // The runner's own processor limit stands behind the deadline and must never overtake it:
