@@ -96,19 +96,15 @@ private slots:
     void helloVellEndToEnd();
     void installRefusals_data();
     void installRefusals();
-    void missingRunnerIsReportedInTheCard();
     void unusableFileIsKeptAndNothingIsSaved_data();
     void unusableFileIsKeptAndNothingIsSaved();
-    void settingsChangeDuringARunDiscardsTheOldAnswer();
-    void removeOrDisableDuringARunLeavesNoTrace();
+    void settingsAndEventsDuringARun();
     void fifthModuleIsBusyUntilOneFinishes();
-    void busyModuleGetsOnlyTheNewestEvent();
     void failedRunKeepsStateAndShowsTheMessage();
     void eachPressRunsInTheSpareReadiedAfterTheLastRun();
     void reviewScreen();
     void onlyRegularFilesWithinTheLimitAreReviewed_data();
     void onlyRegularFilesWithinTheLimitAreReviewed();
-    void settingThatCouldNotBeReadBackIsRefused();
 
 private:
     QString filePath() const { return m_dir->filePath(u"OstaVell/modules-v1.json"_s); }
@@ -209,18 +205,6 @@ void tst_ModuleStore::installRefusals() {
     QCOMPARE(ModuleStore(filePath(), QString()).modules().size(), installedBefore);
 }
 
-void tst_ModuleStore::missingRunnerIsReportedInTheCard() {
-    for (const QString& runner : {QString(), m_dir->filePath(u"no-such-runner"_s)}) {
-        ModuleStore store(filePath(), runner);
-        const ModulePackage module = package(u"cafe.osta.norunner"_s);
-        store.remove(module.id);
-        store.install(module);
-        QCOMPARE(store.errors().value(module.id), u"Install the packaged OstaVell app to run modules."_s);
-        QVERIFY(store.running().isEmpty());
-        QCOMPARE(store.module(module.id)->state, module.initialState);
-    }
-}
-
 void tst_ModuleStore::unusableFileIsKeptAndNothingIsSaved_data() {
     QTest::addColumn<QByteArray>("data");
     QTest::addColumn<QString>("reason"); // empty: the JSON parser words it
@@ -272,73 +256,76 @@ void tst_ModuleStore::unusableFileIsKeptAndNothingIsSaved() {
     QCOMPARE(contents(filePath()), data);
 }
 
-void tst_ModuleStore::settingsChangeDuringARunDiscardsTheOldAnswer() {
+// A settings change during a run cancels it and discards its answer; events that come while
+// a run is under way wait, and only the newest of them is delivered.
+void tst_ModuleStore::settingsAndEventsDuringARun() {
     ModuleStore store(filePath(), realRunner);
-    QStringList seenUnits;
+    const ModulePackage feed =
+        feedPackage(u"cafe.osta.feed"_s,
+                    slowly(500, u"return { unit: r.configuration.unit, last: r.event ? r.event.json : "
+                                u"'none' };"_s));
+    QStringList seen;
     connect(&store, &ModuleStore::modulesChanged, &store, [&] {
-        for (const InstalledModule& module : store.modules())
-            seenUnits.append(module.state.value(u"unit"_s));
+        const auto module = store.module(feed.id);
+        if (module && module->state.contains(u"last"_s))
+            seen.append(module->state.value(u"unit"_s) + u' ' + module->state.value(u"last"_s));
     });
-    const ModulePackage module =
-        package(u"cafe.osta.units"_s, slowly(800, u"return { unit: r.configuration.unit };"_s));
-    store.install(module);
-    QVERIFY(store.running().contains(module.id));
-    store.configure(module.id, u"unit"_s, u"F"_s);
-    QVERIFY(store.running().contains(module.id));
+    store.install(feed);
+    store.configure(feed.id, u"unit"_s, u"F"_s);
+    QVERIFY(store.running().contains(feed.id));
+    store.receive(feed.id, {u"sensor"_s, u"first"_s});
+    store.receive(feed.id, {u"sensor"_s, u"second"_s});
+    // Events of an undeclared feed or over the body limit are ignored outright.
+    store.receive(feed.id, {u"other"_s, u"wrong feed"_s});
+    store.receive(feed.id, {u"sensor"_s, QString(ModuleStore::maximumEventBytes + 1, u'x')});
     QVERIFY(waitIdle(store));
-
-    QCOMPARE(store.module(module.id)->configuration.value(u"unit"_s), u"F"_s);
-    QCOMPARE(store.module(module.id)->state.value(u"unit"_s), u"F"_s);
-    QVERIFY2(!seenUnits.contains(u"C"_s), qPrintable(seenUnits.join(u',')));
+    QCOMPARE(seen, (QStringList{u"F none"_s, u"F second"_s}));
+    QCOMPARE(store.module(feed.id)->configuration.value(u"unit"_s), u"F"_s);
     QCOMPARE(store.errors(), (QMap<QString, QString>()));
+    QCOMPARE(store.activityText(feed.id), u"Legacy module offline"_s);
 
     // Undeclared keys change nothing; a long value is kept to its first 200 characters.
-    store.configure(module.id, u"colour"_s, u"red"_s);
-    QVERIFY(!store.module(module.id)->configuration.contains(u"colour"_s));
+    store.configure(feed.id, u"colour"_s, u"red"_s);
+    QVERIFY(!store.module(feed.id)->configuration.contains(u"colour"_s));
     QVERIFY(store.running().isEmpty());
-    store.configure(module.id, u"unit"_s, QString(300, u'k'));
-    QCOMPARE(store.module(module.id)->configuration.value(u"unit"_s), QString(200, u'k'));
+    store.configure(feed.id, u"unit"_s, QString(300, u'k'));
+    QCOMPARE(store.module(feed.id)->configuration.value(u"unit"_s), QString(200, u'k'));
     QVERIFY(waitIdle(store));
+
+    // A value the next start could not read back is refused before anything changes.
+    const QByteArray saved = contents(filePath());
+    store.configure(feed.id, u"unit"_s, heavy(200));
+    QCOMPARE(store.errors().value(feed.id), u"This setting is too long to save."_s);
+    QCOMPARE(store.module(feed.id)->configuration.value(u"unit"_s), QString(200, u'k'));
+    QCOMPARE(contents(filePath()), saved);
+    QVERIFY(store.notice().isEmpty());
+    QVERIFY(store.running().isEmpty());
+    // Exactly at the byte limit it is kept, and the next start reads it back.
+    const QString atLimit = heavy(186) + QChar(0x00e9);
+    QCOMPARE(atLimit.toUtf8().size(), ModulePackage::maximumValueBytes);
+    store.configure(feed.id, u"unit"_s, atLimit);
+    QVERIFY(waitIdle(store));
+    ModuleStore reopened(filePath(), QString());
+    QCOMPARE(reopened.module(feed.id)->configuration.value(u"unit"_s), atLimit);
+    QCOMPARE(reopened.module(feed.id)->state.value(u"unit"_s), atLimit);
+
+    // Without the permission and feed, an event never reaches the script.
+    const ModulePackage plain = package(u"cafe.osta.plain"_s);
+    store.install(plain);
+    QVERIFY(waitIdle(store));
+    store.receive(plain.id, {u"sensor"_s, u"ignored"_s});
+    QVERIFY(store.running().isEmpty());
 }
 
-void tst_ModuleStore::removeOrDisableDuringARunLeavesNoTrace() {
-    ModuleStore store(filePath(), fakeRunner);
-    QStringList removed;
-    store.setOnRemove([&](const QString& id) { removed.append(id); });
-    const ModulePackage gone = package(u"cafe.osta.gone"_s, u"fake:slow-valid"_s);
-    const ModulePackage off = package(u"cafe.osta.off"_s, u"fake:slow-valid"_s);
-    store.install(gone);
-    store.install(off);
-    QCOMPARE(store.running().size(), 2);
-    store.remove(gone.id);
-    store.setEnabled(off.id, false);
-    QVERIFY(store.running().isEmpty());
-    QCOMPARE(removed, QStringList{gone.id});
-
-    // The killed runs' answers come back long before this one's.
-    const ModulePackage other = package(u"cafe.osta.other"_s, u"fake:valid"_s);
-    store.install(other);
-    QVERIFY(waitIdle(store));
-    QCOMPARE(store.module(other.id)->state.value(u"count"_s), u"1"_s);
-    QVERIFY(!store.module(gone.id));
-    QVERIFY(!contents(filePath()).contains(gone.id.toUtf8()));
-    QCOMPARE(store.module(off.id)->state.value(u"count"_s), u"0"_s);
-    QCOMPARE(store.errors(), (QMap<QString, QString>()));
-    QCOMPARE(store.visible(u"DP-1"_s).size(), 1);
-
-    // A disabled module doesn't run; enabling it runs it again.
-    store.retry(off.id);
-    QVERIFY(store.running().isEmpty());
-    store.setEnabled(off.id, true);
-    QVERIFY(store.running().contains(off.id));
-    store.killAll();
-}
-
+// Four runs at most at once: a fifth is refused as busy until one ends. A run cancelled by a
+// removal, by disabling or at quit leaves no trace when its answer comes back.
 void tst_ModuleStore::fifthModuleIsBusyUntilOneFinishes() {
     const QString busy = u"Other modules are busy. Try again shortly."_s;
     ModuleStore store(filePath(), fakeRunner);
+    QStringList removed;
+    store.setOnRemove([&](const QString& id) { removed.append(id); });
     for (int i = 0; i < ModuleStore::maximumRunning; ++i)
-        store.install(package(u"cafe.osta.hang%1"_s.arg(i), u"fake:hang-silently"_s));
+        store.install(package(u"cafe.osta.m%1"_s.arg(i), u"fake:hang-silently"_s));
     QCOMPARE(store.running().size(), ModuleStore::maximumRunning);
 
     // Busy is told before the action is looked at.
@@ -349,53 +336,35 @@ void tst_ModuleStore::fifthModuleIsBusyUntilOneFinishes() {
     QCOMPARE(store.errors().value(fifth.id), busy);
     QVERIFY(!store.running().contains(fifth.id));
 
-    store.cancel(u"cafe.osta.hang0"_s);
-    store.press(fifth.id, u"launch"_s);
-    QCOMPARE(store.errors().value(fifth.id), u"This action is not available."_s);
+    store.remove(u"cafe.osta.m0"_s);
+    store.setEnabled(u"cafe.osta.m1"_s, false);
+    QCOMPARE(removed, QStringList{u"cafe.osta.m0"_s});
+    QCOMPARE(store.running().size(), 2);
     // A second press during a run does nothing, and nothing is queued.
     QSignalSpy runningChanges(&store, &ModuleStore::runningChanged);
-    store.press(u"cafe.osta.hang1"_s, u"add"_s);
+    store.press(u"cafe.osta.m2"_s, u"add"_s);
     QCOMPARE(runningChanges.count(), 0);
-    QVERIFY(!store.errors().contains(u"cafe.osta.hang1"_s));
+    store.press(fifth.id, u"launch"_s);
+    QCOMPARE(store.errors().value(fifth.id), u"This action is not available."_s);
     store.retry(fifth.id);
     QVERIFY(store.running().contains(fifth.id));
     QVERIFY(!store.errors().contains(fifth.id));
+    // A disabled module is not shown and doesn't run; enabling it runs it again.
+    QCOMPARE(store.visible(u"DP-1"_s).size(), 3);
+    store.retry(u"cafe.osta.m1"_s);
+    QVERIFY(!store.running().contains(u"cafe.osta.m1"_s));
+    store.setEnabled(u"cafe.osta.m1"_s, true);
+    QVERIFY(store.running().contains(u"cafe.osta.m1"_s));
 
-    // At quit every run ends, and their cancelled answers show no "Module stopped." later.
     store.killAll();
     QVERIFY(store.running().isEmpty());
-    store.install(package(u"cafe.osta.after"_s, u"fake:valid"_s));
+    const ModulePackage after = package(u"cafe.osta.after"_s, u"fake:valid"_s);
+    store.install(after);
     QVERIFY(waitIdle(store));
+    QCOMPARE(store.module(after.id)->state.value(u"count"_s), u"1"_s);
     QCOMPARE(store.errors(), (QMap<QString, QString>()));
-}
-
-void tst_ModuleStore::busyModuleGetsOnlyTheNewestEvent() {
-    ModuleStore store(filePath(), realRunner);
-    const ModulePackage feed =
-        feedPackage(u"cafe.osta.feed"_s, slowly(500, u"return { last: r.event ? r.event.json : 'none' };"_s));
-    QStringList seen;
-    connect(&store, &ModuleStore::modulesChanged, &store, [&] {
-        const auto module = store.module(feed.id);
-        if (module && module->state.contains(u"last"_s))
-            seen.append(module->state.value(u"last"_s));
-    });
-    store.install(feed);
-    QVERIFY(store.running().contains(feed.id));
-    store.receive(feed.id, {u"sensor"_s, u"first"_s});
-    store.receive(feed.id, {u"sensor"_s, u"second"_s});
-    // Events of an undeclared feed or over the body limit are ignored outright.
-    store.receive(feed.id, {u"other"_s, u"wrong feed"_s});
-    store.receive(feed.id, {u"sensor"_s, QString(ModuleStore::maximumEventBytes + 1, u'x')});
-    QVERIFY(waitIdle(store));
-    QCOMPARE(seen, (QStringList{u"none"_s, u"second"_s}));
-    QCOMPARE(store.activityText(feed.id), u"Legacy module offline"_s);
-
-    // Without the permission and feed, an event never reaches the script.
-    const ModulePackage plain = package(u"cafe.osta.plain"_s, slowly(0, u"return {};"_s));
-    store.install(plain);
-    QVERIFY(waitIdle(store));
-    store.receive(plain.id, {u"sensor"_s, u"ignored"_s});
-    QVERIFY(store.running().isEmpty());
+    QCOMPARE(store.module(u"cafe.osta.m1"_s)->state.value(u"count"_s), u"0"_s);
+    QVERIFY(!contents(filePath()).contains("cafe.osta.m0"));
 }
 
 void tst_ModuleStore::failedRunKeepsStateAndShowsTheMessage() {
@@ -459,7 +428,7 @@ void tst_ModuleStore::eachPressRunsInTheSpareReadiedAfterTheLastRun() {
 }
 
 void tst_ModuleStore::reviewScreen() {
-    ModuleStore store(filePath(), QString());
+    ModuleStore store(filePath(), m_dir->filePath(u"no-such-runner"_s));
     QSignalSpy reviewedChanges(&store, &ModuleStore::reviewedChanged);
     const QString feedFile = m_dir->filePath(u"feed.ostavellmodule"_s);
     write(feedFile, feedPackage(u"cafe.osta.feed"_s).encoded());
@@ -473,6 +442,9 @@ void tst_ModuleStore::reviewScreen() {
     QVERIFY(store.reviewed().value(u"legacy"_s).toBool());
     QCOMPARE(store.installReviewed(), QString());
     QCOMPARE(store.modules().size(), 1);
+    QCOMPARE(store.errors().value(u"cafe.osta.feed"_s),
+             u"Install the packaged OstaVell app to run modules."_s);
+    QVERIFY(store.running().isEmpty());
 
     // A failed install leaves the package on the review screen with the reason.
     QCOMPARE(store.review(QUrl::fromLocalFile(feedFile)), QString());
@@ -513,29 +485,6 @@ void tst_ModuleStore::onlyRegularFilesWithinTheLimitAreReviewed() {
     QVERIFY(store.reviewed().isEmpty());
     QCOMPARE(store.installReviewed(), QString());
     QVERIFY(store.modules().isEmpty());
-}
-
-void tst_ModuleStore::settingThatCouldNotBeReadBackIsRefused() {
-    ModuleStore store(filePath(), QString());
-    const ModulePackage module = package(u"cafe.osta.cfg"_s);
-    store.install(module);
-    store.configure(module.id, u"unit"_s, u"F"_s);
-    const QByteArray saved = contents(filePath());
-
-    store.configure(module.id, u"unit"_s, heavy(200));
-    QCOMPARE(store.errors().value(module.id), u"This setting is too long to save."_s);
-    QCOMPARE(store.module(module.id)->configuration.value(u"unit"_s), u"F"_s);
-    QCOMPARE(contents(filePath()), saved);
-    QVERIFY(store.notice().isEmpty());
-
-    // Exactly at the byte limit it is kept, and the next start reads it back.
-    const QString atLimit = heavy(186) + QChar(0x00e9);
-    QCOMPARE(atLimit.toUtf8().size(), ModulePackage::maximumValueBytes);
-    store.configure(module.id, u"unit"_s, atLimit);
-    QCOMPARE(store.module(module.id)->configuration.value(u"unit"_s), atLimit);
-    ModuleStore reopened(filePath(), QString());
-    QVERIFY(!reopened.storageUnavailable());
-    QCOMPARE(reopened.module(module.id)->configuration.value(u"unit"_s), atLimit);
 }
 
 QTEST_GUILESS_MAIN(tst_ModuleStore)
