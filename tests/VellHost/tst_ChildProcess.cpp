@@ -31,95 +31,92 @@ class tst_ChildProcess final : public QObject {
     Q_OBJECT
 
 private slots:
-    void exchange_data();
-    void exchange();
-    void terminateEscalatesToKillWithoutBlocking();
-};
+    // Every child gets PATH alone.
+    void exchange_data() {
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<int>("limit");
+        // From the exchange's start. Negative: the child has exited and the deadline is past.
+        QTest::addColumn<int>("deadlineMs");
+        QTest::addColumn<Ending>("ending");
+        QTest::addColumn<QByteArray>("output"); // for Overflowed, only its size is looked at
+        QTest::addColumn<int>("killedBy");      // 0: exited with status 0; -1: either way
 
-// Every child gets PATH alone.
-void tst_ChildProcess::exchange_data() {
-    QTest::addColumn<QStringList>("command");
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<int>("limit");
-    // From the exchange's start. Negative: the child has exited and the deadline is past.
-    QTest::addColumn<int>("deadlineMs");
-    QTest::addColumn<Ending>("ending");
-    QTest::addColumn<QByteArray>("output"); // for Overflowed, only its size is looked at
-    QTest::addColumn<int>("killedBy");      // 0: exited with status 0; -1: either way
-
-    QVERIFY(leaky > STDERR_FILENO);
-    const QByteArray large = QByteArray("0123456789abcdef").repeated(65536);
-    QTest::addRow("answer written just before the deadline is kept")
-        << shell(u"printf answer"_s) << QByteArray() << 64 << -1000 << Ending::Finished
-        << QByteArray("answer") << 0;
-    QTest::addRow("input and output at once, each past a full pipe")
-        << QStringList{u"/bin/cat"_s} << large << 2 * int(large.size()) << 30000 << Ending::Finished << large
-        << 0;
-    QTest::addRow("a flood is killed as it passes the limit")
-        << QStringList{u"/bin/cat"_s, u"/dev/zero"_s} << QByteArray() << 4096 << 30000 << Ending::Overflowed
-        << QByteArray() << SIGKILL;
-    QTest::addRow("still running at the deadline is killed")
-        << shell(u"exec sleep 60"_s) << QByteArray() << 64 << 300 << Ending::TimedOut << QByteArray()
-        << SIGKILL;
-    QTest::addRow("only the given environment")
-        << QStringList{u"/usr/bin/env"_s} << QByteArray() << 64 << 30000 << Ending::Finished
-        << QByteArray("PATH=/usr/bin:/bin\n") << 0;
-    QTest::addRow("no descriptor beyond the standard three")
-        << shell(u"for fd in 0 1 2 %1; do [ -e /proc/$$/fd/$fd ] && printf \"$fd \"; done; true"_s.arg(leaky))
-        << QByteArray() << 64 << 30000 << Ending::Finished << QByteArray("0 1 2 ") << 0;
-}
-
-void tst_ChildProcess::exchange() {
-    QFETCH(QStringList, command);
-    QFETCH(QByteArray, input);
-    QFETCH(int, limit);
-    QFETCH(int, deadlineMs);
-    QFETCH(Ending, ending);
-    QFETCH(QByteArray, output);
-    QFETCH(int, killedBy);
-
-    QString error;
-    const std::unique_ptr<ChildProcess> child =
-        ChildProcess::start({command.takeFirst(), command, path}, &error);
-    QVERIFY2(child, qPrintable(error));
-    if (deadlineMs < 0)
-        QTRY_VERIFY_WITH_TIMEOUT(!child->running(), 30000);
-
-    const ChildProcess::Exchange result =
-        child->exchange(input, limit, ChildProcess::Clock::now() + std::chrono::milliseconds(deadlineMs));
-    QCOMPARE(result.ending, ending);
-    if (ending == Ending::Overflowed) {
-        // Reading stops within one read of passing the limit.
-        QVERIFY2(result.output.size() > limit && result.output.size() <= limit + 8192,
-                 qPrintable(QString::number(result.output.size())));
-    } else {
-        QCOMPARE(result.output, output);
+        QVERIFY(leaky > STDERR_FILENO);
+        const QByteArray large = QByteArray("0123456789abcdef").repeated(65536);
+        QTest::addRow("answer written just before the deadline is kept")
+            << shell(u"printf answer"_s) << QByteArray() << 64 << -1000 << Ending::Finished
+            << QByteArray("answer") << 0;
+        QTest::addRow("input and output at once, each past a full pipe")
+            << QStringList{u"/bin/cat"_s} << large << 2 * int(large.size()) << 30000 << Ending::Finished
+            << large << 0;
+        QTest::addRow("a flood is killed as it passes the limit")
+            << QStringList{u"/bin/cat"_s, u"/dev/zero"_s} << QByteArray() << 4096 << 30000
+            << Ending::Overflowed << QByteArray() << SIGKILL;
+        QTest::addRow("still running at the deadline is killed")
+            << shell(u"exec sleep 60"_s) << QByteArray() << 64 << 300 << Ending::TimedOut << QByteArray()
+            << SIGKILL;
+        QTest::addRow("only the given environment")
+            << QStringList{u"/usr/bin/env"_s} << QByteArray() << 64 << 30000 << Ending::Finished
+            << QByteArray("PATH=/usr/bin:/bin\n") << 0;
+        QTest::addRow("no descriptor beyond the standard three")
+            << shell(u"for fd in 0 1 2 %1; do [ -e /proc/$$/fd/$fd ] && printf \"$fd \"; done; true"_s.arg(
+                   leaky))
+            << QByteArray() << 64 << 30000 << Ending::Finished << QByteArray("0 1 2 ") << 0;
     }
 
-    const int status = child->wait();
-    if (killedBy == 0)
-        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    else if (killedBy > 0)
-        QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == killedBy);
-}
+    void exchange() {
+        QFETCH(QStringList, command);
+        QFETCH(QByteArray, input);
+        QFETCH(int, limit);
+        QFETCH(int, deadlineMs);
+        QFETCH(Ending, ending);
+        QFETCH(QByteArray, output);
+        QFETCH(int, killedBy);
 
-void tst_ChildProcess::terminateEscalatesToKillWithoutBlocking() {
-    QTemporaryDir dir;
-    // Notes SIGTERM and carries on, so only SIGKILL can end it.
-    QStringList command =
-        shell(u"trap 'touch %1/term' TERM; touch %1/ready; while :; do sleep 0.05; done"_s.arg(dir.path()));
-    std::unique_ptr<ChildProcess> child = ChildProcess::start({command.takeFirst(), command, path});
-    QVERIFY(child);
-    const pid_t pid = child->pid();
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath(u"ready"_s)), 30000);
+        QString error;
+        const std::unique_ptr<ChildProcess> child =
+            ChildProcess::start({command.takeFirst(), command, path}, &error);
+        QVERIFY2(child, qPrintable(error));
+        if (deadlineMs < 0)
+            QTRY_VERIFY_WITH_TIMEOUT(!child->running(), 30000);
 
-    ChildProcess::terminate(std::move(child), std::chrono::milliseconds(2000));
-    // Back before the grace is over, with the child still there: nothing waited for it.
-    QCOMPARE(kill(pid, 0), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(kill(pid, 0) != 0, 30000);
-    // SIGTERM came first, and the child outlived it.
-    QVERIFY(QFile::exists(dir.filePath(u"term"_s)));
-}
+        const ChildProcess::Exchange result =
+            child->exchange(input, limit, ChildProcess::Clock::now() + std::chrono::milliseconds(deadlineMs));
+        QCOMPARE(result.ending, ending);
+        if (ending == Ending::Overflowed) {
+            // Reading stops within one read of passing the limit.
+            QVERIFY2(result.output.size() > limit && result.output.size() <= limit + 8192,
+                     qPrintable(QString::number(result.output.size())));
+        } else {
+            QCOMPARE(result.output, output);
+        }
+
+        const int status = child->wait();
+        if (killedBy == 0)
+            QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        else if (killedBy > 0)
+            QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == killedBy);
+    }
+
+    void terminateEscalatesToKillWithoutBlocking() {
+        QTemporaryDir dir;
+        // Notes SIGTERM and carries on, so only SIGKILL can end it.
+        QStringList command = shell(
+            u"trap 'touch %1/term' TERM; touch %1/ready; while :; do sleep 0.05; done"_s.arg(dir.path()));
+        std::unique_ptr<ChildProcess> child = ChildProcess::start({command.takeFirst(), command, path});
+        QVERIFY(child);
+        const pid_t pid = child->pid();
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath(u"ready"_s)), 30000);
+
+        ChildProcess::terminate(std::move(child), std::chrono::milliseconds(2000));
+        // Back before the grace is over, with the child still there: nothing waited for it.
+        QCOMPARE(kill(pid, 0), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(kill(pid, 0) != 0, 30000);
+        // SIGTERM came first, and the child outlived it.
+        QVERIFY(QFile::exists(dir.filePath(u"term"_s)));
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ChildProcess)
 #include "tst_ChildProcess.moc"
