@@ -86,9 +86,6 @@ int main(int, char** argv) {
         hang();
     } else if (mode == "silent") {
         return 0;
-    } else if (mode == "flood") {
-        for (;;)
-            writeAll(STDOUT_FILENO, std::string(65536, 'x'));
     } else if (mode == "noise-on-error-output") {
         writeAll(STDERR_FILENO, std::string(1 << 20, 'e'));
         writeAll(STDOUT_FILENO, valid);

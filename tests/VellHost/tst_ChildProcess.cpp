@@ -31,7 +31,6 @@ class tst_ChildProcess final : public QObject {
     Q_OBJECT
 
 private slots:
-    // Every child gets PATH alone.
     void exchange_data() {
         QTest::addColumn<QStringList>("command");
         QTest::addColumn<QByteArray>("input");
@@ -56,9 +55,6 @@ private slots:
         QTest::addRow("still running at the deadline is killed")
             << shell(u"exec sleep 60"_s) << QByteArray() << 64 << 300 << Ending::TimedOut << QByteArray()
             << SIGKILL;
-        QTest::addRow("only the given environment")
-            << QStringList{u"/usr/bin/env"_s} << QByteArray() << 64 << 30000 << Ending::Finished
-            << QByteArray("PATH=/usr/bin:/bin\n") << 0;
         QTest::addRow("no descriptor beyond the standard three")
             << shell(u"for fd in 0 1 2 %1; do [ -e /proc/$$/fd/$fd ] && printf \"$fd \"; done; true"_s.arg(
                    leaky))

@@ -98,7 +98,6 @@ private slots:
         QTest::addRow("exit 1 after a valid answer") << "exit-1-after-answer" << stopped;
         QTest::addRow("killed by a signal after a valid answer") << "killed-after-answer" << stopped;
         QTest::addRow("exit 0 with no output") << "silent" << unreadable;
-        QTest::addRow("floods its output") << "flood" << overLimit;
         QTest::addRow("output of exactly 65536 bytes") << "exactly-limit" << valid;
         QTest::addRow("output of 65537 bytes") << "one-over-limit" << overLimit;
         QTest::addRow("state and error: the error wins")

@@ -22,14 +22,6 @@ const QString fakeRunner = qEnvironmentVariable("VELL_BUILD_DIR") + u"/tests/Fak
 const QString alreadyInstalled = u"This module is already installed. Remove it before installing a different "
                                  u"version; updates arrive in the creator beta."_s;
 
-// Holds the runner for about the given time without any host facility: the script has
-// nothing to wait on but the clock.
-QString slowly(int milliseconds, const QString& body) {
-    return u"function run(r) { var until = Date.now() + %1; while (Date.now() < until) {} %2 }"_s
-        .arg(milliseconds)
-        .arg(body);
-}
-
 // Each character an "e" with five combining marks: 200 of them are within the character
 // limit of a setting, and over the bytes a stored value may hold.
 QString heavy(int characters) {
@@ -54,15 +46,6 @@ ModulePackage feedPackage(const QString& id, const QString& script = u"function 
     feed.permissions = {u"local.mqtt.read"_s};
     feed.feeds = QList<ModuleFeed>{{u"sensor"_s, u"Sensor"_s}};
     return feed;
-}
-
-bool waitIdle(ModuleStore& store) {
-    QSignalSpy changes(&store, &ModuleStore::runningChanged);
-    while (!store.running().isEmpty()) {
-        if (!changes.wait(30000))
-            return false;
-    }
-    return true;
 }
 
 QByteArray contents(const QString& path) {
@@ -112,6 +95,20 @@ private slots:
         }
         {
             ModuleStore store(filePath(), realRunner);
+            QSignalSpy reviewedChanges(&store, &ModuleStore::reviewedChanged);
+            const QString feedFile = m_dir->filePath(u"feed.ostavellmodule"_s);
+            write(feedFile, feedPackage(u"cafe.osta.feed"_s).encoded());
+            QCOMPARE(store.review(QUrl::fromLocalFile(feedFile)), QString());
+            QCOMPARE(reviewedChanges.count(), 1);
+            QCOMPARE(store.reviewed().value(u"publisher"_s).toString(),
+                     u"Publisher identity is not verified in this preview."_s);
+            QCOMPARE(store.reviewed().value(u"access"_s).toString(),
+                     u"Access: local state and an optional read-only device feed. You choose and connect the "
+                     u"device separately. No printer commands, files, or accounts."_s);
+            QVERIFY(store.reviewed().value(u"legacy"_s).toBool());
+            store.cancelReview();
+            QVERIFY(store.reviewed().isEmpty());
+
             QVERIFY(store.reviewExample(exampleName).isEmpty());
             QCOMPARE(
                 store.reviewed().value(u"access"_s).toString(),
@@ -119,18 +116,22 @@ private slots:
                 u"system commands."_s);
             QCOMPARE(store.installReviewed(), QString());
             QVERIFY(store.reviewed().isEmpty());
-            QVERIFY(waitIdle(store));
+            QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
+            // A failed install leaves the package on the review screen with the reason.
+            QVERIFY(store.reviewExample(exampleName).isEmpty());
+            QCOMPARE(store.installReviewed(), alreadyInstalled);
+            QVERIFY(!store.reviewed().isEmpty());
 
             // Same records, different bytes: any save would replace them with the compact form.
             const QByteArray marked = contents(filePath()) + "\n";
             write(filePath(), marked);
             store.retry(id);
-            QVERIFY(waitIdle(store));
+            QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
             QCOMPARE(contents(filePath()), marked);
 
             store.press(id, u"greet"_s);
             QVERIFY(store.running().contains(id));
-            QVERIFY(waitIdle(store));
+            QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
             QCOMPARE(store.errors(), (QMap<QString, QString>()));
             QCOMPARE(store.text(id, u"{message}"_s), u"Hello, friend!"_s);
             QCOMPARE(store.activityText(id), u"Hello, friend: 1"_s);
@@ -175,9 +176,12 @@ private slots:
         QFETCH(int, installedBefore);
         QFETCH(ModulePackage, candidate);
         QFETCH(QString, expected);
-        ModuleStore store(filePath(), QString());
+        ModuleStore store(filePath(), m_dir->filePath(u"no-such-runner"_s));
         for (int i = 0; i < installedBefore; ++i)
             store.install(package(u"cafe.osta.m%1"_s.arg(i)));
+        if (installedBefore > 0)
+            QCOMPARE(store.errors().value(u"cafe.osta.m0"_s),
+                     u"Install the packaged OstaVell app to run modules."_s);
         const QByteArray before = contents(filePath());
         QCOMPARE(refusal(store, candidate), expected);
         QCOMPARE(store.modules().size(), installedBefore);
@@ -241,10 +245,12 @@ private slots:
     // a run is under way wait, and only the newest of them is delivered.
     void settingsAndEventsDuringARun() {
         ModuleStore store(filePath(), realRunner);
+        // Each run holds the runner for half a second with nothing to wait on but the clock.
         const ModulePackage feed =
             feedPackage(u"cafe.osta.feed"_s,
-                        slowly(500, u"if (r.action) throw new Error('x'.repeat(60000)); return { unit: "
-                                    u"r.configuration.unit, last: r.event ? r.event.json : 'none' };"_s));
+                        u"function run(r) { var until = Date.now() + 500; while (Date.now() < until) {}\n"
+                        u"if (r.action) throw new Error('x'.repeat(60000));\n"
+                        u"return { unit: r.configuration.unit, last: r.event ? r.event.json : 'none' }; }"_s);
         QStringList seen;
         connect(&store, &ModuleStore::modulesChanged, &store, [&] {
             const auto module = store.module(feed.id);
@@ -259,7 +265,7 @@ private slots:
         // Events of an undeclared feed or over the body limit are ignored outright.
         store.receive(feed.id, {u"other"_s, u"wrong feed"_s});
         store.receive(feed.id, {u"sensor"_s, QString(ModuleStore::maximumEventBytes + 1, u'x')});
-        QVERIFY(waitIdle(store));
+        QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
         QCOMPARE(seen, (QStringList{u"F none"_s, u"F second"_s}));
         QCOMPARE(store.module(feed.id)->configuration.value(u"unit"_s), u"F"_s);
         QCOMPARE(store.errors(), (QMap<QString, QString>()));
@@ -268,14 +274,14 @@ private slots:
         // A failed run keeps the state; the card shows its message within the usual text limit, and
         // "Try again" clears it as the run starts.
         store.press(feed.id, u"add"_s);
-        QVERIFY(waitIdle(store));
+        QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
         QCOMPARE(store.errors().value(feed.id), QString(60000, u'x'));
         QCOMPARE(store.property("errors").toMap().value(feed.id).toString(),
                  QString(ModulePackage::maximumTextCharacters, u'x'));
         QCOMPARE(store.module(feed.id)->state.value(u"last"_s), u"second"_s);
         store.retry(feed.id);
         QVERIFY(!store.errors().contains(feed.id));
-        QVERIFY(waitIdle(store));
+        QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
         QVERIFY(!store.errors().contains(feed.id));
 
         // Undeclared keys change nothing; a long value is kept to its first 200 characters.
@@ -284,7 +290,7 @@ private slots:
         QVERIFY(store.running().isEmpty());
         store.configure(feed.id, u"unit"_s, QString(300, u'k'));
         QCOMPARE(store.module(feed.id)->configuration.value(u"unit"_s), QString(200, u'k'));
-        QVERIFY(waitIdle(store));
+        QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
 
         // A value the next start could not read back is refused before anything changes.
         const QByteArray saved = contents(filePath());
@@ -298,7 +304,7 @@ private slots:
         const QString atLimit = heavy(186) + QChar(0x00e9);
         QCOMPARE(atLimit.toUtf8().size(), ModulePackage::maximumValueBytes);
         store.configure(feed.id, u"unit"_s, atLimit);
-        QVERIFY(waitIdle(store));
+        QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
         ModuleStore reopened(filePath(), QString());
         QCOMPARE(reopened.module(feed.id)->configuration.value(u"unit"_s), atLimit);
         QCOMPARE(reopened.module(feed.id)->state.value(u"unit"_s), atLimit);
@@ -347,7 +353,7 @@ private slots:
         QVERIFY(store.running().isEmpty());
         const ModulePackage after = package(u"cafe.osta.after"_s, u"fake:valid"_s);
         store.install(after);
-        QVERIFY(waitIdle(store));
+        QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
         QCOMPARE(store.module(after.id)->state.value(u"count"_s), u"1"_s);
         // Without the permission and feed, an event never reaches the script.
         store.receive(after.id, {u"sensor"_s, u"ignored"_s});
@@ -366,13 +372,13 @@ private slots:
         {
             ModuleStore store(filePath(), fakeRunner);
             store.install(module);
-            QVERIFY(waitIdle(store));
+            QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
             pid_t spare = 0;
             QTRY_VERIFY_WITH_TIMEOUT((spare = ModuleRunnerSpares::waitingPid(fakeRunner)) != 0, 30000);
             QVERIFY(spare != ranIn(store));
 
             store.press(module.id, u"add"_s);
-            QVERIFY(waitIdle(store));
+            QTRY_VERIFY_WITH_TIMEOUT(store.running().isEmpty(), 30000);
             QCOMPARE(store.errors(), (QMap<QString, QString>()));
             QCOMPARE(ranIn(store), spare);
             QTRY_VERIFY_WITH_TIMEOUT((next = ModuleRunnerSpares::waitingPid(fakeRunner)) != 0, 30000);
@@ -392,34 +398,6 @@ private slots:
         }
         QCOMPARE(ModuleRunnerSpares::waitingPid(fakeRunner), 0);
         QTRY_VERIFY_WITH_TIMEOUT(kill(next, 0) != 0, 30000);
-    }
-
-    void reviewScreen() {
-        ModuleStore store(filePath(), m_dir->filePath(u"no-such-runner"_s));
-        QSignalSpy reviewedChanges(&store, &ModuleStore::reviewedChanged);
-        const QString feedFile = m_dir->filePath(u"feed.ostavellmodule"_s);
-        write(feedFile, feedPackage(u"cafe.osta.feed"_s).encoded());
-        QCOMPARE(store.review(QUrl::fromLocalFile(feedFile)), QString());
-        QCOMPARE(reviewedChanges.count(), 1);
-        QCOMPARE(store.reviewed().value(u"publisher"_s).toString(),
-                 u"Publisher identity is not verified in this preview."_s);
-        QCOMPARE(
-            store.reviewed().value(u"access"_s).toString(),
-            u"Access: local state and an optional read-only device feed. You choose and connect the device "
-            u"separately. No printer commands, files, or accounts."_s);
-        QVERIFY(store.reviewed().value(u"legacy"_s).toBool());
-        QCOMPARE(store.installReviewed(), QString());
-        QCOMPARE(store.modules().size(), 1);
-        QCOMPARE(store.errors().value(u"cafe.osta.feed"_s),
-                 u"Install the packaged OstaVell app to run modules."_s);
-        QVERIFY(store.running().isEmpty());
-
-        // A failed install leaves the package on the review screen with the reason.
-        QCOMPARE(store.review(QUrl::fromLocalFile(feedFile)), QString());
-        QCOMPARE(store.installReviewed(), alreadyInstalled);
-        QVERIFY(!store.reviewed().isEmpty());
-        store.cancelReview();
-        QVERIFY(store.reviewed().isEmpty());
     }
 
     void onlyRegularFilesWithinTheLimitAreReviewed_data() {
