@@ -35,8 +35,12 @@ void reportOpened(const char* phase, const char* name, int fd) {
         close(fd);
 }
 
-void* mapExecutable() {
-    return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+// Reports whether a mapping came back, and unmaps it.
+void reportMapped(const char* phase, const char* name, size_t size, int protection) {
+    void* mapped = mmap(nullptr, size, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    report(phase, name, mapped != MAP_FAILED, errno);
+    if (mapped != MAP_FAILED)
+        munmap(mapped, size);
 }
 
 void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
@@ -58,16 +62,9 @@ void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
 
     report(phase, "signal-parent", kill(getppid(), 0) == 0, errno);
 
-    void* code = mapExecutable();
-    report(phase, "mmap-exec", code != MAP_FAILED, errno);
-    if (code != MAP_FAILED)
-        munmap(code, 4096);
-
+    reportMapped(phase, "mmap-exec", 4096, PROT_READ | PROT_WRITE | PROT_EXEC);
     // 600 MiB is beyond the address-space limit, not beyond the machine.
-    void* large = mmap(nullptr, 600ul << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    report(phase, "reserve-600MiB", large != MAP_FAILED, errno);
-    if (large != MAP_FAILED)
-        munmap(large, 600ul << 20);
+    reportMapped(phase, "reserve-600MiB", 600ul << 20, PROT_READ | PROT_WRITE);
 }
 
 // A thread that exists before the early filter goes up must be bound by it as well, and the
@@ -77,8 +74,7 @@ int raiseBesideASecondThread() {
     std::promise<void> done;
     std::thread other([&filtered, &done] {
         filtered.get_future().wait();
-        void* code = mapExecutable();
-        report("threaded", "mmap-exec-other-thread", code != MAP_FAILED, errno);
+        reportMapped("threaded", "mmap-exec-other-thread", 4096, PROT_READ | PROT_WRITE | PROT_EXEC);
         done.get_future().wait();
     });
     const QString early = vell::ModuleConfinement::forbidExecutableMemory();
