@@ -358,6 +358,7 @@ private slots:
         QVERIFY(store.running().isEmpty());
         QCOMPARE(store.errors(), (QMap<QString, QString>()));
         QCOMPARE(store.module(u"cafe.osta.m1"_s)->state.value(u"count"_s), u"0"_s);
+        QVERIFY(!store.module(u"cafe.osta.m0"_s));
         QVERIFY(!contents(filePath()).contains("cafe.osta.m0"));
     }
 
