@@ -399,7 +399,7 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(kill(next, 0) != 0, 30000);
     }
 
-    void onlyRegularFilesWithinTheLimitAreReviewed_data() {
+    void onlyRegularFilesAreRead_data() {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("expected");
         QTest::addRow("named pipe with no writer") << u"fifo"_s << u"Not a regular file."_s;
@@ -408,8 +408,9 @@ private slots:
         QTest::addRow("absent") << u"absent"_s << u"No such file or directory"_s;
     }
 
-    // A refused file also takes the last reviewed package off the screen.
-    void onlyRegularFilesWithinTheLimitAreReviewed() {
+    // A file over the package limit is refused as well, and any refused file takes the last
+    // reviewed package off the screen.
+    void onlyRegularFilesAreRead() {
         QFETCH(QString, kind);
         QFETCH(QString, expected);
         const QString path = kind == u"device" ? u"/dev/null"_s : m_dir->filePath(kind);
