@@ -1,47 +1,28 @@
 #include "VellHost/ChildProcess.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using namespace vell;
+using namespace Qt::StringLiterals;
 using Ending = ChildProcess::Exchange::Ending;
 
 Q_DECLARE_METATYPE(Ending)
 
 namespace {
 
-const QStringList path{QStringLiteral("PATH=/usr/bin:/bin")};
+const QStringList path{u"PATH=/usr/bin:/bin"_s};
+// Open in the test without close-on-exec: the helper must keep it from every child.
+const int leaky = open("/dev/null", O_RDONLY);
 
 QStringList shell(const QString& script) {
-    return {QStringLiteral("/bin/sh"), QStringLiteral("-c"), script};
-}
-
-bool exited(int processFd) {
-    pollfd watched{processFd, POLLIN, 0};
-    return poll(&watched, 1, 0) == 1;
-}
-
-// What the descriptor delivers up to count bytes or its end, within a generous deadline.
-QByteArray readUpTo(int fd, qsizetype count) {
-    QByteArray data;
-    const auto deadline = ChildProcess::Clock::now() + std::chrono::seconds(30);
-    while (data.size() < count && ChildProcess::Clock::now() < deadline) {
-        pollfd watched{fd, POLLIN, 0};
-        if (poll(&watched, 1, 100) <= 0)
-            continue;
-        char chunk[4096];
-        const ssize_t received = read(fd, chunk, std::min<qsizetype>(sizeof chunk, count - data.size()));
-        if (received <= 0)
-            break;
-        data.append(chunk, received);
-    }
-    return data;
+    return {u"/bin/sh"_s, u"-c"_s, script};
 }
 
 } // namespace
@@ -50,125 +31,88 @@ class tst_ChildProcess final : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
-    void exchange_data();
-    void exchange();
-    void terminateEscalatesToKillWithoutBlocking();
+    void exchange_data() {
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<int>("limit");
+        // From the exchange's start. Negative: the child has exited and the deadline is past.
+        QTest::addColumn<int>("deadlineMs");
+        QTest::addColumn<Ending>("ending");
+        QTest::addColumn<QByteArray>("output"); // for Overflowed, only its size is looked at
+        QTest::addColumn<int>("killedBy");      // 0: exited with status 0; -1: either way
 
-private:
-    // Open in the test without close-on-exec: the helper must keep it from every child.
-    int m_leaky = -1;
-};
-
-void tst_ChildProcess::initTestCase() {
-    m_leaky = open("/dev/null", O_RDONLY);
-    QVERIFY(m_leaky > STDERR_FILENO);
-}
-
-void tst_ChildProcess::cleanupTestCase() {
-    close(m_leaky);
-}
-
-void tst_ChildProcess::exchange_data() {
-    QTest::addColumn<QStringList>("command");
-    QTest::addColumn<QStringList>("environment");
-    QTest::addColumn<QByteArray>("input");
-    QTest::addColumn<int>("limit");
-    QTest::addColumn<bool>("exitFirst"); // wait until the child has exited before exchanging
-    QTest::addColumn<int>("deadlineMs"); // from the exchange's start; negative: already past
-    QTest::addColumn<Ending>("ending");
-    QTest::addColumn<QByteArray>("output"); // for Overflowed, only its size is looked at
-    QTest::addColumn<int>("killedBy");      // 0: exited with status 0; -1: either way
-
-    const QByteArray large = QByteArray("0123456789abcdef").repeated(65536);
-
-    QTest::addRow("answer written just before the deadline is kept")
-        << shell(QStringLiteral("printf answer")) << path << QByteArray() << 64 << true << -1000
-        << Ending::Finished << QByteArray("answer") << 0;
-    QTest::addRow("input and output at once, each past a full pipe")
-        << QStringList{QStringLiteral("/bin/cat")} << path << large << 2 * int(large.size()) << false << 30000
-        << Ending::Finished << large << 0;
-    QTest::addRow("output exactly at its limit")
-        << QStringList{QStringLiteral("/usr/bin/head"), QStringLiteral("-c4096"), QStringLiteral("/dev/zero")}
-        << path << QByteArray() << 4096 << false << 30000 << Ending::Finished << QByteArray(4096, '\0') << 0;
-    QTest::addRow("output one byte over its limit")
-        << QStringList{QStringLiteral("/usr/bin/head"), QStringLiteral("-c4097"), QStringLiteral("/dev/zero")}
-        << path << QByteArray() << 4096 << false << 30000 << Ending::Overflowed << QByteArray() << -1;
-    QTest::addRow("a flood is killed as it passes the limit")
-        << QStringList{QStringLiteral("/bin/cat"), QStringLiteral("/dev/zero")} << path << QByteArray()
-        << 4096 << false << 30000 << Ending::Overflowed << QByteArray() << SIGKILL;
-    QTest::addRow("still running at the deadline is killed")
-        << shell(QStringLiteral("exec sleep 60")) << path << QByteArray() << 64 << false << 300
-        << Ending::TimedOut << QByteArray() << SIGKILL;
-    QTest::addRow("only the given environment")
-        << QStringList{QStringLiteral("/usr/bin/env")} << QStringList{QStringLiteral("ONLY=this")}
-        << QByteArray() << 64 << false << 30000 << Ending::Finished << QByteArray("ONLY=this\n") << 0;
-    QTest::addRow("no descriptor beyond the standard three")
-        << shell(
-               QStringLiteral("for fd in 0 1 2 %1; do [ -e /proc/$$/fd/$fd ] && printf \"$fd \"; done; true")
-                   .arg(m_leaky))
-        << path << QByteArray() << 64 << false << 30000 << Ending::Finished << QByteArray("0 1 2 ") << 0;
-}
-
-void tst_ChildProcess::exchange() {
-    QFETCH(QStringList, command);
-    QFETCH(QStringList, environment);
-    QFETCH(QByteArray, input);
-    QFETCH(int, limit);
-    QFETCH(bool, exitFirst);
-    QFETCH(int, deadlineMs);
-    QFETCH(Ending, ending);
-    QFETCH(QByteArray, output);
-    QFETCH(int, killedBy);
-
-    QString error;
-    const std::unique_ptr<ChildProcess> child =
-        ChildProcess::start({command.takeFirst(), command, environment}, &error);
-    QVERIFY2(child, qPrintable(error));
-    if (exitFirst)
-        QTRY_VERIFY_WITH_TIMEOUT(!child->running(), 30000);
-
-    const ChildProcess::Exchange result =
-        child->exchange(input, limit, ChildProcess::Clock::now() + std::chrono::milliseconds(deadlineMs));
-    QCOMPARE(result.ending, ending);
-    if (ending == Ending::Overflowed) {
-        // Reading stops within one read of passing the limit.
-        QVERIFY2(result.output.size() > limit && result.output.size() <= limit + 8192,
-                 qPrintable(QString::number(result.output.size())));
-    } else {
-        QCOMPARE(result.output, output);
+        QVERIFY(leaky > STDERR_FILENO);
+        const QByteArray large = QByteArray("0123456789abcdef").repeated(65536);
+        QTest::addRow("answer written just before the deadline is kept")
+            << shell(u"printf answer"_s) << QByteArray() << 64 << -1000 << Ending::Finished
+            << QByteArray("answer") << 0;
+        QTest::addRow("input and output at once, each past a full pipe")
+            << QStringList{u"/bin/cat"_s} << large << 2 * int(large.size()) << 30000 << Ending::Finished
+            << large << 0;
+        QTest::addRow("a flood is killed as it passes the limit")
+            << QStringList{u"/bin/cat"_s, u"/dev/zero"_s} << QByteArray() << 4096 << 30000
+            << Ending::Overflowed << QByteArray() << SIGKILL;
+        QTest::addRow("still running at the deadline is killed")
+            << shell(u"exec sleep 60"_s) << QByteArray() << 64 << 300 << Ending::TimedOut << QByteArray()
+            << SIGKILL;
+        QTest::addRow("no descriptor beyond the standard three")
+            << shell(u"for fd in 0 1 2 %1; do [ -e /proc/$$/fd/$fd ] && printf \"$fd \"; done; true"_s.arg(
+                   leaky))
+            << QByteArray() << 64 << 30000 << Ending::Finished << QByteArray("0 1 2 ") << 0;
     }
 
-    const int status = child->wait();
-    if (killedBy == 0)
-        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    else if (killedBy > 0)
-        QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == killedBy);
-}
+    void exchange() {
+        QFETCH(QStringList, command);
+        QFETCH(QByteArray, input);
+        QFETCH(int, limit);
+        QFETCH(int, deadlineMs);
+        QFETCH(Ending, ending);
+        QFETCH(QByteArray, output);
+        QFETCH(int, killedBy);
 
-void tst_ChildProcess::terminateEscalatesToKillWithoutBlocking() {
-    // Notes SIGTERM and carries on, so only SIGKILL can end it.
-    std::unique_ptr<ChildProcess> child = ChildProcess::start(
-        {QStringLiteral("/bin/sh"),
-         {QStringLiteral("-c"),
-          QStringLiteral("trap 'printf term' TERM; printf ready; while :; do sleep 0.05; done")},
-         path});
-    QVERIFY(child);
-    const int output = dup(child->outputDescriptor());
-    const int processFd = static_cast<int>(syscall(SYS_pidfd_open, child->pid(), 0));
-    QVERIFY(output >= 0 && processFd >= 0);
-    QCOMPARE(readUpTo(output, 5), QByteArray("ready"));
+        QString error;
+        const std::unique_ptr<ChildProcess> child =
+            ChildProcess::start({command.takeFirst(), command, path}, &error);
+        QVERIFY2(child, qPrintable(error));
+        if (deadlineMs < 0)
+            QTRY_VERIFY_WITH_TIMEOUT(!child->running(), 30000);
 
-    ChildProcess::terminate(std::move(child), std::chrono::milliseconds(2000));
-    // Back before the grace is over, with the child still there: nothing waited for it.
-    QVERIFY(!exited(processFd));
-    QTRY_VERIFY_WITH_TIMEOUT(exited(processFd), 30000);
-    // SIGTERM came first, and the child outlived it.
-    QCOMPARE(readUpTo(output, 1024), QByteArray("term"));
-    close(processFd);
-    close(output);
-}
+        const ChildProcess::Exchange result =
+            child->exchange(input, limit, ChildProcess::Clock::now() + std::chrono::milliseconds(deadlineMs));
+        QCOMPARE(result.ending, ending);
+        if (ending == Ending::Overflowed) {
+            // Reading stops within one read of passing the limit.
+            QVERIFY2(result.output.size() > limit && result.output.size() <= limit + 8192,
+                     qPrintable(QString::number(result.output.size())));
+        } else {
+            QCOMPARE(result.output, output);
+        }
+
+        const int status = child->wait();
+        if (killedBy == 0)
+            QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        else if (killedBy > 0)
+            QVERIFY(WIFSIGNALED(status) && WTERMSIG(status) == killedBy);
+    }
+
+    void terminateEscalatesToKillWithoutBlocking() {
+        QTemporaryDir dir;
+        // Notes SIGTERM and carries on, so only SIGKILL can end it.
+        QStringList command = shell(
+            u"trap 'touch %1/term' TERM; touch %1/ready; while :; do sleep 0.05; done"_s.arg(dir.path()));
+        std::unique_ptr<ChildProcess> child = ChildProcess::start({command.takeFirst(), command, path});
+        QVERIFY(child);
+        const pid_t pid = child->pid();
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath(u"ready"_s)), 30000);
+
+        ChildProcess::terminate(std::move(child), std::chrono::milliseconds(2000));
+        // Back before the grace is over, with the child still there: nothing waited for it.
+        QCOMPARE(kill(pid, 0), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(kill(pid, 0) != 0, 30000);
+        // SIGTERM came first, and the child outlived it.
+        QVERIFY(QFile::exists(dir.filePath(u"term"_s)));
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ChildProcess)
 #include "tst_ChildProcess.moc"

@@ -28,34 +28,30 @@ void report(const char* phase, const char* name, bool succeeded, int error) {
     (void)!write(STDOUT_FILENO, line, static_cast<size_t>(length));
 }
 
-void* mapExecutable() {
-    return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+// Reports whether a descriptor came back, and closes it.
+void reportOpened(const char* phase, const char* name, int fd) {
+    report(phase, name, fd >= 0, errno);
+    if (fd >= 0)
+        close(fd);
+}
+
+// Reports whether a mapping came back, and unmaps it.
+void reportMapped(const char* phase, const char* name, size_t size, int protection) {
+    void* mapped = mmap(nullptr, size, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    report(phase, name, mapped != MAP_FAILED, errno);
+    if (mapped != MAP_FAILED)
+        munmap(mapped, size);
 }
 
 void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
-    int fd = open("/etc/passwd", O_RDONLY | O_CLOEXEC);
-    report(phase, "open-read", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
-
+    reportOpened(phase, "open-read", open("/etc/passwd", O_RDONLY | O_CLOEXEC));
     char path[512];
     std::snprintf(path, sizeof path, "%s/%s-created", scratchDir, phase);
-    fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    report(phase, "open-create", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
-
+    reportOpened(phase, "open-create", open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     char byte;
     report(phase, "read-held-file", read(heldFile, &byte, 1) == 1, errno);
-
-    fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    report(phase, "socket-inet", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
-    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    report(phase, "socket-unix", fd >= 0, errno);
-    if (fd >= 0)
-        close(fd);
+    reportOpened(phase, "socket-inet", socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    reportOpened(phase, "socket-unix", socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 
     const pid_t child = fork();
     if (child == 0)
@@ -66,16 +62,9 @@ void attemptAll(const char* phase, int heldFile, const char* scratchDir) {
 
     report(phase, "signal-parent", kill(getppid(), 0) == 0, errno);
 
-    void* code = mapExecutable();
-    report(phase, "mmap-exec", code != MAP_FAILED, errno);
-    if (code != MAP_FAILED)
-        munmap(code, 4096);
-
+    reportMapped(phase, "mmap-exec", 4096, PROT_READ | PROT_WRITE | PROT_EXEC);
     // 600 MiB is beyond the address-space limit, not beyond the machine.
-    void* large = mmap(nullptr, 600ul << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    report(phase, "reserve-600MiB", large != MAP_FAILED, errno);
-    if (large != MAP_FAILED)
-        munmap(large, 600ul << 20);
+    reportMapped(phase, "reserve-600MiB", 600ul << 20, PROT_READ | PROT_WRITE);
 }
 
 // A thread that exists before the early filter goes up must be bound by it as well, and the
@@ -85,8 +74,7 @@ int raiseBesideASecondThread() {
     std::promise<void> done;
     std::thread other([&filtered, &done] {
         filtered.get_future().wait();
-        void* code = mapExecutable();
-        report("threaded", "mmap-exec-other-thread", code != MAP_FAILED, errno);
+        reportMapped("threaded", "mmap-exec-other-thread", 4096, PROT_READ | PROT_WRITE | PROT_EXEC);
         done.get_future().wait();
     });
     const QString early = vell::ModuleConfinement::forbidExecutableMemory();
@@ -112,19 +100,11 @@ int main(int argc, char** argv) {
 
     if (std::strcmp(mode, "threaded") == 0)
         return raiseBesideASecondThread();
-    if (std::strcmp(mode, "spin") == 0) {
-        const vell::ModuleConfinement::Result result = vell::ModuleConfinement::apply();
-        if (!result.ok())
-            return 3;
-        volatile unsigned long turns = 0;
-        for (;;)
-            turns = turns + 1;
-    }
 
     attemptAll("before", heldFile, scratchDir);
+    char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
     const pid_t execChild = fork();
     if (execChild == 0) {
-        char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
         execv("/bin/true", arguments);
         _exit(127);
     }
@@ -142,7 +122,6 @@ int main(int argc, char** argv) {
 
     // Last, since an exec that got through would replace the probe and its report would
     // be missing.
-    char* const arguments[] = {const_cast<char*>("/bin/true"), nullptr};
     execv("/bin/true", arguments);
     report("after", "exec", false, errno);
     return 0;

@@ -1,6 +1,9 @@
-#include <QProcess>
 #include <QDir>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 // Runs the built vellctl as an author would and checks what it prints and how it exits.
 class TestVellctl final : public QObject {
@@ -14,44 +17,61 @@ private slots:
         QTest::addColumn<QString>("errors");
         const QString data = qEnvironmentVariable("VELL_TEST_DATA");
         // A usage error in a group lists that group's commands; without a group, every group's.
-        const QString usage = QStringLiteral(
-            "usage: vellctl module validate FILE\n"
-            "usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
-            "[--event-feed ID --event-json TEXT]\n");
-        const QString everyUsage = usage + QStringLiteral("usage: vellctl router replay SCRIPT [--directory DIR]\n");
+        const QString usage =
+            u"usage: vellctl module validate FILE\n"
+            u"usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
+            u"[--event-feed ID --event-json TEXT]\n"_s;
+        const QString everyUsage = usage + u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s;
         const auto validate = [](const QString& file) {
-            return QStringList{QStringLiteral("module"), QStringLiteral("validate"), file};
+            return QStringList{u"module"_s, u"validate"_s, file};
         };
 
-        QTest::addRow("valid package") << validate(data + QStringLiteral("/valid.ostavellmodule")) << 0
-                                       << QStringLiteral("OK\n") << QString();
         // Every example that ships must stay valid.
-        const QDir examples(qEnvironmentVariable("VELL_SOURCE_DIR") + QStringLiteral("/examples/modules"));
-        const QStringList packages = examples.entryList({QStringLiteral("*.ostavellmodule")}, QDir::Files);
+        const QDir examples(qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/modules"_s);
+        const QStringList packages = examples.entryList({u"*.ostavellmodule"_s}, QDir::Files);
         QVERIFY(packages.size() >= 3);
         for (const QString& package : packages)
             QTest::addRow("example %s", qPrintable(package))
-                << validate(examples.filePath(package)) << 0 << QStringLiteral("OK\n") << QString();
-        QTest::addRow("validation failure")
-            << validate(data + QStringLiteral("/undeclared-action.ostavellmodule")) << 1
-            << QStringLiteral("A button refers to an undeclared action.\n") << QString();
+                << validate(examples.filePath(package)) << 0 << u"OK\n"_s << QString();
+        QTest::addRow("validation failure") << validate(data + u"/undeclared-action.ostavellmodule"_s) << 1
+                                            << u"A button refers to an undeclared action.\n"_s << QString();
         QTest::addRow("decoding failure")
-            << validate(data + QStringLiteral("/missing-script.ostavellmodule")) << 1
-            << QStringLiteral("This is not a valid OstaVell module package: \"script\" is missing\n")
-            << QString();
+            << validate(data + u"/missing-script.ostavellmodule"_s) << 1
+            << u"This is not a valid OstaVell module package: \"script\" is missing\n"_s << QString();
         QTest::addRow("unreadable file")
-            << validate(data + QStringLiteral("/absent.ostavellmodule")) << 1 << QString()
-            << QStringLiteral("vellctl: %1/absent.ostavellmodule: No such file or directory\n").arg(data);
+            << validate(data + u"/absent.ostavellmodule"_s) << 1 << QString()
+            << u"vellctl: %1/absent.ostavellmodule: No such file or directory\n"_s.arg(data);
         QTest::addRow("no arguments") << QStringList() << 2 << QString() << everyUsage;
-        QTest::addRow("unknown group")
-            << QStringList{QStringLiteral("frobnicate")} << 2 << QString() << everyUsage;
+        QTest::addRow("unknown group") << QStringList{u"frobnicate"_s} << 2 << QString() << everyUsage;
         QTest::addRow("unknown subcommand")
-            << QStringList{QStringLiteral("module"), QStringLiteral("check")} << 2 << QString() << usage;
+            << QStringList{u"module"_s, u"check"_s} << 2 << QString() << usage;
         QTest::addRow("missing file argument")
-            << QStringList{QStringLiteral("module"), QStringLiteral("validate")} << 2 << QString() << usage;
+            << QStringList{u"module"_s, u"validate"_s} << 2 << QString() << usage;
         QTest::addRow("extra argument")
-            << validate(data + QStringLiteral("/valid.ostavellmodule")) + QStringList{QStringLiteral("x")}
-            << 2 << QString() << usage;
+            << validate(data + u"/valid.ostavellmodule"_s) + QStringList{u"x"_s} << 2 << QString() << usage;
+
+        // `module run` goes through the installed runner, as the app does.
+        const QString hello =
+            qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/modules/hello-vell.ostavellmodule"_s;
+        const QString echo = writeEcho();
+        const auto run = [](const QString& file, const QStringList& options) {
+            return QStringList{u"module"_s, u"run"_s, file} + options;
+        };
+        QTest::addRow("run: initial state and default settings")
+            << run(hello, {u"--action"_s, u"greet"_s}) << 0
+            << uR"({"count":"1","message":"Hello, friend!","progress":"10"})"_s + u'\n' << QString();
+        QTest::addRow("run: given state and configuration")
+            << run(hello, {u"--state"_s, uR"({"count":"4"})"_s, u"--configuration"_s,
+                           uR"({"greeting":"Hi","name":"Ada"})"_s, u"--action"_s, u"greet"_s})
+            << 0 << uR"({"count":"5","message":"Hi, Ada!","progress":"50"})"_s + u'\n' << QString();
+        QTest::addRow("run: event") << run(echo, {u"--event-feed"_s, u"sensor"_s, u"--event-json"_s, u"{}"_s})
+                                    << 0 << uR"({"count":"0","event":"sensor={}"})"_s + u'\n' << QString();
+        QTest::addRow("run: undeclared action") << run(hello, {u"--action"_s, u"launch"_s}) << 1
+                                                << u"This action is not available.\n"_s << QString();
+        QTest::addRow("run: state that is not JSON")
+            << run(hello, {u"--state"_s, u"count=4"_s}) << 1
+            << u"--state needs a JSON object of text values.\n"_s << QString();
+        QTest::addRow("run: script error") << run(echo, {}) << 1 << u"boom\n"_s << QString();
     }
 
     void run() {
@@ -61,13 +81,29 @@ private slots:
         QFETCH(QString, errors);
 
         QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/bin/vellctl"), arguments);
-        QVERIFY(vellctl.waitForFinished());
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s, arguments);
+        QVERIFY(vellctl.waitForFinished(60000));
         QCOMPARE(vellctl.exitStatus(), QProcess::NormalExit);
         QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
         QCOMPARE(QString::fromUtf8(vellctl.readAllStandardError()), errors);
         QCOMPARE(vellctl.exitCode(), exitCode);
     }
+
+private:
+    // A legacy module with a feed: it echoes the event it gets, and fails without one.
+    QString writeEcho() {
+        QFile file(m_dir.filePath(u"echo.ostavellmodule"_s));
+        if (file.open(QIODevice::WriteOnly))
+            file.write(
+                R"({"schemaVersion":1,"hostAPIVersion":1,"id":"cafe.osta.echo","name":"Echo",)"
+                R"("version":"1.0.0","author":"Tests","summary":"","permissions":["local.mqtt.read"],)"
+                R"("feeds":[{"id":"sensor","label":"Sensor"}],"initialState":{"count":"0"},"settings":[],)"
+                R"("actions":[],"card":[],"page":[],"script":"function run(r) { if (!r.event) throw 'boom'; )"
+                R"(return { count: r.state.count, event: r.event.feedID + '=' + r.event.json }; }"})");
+        return file.fileName();
+    }
+
+    QTemporaryDir m_dir;
 };
 
 QTEST_GUILESS_MAIN(TestVellctl)
