@@ -5,6 +5,7 @@
 using namespace vell;
 using namespace vell::test;
 using Operation = PluginBusMessage::Operation;
+using Phase = PluginRunPhase;
 using Effect = PluginRegisteredAction::Effect;
 
 namespace {
@@ -67,7 +68,7 @@ private slots:
     void identitiesAreNeverReused() {
         RouterHarness h(setUp);
         const QUuid id = h.invoke(caller, reader, 0, one);
-        h.update(provider, id, runUpdate(PluginRunPhase::failed, "No."), 1);
+        h.update(provider, id, runUpdate(Phase::failed, "No."), 1);
         h.invoke(caller, reader, 2, one, id);
         // A fresh connection has fresh identities, but the run still stands; a refusal spends nothing.
         h.connect(caller);
@@ -96,7 +97,7 @@ private slots:
         double clock = 0;
         h.onDeliver = [&](const QString& to, const PluginBusMessage& message) {
             if (to == provider && message.operation == Operation::execute)
-                h.update(provider, message.requestID, runUpdate(PluginRunPhase::succeeded), clock);
+                h.update(provider, message.requestID, runUpdate(Phase::succeeded), clock);
         };
         for (int i = 0; i < 4096; ++i, ++clock)
             h.invoke(caller, reader, clock, one);
@@ -117,7 +118,7 @@ private slots:
             if (i % 40 == 0)
                 live.append(id);
             else
-                h.update(provider, id, runUpdate(PluginRunPhase::succeeded), i);
+                h.update(provider, id, runUpdate(Phase::succeeded), i);
         }
         // The 129th run was still live when its invoke trimmed, and ended after.
         const QList<ActionRun>& runs = h.router.runs();
@@ -143,10 +144,9 @@ private slots:
         QCOMPARE(problemOf([&] { h.router.approve(approved, 119); }), "Review expired.");
         QCOMPARE(problemOf([&] { h.router.approve(late, 120); }), "The reviewed request is no longer valid.");
         QCOMPARE(h.run(late)->update,
-                 runUpdate(PluginRunPhase::interrupted, "The reviewed request is no longer valid."));
+                 runUpdate(Phase::interrupted, "The reviewed request is no longer valid."));
         h.router.tick(120);
-        QCOMPARE(h.run(expired)->update,
-                 runUpdate(PluginRunPhase::interrupted, "Review expired without execution."));
+        QCOMPARE(h.run(expired)->update, runUpdate(Phase::interrupted, "Review expired without execution."));
         QCOMPARE(problemOf([&] { h.router.approve(QUuid::createUuid(), 0); }), "Review expired.");
 
         // A changed definition ends the review: what a person would approve is no longer there.
@@ -192,19 +192,19 @@ private slots:
         RouterHarness h(setUp);
         const QUuid id = h.invoke(caller, {provider, name}, 1, name == "read" ? one : PluginValueMap());
         for (double now = 1 + every; now <= until; now += every)
-            h.update(provider, id, runUpdate(PluginRunPhase::running, "tick"), now);
+            h.update(provider, id, runUpdate(Phase::running, "tick"), now);
         if (cancellingAt > 0)
-            h.update(provider, id, runUpdate(PluginRunPhase::cancelling, "Stopping"), cancellingAt);
+            h.update(provider, id, runUpdate(Phase::cancelling, "Stopping"), cancellingAt);
         QCOMPARE(h.run(id)->deadline, deadline);
         h.router.tick(deadline - 0.001);
         QVERIFY(h.run(id)->isLive());
         if (lateReport) {
-            h.update(provider, id, runUpdate(PluginRunPhase::succeeded), deadline);
+            h.update(provider, id, runUpdate(Phase::succeeded), deadline);
             QCOMPARE(h.failures(provider),
                      QStringList("Execution deadline passed; inspect the original action."));
         }
         h.router.tick(deadline);
-        QCOMPARE(h.run(id)->update, runUpdate(PluginRunPhase::interrupted, timedOut));
+        QCOMPARE(h.run(id)->update, runUpdate(Phase::interrupted, timedOut));
         // A provider that is cancelling already hears no more.
         QCOMPARE(h.to(provider, Operation::cancel).size(), cancels);
     }
@@ -213,24 +213,23 @@ private slots:
         RouterHarness h(setUp);
         const QUuid inReview = h.invoke(caller, change, 0);
         const QUuid done = h.invoke(caller, reader, 0, one);
-        h.update(provider, done, runUpdate(PluginRunPhase::succeeded), 1);
+        h.update(provider, done, runUpdate(Phase::succeeded), 1);
         const QUuid id = h.invoke(caller, reader, 0, one);
         h.take();
         // Not a live run of the provider's, or no update at all.
-        h.update(provider, QUuid::createUuid(), runUpdate(PluginRunPhase::running), 1);
-        h.update(caller, id, runUpdate(PluginRunPhase::running), 1);
-        h.update(provider, inReview, runUpdate(PluginRunPhase::running), 1);
-        h.update(provider, done, runUpdate(PluginRunPhase::failed), 1);
+        h.update(provider, QUuid::createUuid(), runUpdate(Phase::running), 1);
+        h.update(caller, id, runUpdate(Phase::running), 1);
+        h.update(provider, inReview, runUpdate(Phase::running), 1);
+        h.update(provider, done, runUpdate(Phase::failed), 1);
         h.router.receive(message(Operation::update, id), provider, 1);
         // Then the record, the transition, the values, each in that order.
         const PluginValueMap result{{"result", PluginValue::string("ok")}};
-        PluginRunUpdate unreadable = runUpdate(PluginRunPhase::waitingReview);
+        PluginRunUpdate unreadable = runUpdate(Phase::waitingReview);
         unreadable.progress = 1.5;
         for (const PluginRunUpdate& update :
-             {unreadable, runUpdate(PluginRunPhase::waitingReview),
-              runUpdate(PluginRunPhase::cancelling, "", result),
-              runUpdate(PluginRunPhase::failed, "", result), runUpdate(PluginRunPhase::running, "", result),
-              runUpdate(PluginRunPhase::succeeded, "", {{"other", PluginValue::string("x")}})})
+             {unreadable, runUpdate(Phase::waitingReview), runUpdate(Phase::cancelling, "", result),
+              runUpdate(Phase::failed, "", result), runUpdate(Phase::running, "", result),
+              runUpdate(Phase::succeeded, "", {{"other", PluginValue::string("x")}})})
             h.update(provider, id, update, 1);
         const QString unknown = "Unknown or completed execution.";
         const QString transition = "Invalid execution transition.";
@@ -239,9 +238,9 @@ private slots:
                  QStringList({unknown, unknown, unknown, unknown, "Invalid execution update.", transition,
                               transition, valuesAtEnd, valuesAtEnd, "Unexpected action arguments."}));
         QCOMPARE(h.failures(caller), QStringList(unknown));
-        QCOMPARE(h.run(id)->update, runUpdate(PluginRunPhase::running));
+        QCOMPARE(h.run(id)->update, runUpdate(Phase::running));
         QCOMPARE(h.run(id)->deadline, 10.0);
-        QCOMPARE(h.run(done)->phase(), PluginRunPhase::succeeded);
+        QCOMPARE(h.run(done)->phase(), Phase::succeeded);
         QVERIFY(h.to(caller, Operation::update).isEmpty());
     }
 
@@ -253,16 +252,16 @@ private slots:
         h.take();
 
         h.router.cancel(inReview, 1);
-        QCOMPARE(h.run(inReview)->update, runUpdate(PluginRunPhase::cancelled, declined));
+        QCOMPARE(h.run(inReview)->update, runUpdate(Phase::cancelled, declined));
         QCOMPARE(problemOf([&] { h.router.cancel(fixed, 1); }), "This action does not support cancellation.");
-        QCOMPARE(h.run(fixed)->update, runUpdate(PluginRunPhase::running));
+        QCOMPARE(h.run(fixed)->update, runUpdate(Phase::running));
 
         PluginBusMessage request = message(Operation::cancel, id);
         h.router.receive(request, provider, 5);
         QCOMPARE(h.failures(provider), QStringList("Execution does not belong to this caller."));
         h.router.receive(request, caller, 5);
         QCOMPARE(h.run(id)->update,
-                 runUpdate(PluginRunPhase::cancelling, "Cancellation requested; awaiting the provider."));
+                 runUpdate(Phase::cancelling, "Cancellation requested; awaiting the provider."));
         QCOMPARE(h.run(id)->deadline, 125.0);
         h.router.receive(request, caller, 6);
         // Only the one handed over and cancellable is called off, and only once.
@@ -270,9 +269,9 @@ private slots:
         QVERIFY(h.failures(caller).isEmpty());
 
         // The provider may report on, but can't talk the cancellation back into running.
-        h.update(provider, id, runUpdate(PluginRunPhase::running, "Still busy"), 7);
-        QCOMPARE(h.run(id)->update, runUpdate(PluginRunPhase::cancelling, "Still busy"));
-        h.update(provider, id, runUpdate(PluginRunPhase::cancelled, "Stopped"), 8);
+        h.update(provider, id, runUpdate(Phase::running, "Still busy"), 7);
+        QCOMPARE(h.run(id)->update, runUpdate(Phase::cancelling, "Still busy"));
+        h.update(provider, id, runUpdate(Phase::cancelled, "Stopped"), 8);
         h.router.receive(request, caller, 9);
         QCOMPARE(h.failures(caller), QStringList("Execution already ended."));
     }
@@ -295,8 +294,8 @@ private slots:
         const QUuid id = h.invoke(caller, inReview ? change : reader, 0, inReview ? PluginValueMap() : one);
         h.take();
         h.router.disconnect(callerLeaves ? caller : provider);
-        const PluginRunUpdate interrupted = runUpdate(
-            PluginRunPhase::interrupted, "Connection ended. Outcome may be unknown; nothing was retried.");
+        const PluginRunUpdate interrupted =
+            runUpdate(Phase::interrupted, "Connection ended. Outcome may be unknown; nothing was retried.");
         QCOMPARE(h.run(id)->update, interrupted);
         QCOMPARE(h.to(provider, Operation::cancel).size(), cancels);
         if (!callerLeaves)
@@ -309,25 +308,25 @@ private slots:
         // inside execute: nothing may be executed after its cancellation.
         h.onDeliver = [&](const QString& to, const PluginBusMessage& message) {
             if (to == caller && message.operation == Operation::update &&
-                message.update->phase == PluginRunPhase::running && message.address == stoppable)
+                message.update->phase == Phase::running && message.address == stoppable)
                 h.router.receive(vell::test::message(Operation::cancel, message.requestID), caller, 1);
             if (to == provider && message.operation == Operation::execute)
-                h.update(provider, message.requestID, runUpdate(PluginRunPhase::succeeded), 1);
+                h.update(provider, message.requestID, runUpdate(Phase::succeeded), 1);
         };
         const QUuid cancelled = h.invoke(caller, stoppable, 1);
         const QUuid answered = h.invoke(caller, reader, 1, one);
         // Cancelled before it was handed over, it ends at once: the provider hears neither
         // execute nor cancel, and no deadline is left to pass with an unknown outcome.
-        QCOMPARE(h.run(cancelled)->update, runUpdate(PluginRunPhase::cancelled, declined));
+        QCOMPARE(h.run(cancelled)->update, runUpdate(Phase::cancelled, declined));
         QCOMPARE(h.to(provider, Operation::execute).size(), 1);
         QCOMPARE(h.to(provider, Operation::execute).first().requestID, answered);
         QVERIFY(h.to(provider, Operation::cancel).isEmpty());
         h.router.tick(500);
-        QCOMPARE(h.run(cancelled)->phase(), PluginRunPhase::cancelled);
-        QCOMPARE(h.run(answered)->phase(), PluginRunPhase::succeeded);
+        QCOMPARE(h.run(cancelled)->phase(), Phase::cancelled);
+        QCOMPARE(h.run(answered)->phase(), Phase::succeeded);
         QCOMPARE(h.router.history().last().id, answered);
-        QCOMPARE(h.router.history().last().phase, PluginRunPhase::succeeded);
-        QCOMPARE(h.router.history().first().phase, PluginRunPhase::cancelled);
+        QCOMPARE(h.router.history().last().phase, Phase::succeeded);
+        QCOMPARE(h.router.history().first().phase, Phase::cancelled);
     }
 };
 
