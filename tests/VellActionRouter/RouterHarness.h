@@ -14,11 +14,8 @@ inline const QString caller = QStringLiteral("cafe.caller");
 inline const QString provider = QStringLiteral("cafe.provider");
 inline const PluginActionAddress reader{provider, QStringLiteral("read")};
 inline const PluginActionAddress change{provider, QStringLiteral("change")};
-
-struct Sent {
-    QString to;
-    PluginBusMessage message;
-};
+inline const PluginActionAddress level{provider, QStringLiteral("level")};
+inline const QString unavailable = QStringLiteral("Action unavailable or access not granted.");
 
 inline PluginRegisteredAction
 action(const QString& id, PluginRegisteredAction::Effect effect = PluginRegisteredAction::Effect::readOnly,
@@ -68,6 +65,10 @@ template <typename F> QString problemOf(F&& call) {
 class RouterHarness final {
 public:
     using Operation = PluginBusMessage::Operation;
+    struct Sent {
+        QString to;
+        PluginBusMessage message;
+    };
 
     explicit RouterHarness(std::optional<QString> directory = std::nullopt)
         : router(std::move(directory)) {
@@ -79,10 +80,15 @@ public:
         router.setChanged([this] { ++changes; });
     }
 
-    QUuid connect(const QString& peer, const QString& fingerprint = {}) {
-        const QUuid session = QUuid::createUuid();
-        router.connect(peer, fingerprint.isEmpty() ? peer + "-v1" : fingerprint, session);
-        return session;
+    // A router already set up by a test file's own fixture.
+    explicit RouterHarness(const std::function<void(RouterHarness&)>& setUp,
+                           std::optional<QString> directory = std::nullopt)
+        : RouterHarness(std::move(directory)) {
+        setUp(*this);
+    }
+
+    void connect(const QString& peer, const QString& fingerprint = {}) {
+        router.connect(peer, fingerprint.isEmpty() ? peer + "-v1" : fingerprint, QUuid::createUuid());
     }
 
     void registerPeer(const QString& peer, const QList<PluginRegisteredAction>& actions,
@@ -152,11 +158,6 @@ public:
         for (const PluginBusMessage& failure : to(peer, Operation::failure))
             errors.append(failure.error.value_or(QString()));
         return errors;
-    }
-
-    QString lastFailure(const QString& peer) const {
-        const QStringList errors = failures(peer);
-        return errors.isEmpty() ? QString() : errors.last();
     }
 
     const ActionRun* run(const QUuid& id) const {
