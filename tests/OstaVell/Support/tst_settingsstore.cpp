@@ -193,9 +193,7 @@ void tst_SettingsStore::sharedAppearanceIsNormalizedOnReadAndWrite() {
 
 void tst_SettingsStore::wideDisplayAppearanceIsKept() {
     // The geometry fits a wide panel to its screen; the stored width stays for a wider one.
-    VellAppearance wide;
-    wide.width = 3000;
-    wide.height = 900;
+    const VellAppearance wide{.width = 3000, .height = 900};
     m_store->setAppearance(QStringLiteral("display-1"), QStringLiteral("HDMI-1"), wide);
     const VellAppearance stored = m_store->displayAppearances().value(QStringLiteral("display-1")).appearance;
     QCOMPARE(stored.width, 3000.0);
@@ -204,8 +202,7 @@ void tst_SettingsStore::wideDisplayAppearanceIsKept() {
 }
 
 void tst_SettingsStore::unreadableMapReadsEmptyAndIsNotRewrittenUntilTheNextSet() {
-    VellAppearance own;
-    own.accentHex = QStringLiteral("#123456");
+    const VellAppearance own{.accentHex = QStringLiteral("#123456")};
     m_store->setAppearance(QStringLiteral("kept"), QStringLiteral("Kept"), own);
     QString stored = rawValue(QStringLiteral("appearance.displays.v1"));
     stored.replace(QStringLiteral("\"width\":760,"), QString());
