@@ -70,23 +70,14 @@ void tst_SettingsStore::everyPropertyPersistsUnderAKeyOfItsOwn() {
         if (qstrcmp(property.name(), "launchAtLogin") == 0)
             continue;
         const QVariant before = property.read(m_store.get());
-        QVariant other;
-        switch (before.typeId()) {
-        case QMetaType::Bool:
-            other = !before.toBool();
-            break;
-        case QMetaType::Double:
-            other = before.toDouble() + 1.5;
-            break;
-        case QMetaType::QString:
-            other = before.toString() + QStringLiteral(",x");
-            break;
-        case QMetaType::QByteArray:
-            other = QByteArray("{}");
-            break;
-        default:
-            QFAIL(property.name());
-        }
+        const int type = before.typeId();
+        const QVariant other = type == QMetaType::Bool     ? QVariant(!before.toBool())
+                               : type == QMetaType::Double ? QVariant(before.toDouble() + 1.5)
+                               : type == QMetaType::QString
+                                   ? QVariant(before.toString() + QStringLiteral(",x"))
+                               : type == QMetaType::QByteArray ? QVariant(QByteArray("{}"))
+                                                               : QVariant();
+        QVERIFY2(other.isValid(), property.name());
 
         const QStringList keysBefore = QSettings(m_defaults->filePath(), QSettings::IniFormat).allKeys();
         QSignalSpy spy(m_store.get(), &SettingsStore::changed);
