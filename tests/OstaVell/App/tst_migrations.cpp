@@ -27,7 +27,6 @@ class tst_Migrations final : public QObject {
 
 private slots:
     void init();
-    void cleanup();
 
     void visibleTabs_data();
     void visibleTabs();
@@ -55,10 +54,6 @@ void tst_Migrations::init() {
     QVERIFY(m_dir->isValid());
     m_settingsPath = m_dir->filePath(QStringLiteral("OstaVell/OstaVell.conf"));
     m_notesPath = m_dir->filePath(QStringLiteral("data/OstaVell/notes.json"));
-}
-
-void tst_Migrations::cleanup() {
-    m_dir.reset();
 }
 
 void tst_Migrations::writeSettings(const QVariantMap& values) {
@@ -189,9 +184,6 @@ void tst_Migrations::runningTwiceChangesNothing() {
     const QByteArray edited = snapshot();
     migrate();
     QCOMPARE(snapshot(), edited);
-    QCOMPARE(reread(tabsKey).toString(), QStringLiteral("Vell,Tools"));
-    QCOMPARE(reread(defaultTabKey).toString(), QStringLiteral("Automations"));
-    QCOMPARE(NotesStore(m_notesPath).notes().size(), 1);
 }
 
 void tst_Migrations::aSetFlagSkipsItsStep() {

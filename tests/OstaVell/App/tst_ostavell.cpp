@@ -12,41 +12,16 @@
 
 using namespace vell;
 
-class TestOstaVell final : public QObject {
-    Q_OBJECT
+namespace {
 
-private slots:
-    void initTestCase();
-    void cleanupTestCase();
+const QRect wholeScreen(0, 0, 1920, 1080);
+const QString onScreen = QString::fromUtf8("OstaVell — screen");
 
-    void closedPanelStandsAtTheTopCentre();
-    void addingAndRemovingAScreenAddsAndRemovesAPanel();
-    void hoverOpensAndLeavingCloses();
-    void escapeCollapsesAPanelOpenedWithFocus();
-    void hotKeyOpensAndCloses();
-    void secondLaunchForwardsAndQuitEndsTheProcess();
-
-private:
-    static QString run(const QString& program, const QStringList& arguments, int* exitCode = nullptr);
-    // Visible panels by display name ("OstaVell — left") with their geometry.
-    static QMap<QString, QRect> panels();
-    static QString windowId(const QString& name);
-    // The window manager's view of a panel: its window type and state atoms.
-    static QString windowProperties(const QString& name);
-    static bool hasFocus(const QString& name);
-    static QRect closedFrame(const QRect& screen);
-    static QRect openStageFrame(const QRect& screen);
-    static QString app();
-
-    QProcess m_app;
-    QTemporaryDir m_log;
-};
-
-QString TestOstaVell::app() {
+QString app() {
     return qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/bin/ostavell");
 }
 
-QString TestOstaVell::run(const QString& program, const QStringList& arguments, int* exitCode) {
+QString run(const QString& program, const QStringList& arguments, int* exitCode = nullptr) {
     QProcess process;
     process.start(program, arguments);
     process.waitForFinished(30000);
@@ -55,7 +30,8 @@ QString TestOstaVell::run(const QString& program, const QStringList& arguments, 
     return QString::fromUtf8(process.readAllStandardOutput());
 }
 
-QMap<QString, QRect> TestOstaVell::panels() {
+// Visible panels by display name ("OstaVell — left") with their geometry.
+QMap<QString, QRect> panels() {
     // One query of the whole window tree: a search that visits windows one by one fails
     // outright when a panel is destroyed half-way through it.
     static const QRegularExpression line(
@@ -71,36 +47,58 @@ QMap<QString, QRect> TestOstaVell::panels() {
     return result;
 }
 
-QString TestOstaVell::windowId(const QString& name) {
+QString windowId(const QString& name) {
     const QString tree = run(QStringLiteral("xwininfo"), {"-root", "-tree"});
     return QRegularExpression(QStringLiteral("(0x[0-9a-f]+) \"%1\"").arg(QRegularExpression::escape(name)))
         .match(tree)
         .captured(1);
 }
 
-QString TestOstaVell::windowProperties(const QString& name) {
+// The window manager's view of a panel: its window type and state atoms.
+QString windowProperties(const QString& name) {
     const QString id = windowId(name);
     if (id.isEmpty())
         return {};
     return run(QStringLiteral("xprop"), {"-id", id, "_NET_WM_WINDOW_TYPE", "_NET_WM_STATE"});
 }
 
-bool TestOstaVell::hasFocus(const QString& name) {
+bool hasFocus(const QString& name) {
     bool ok = false;
     const qulonglong panel = windowId(name).toULongLong(&ok, 16);
     return ok && run(QStringLiteral("xdotool"), {"getwindowfocus"}).trimmed().toULongLong() == panel;
 }
 
-QRect TestOstaVell::closedFrame(const QRect& screen) {
+QRect closedFrame(const QRect& screen) {
     return ShelfGeometry::layout(QRectF(screen), 0, 196, false, 0, 0, 70).frame.toAlignedRect();
 }
 
-QRect TestOstaVell::openStageFrame(const QRect& screen) {
+QRect openStageFrame(const QRect& screen) {
     const QSizeF stage = ModuleStageGeometry::size(QSizeF(screen.size()), 0, 760);
     return ShelfGeometry::layout(QRectF(screen), 0, 196, true, stage.width(), stage.height(), 70,
                                  QRectF(screen))
         .frame.toAlignedRect();
 }
+
+} // namespace
+
+class TestOstaVell final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void closedPanelStandsAtTheTopCentre();
+    void addingAndRemovingAScreenAddsAndRemovesAPanel();
+    void hoverOpensAndLeavingCloses();
+    void escapeCollapsesAPanelOpenedWithFocus();
+    void hotKeyOpensAndCloses();
+    void secondLaunchForwardsAndQuitEndsTheProcess();
+
+private:
+    QProcess m_app;
+    QTemporaryDir m_log;
+};
 
 void TestOstaVell::initTestCase() {
     QVERIFY(qEnvironmentVariableIsSet("DISPLAY"));
@@ -119,11 +117,10 @@ void TestOstaVell::cleanupTestCase() {
 }
 
 void TestOstaVell::closedPanelStandsAtTheTopCentre() {
-    const QRect screen(0, 0, 1920, 1080);
-    QCOMPARE(panels().value(QStringLiteral("OstaVell — screen")), closedFrame(screen));
-    QCOMPARE(closedFrame(screen), QRect(792, 0, 336, 28));
+    QCOMPARE(panels().value(onScreen), closedFrame(wholeScreen));
+    QCOMPARE(closedFrame(wholeScreen), QRect(792, 0, 336, 28));
     // A dock window that floats above the others while closed.
-    const QString properties = windowProperties(QStringLiteral("OstaVell — screen"));
+    const QString properties = windowProperties(onScreen);
     QVERIFY2(properties.contains(QStringLiteral("_NET_WM_WINDOW_TYPE_DOCK")), qPrintable(properties));
     QVERIFY2(properties.contains(QStringLiteral("_NET_WM_STATE_ABOVE")), qPrintable(properties));
 }
@@ -144,52 +141,45 @@ void TestOstaVell::addingAndRemovingAScreenAddsAndRemovesAPanel() {
     // A panel may take the new screen's name before it has moved there: the test after this
     // one needs it in place, so its frame is waited for too.
     QCOMPARE(QProcess::execute("xrandr", {"--delmonitor", "left"}), 0);
-    const QMap<QString, QRect> whole{
-        {QStringLiteral("OstaVell — screen"), closedFrame(QRect(0, 0, 1920, 1080))}};
+    const QMap<QString, QRect> whole{{onScreen, closedFrame(wholeScreen)}};
     QTRY_COMPARE_WITH_TIMEOUT(panels(), whole, 30000);
 }
 
 void TestOstaVell::hoverOpensAndLeavingCloses() {
-    const QRect screen(0, 0, 1920, 1080);
-    const QString name = QStringLiteral("OstaVell — screen");
     run(QStringLiteral("xdotool"), {"mousemove", "960", "10"});
-    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), openStageFrame(wholeScreen), 10000);
     // Open, it sits at the normal level; only the closed notch floats.
-    QTRY_VERIFY(!windowProperties(name).contains(QStringLiteral("_NET_WM_STATE_ABOVE")));
+    QTRY_VERIFY(!windowProperties(onScreen).contains(QStringLiteral("_NET_WM_STATE_ABOVE")));
     // Moving inside the open panel keeps it open; leaving closes it after the close wait.
     run(QStringLiteral("xdotool"), {"mousemove", "700", "300"});
     // Proves that something does not happen: past the close wait, the panel is still open.
     QTest::qWait(1000);
-    QCOMPARE(panels().value(name), openStageFrame(screen));
+    QCOMPARE(panels().value(onScreen), openStageFrame(wholeScreen));
     run(QStringLiteral("xdotool"), {"mousemove", "960", "1000"});
-    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
-    QTRY_VERIFY(windowProperties(name).contains(QStringLiteral("_NET_WM_STATE_ABOVE")));
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
+    QTRY_VERIFY(windowProperties(onScreen).contains(QStringLiteral("_NET_WM_STATE_ABOVE")));
 }
 
 void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
-    const QRect screen(0, 0, 1920, 1080);
-    const QString name = QStringLiteral("OstaVell — screen");
     int status = -1;
     run(app(), {"--open"}, &status);
     QCOMPARE(status, 0);
-    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), openStageFrame(wholeScreen), 10000);
     // Opened with focus, it stays open although the pointer is away; Escape reaches it only
     // once the window manager has handed it the keyboard.
-    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(name), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(onScreen), 10000);
     // Proves that something does not happen: past the close wait, the panel is still open.
     QTest::qWait(1000);
-    QCOMPARE(panels().value(name), openStageFrame(screen));
+    QCOMPARE(panels().value(onScreen), openStageFrame(wholeScreen));
     run(QStringLiteral("xdotool"), {"key", "Escape"});
-    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
 }
 
 void TestOstaVell::hotKeyOpensAndCloses() {
-    const QRect screen(0, 0, 1920, 1080);
-    const QString name = QStringLiteral("OstaVell — screen");
     run(QStringLiteral("xdotool"), {"key", "super+alt+n"});
-    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), openStageFrame(screen), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), openStageFrame(wholeScreen), 10000);
     run(QStringLiteral("xdotool"), {"key", "super+alt+n"});
-    QTRY_COMPARE_WITH_TIMEOUT(panels().value(name), closedFrame(screen), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
 }
 
 void TestOstaVell::secondLaunchForwardsAndQuitEndsTheProcess() {

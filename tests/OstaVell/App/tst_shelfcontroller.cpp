@@ -31,9 +31,8 @@ private slots:
     void initialTab_data();
     void initialTab();
     void hoverOpensAfterTheWaitAndLeavingCancelsIt();
-    void leavingClosesAfterTheWaitUnlessPinned();
+    void leavingClosesAfterTheWaitUnlessPinnedAndCollapseUnpins();
     void popoversHoldThePanelOpenUntilTheLastCloses();
-    void collapseClearsThePin();
     void scrollOpensAndClosesOnlyInTheTopStrip();
     void tabDecidesTheOpenSizeAndIsSaved();
     void showVellsOffRemovesEveryPanelUntilAnOpen();
@@ -76,20 +75,18 @@ void TestShelfController::initialTab_data() {
     QTest::addColumn<bool>("hasWorkspace");
     QTest::addColumn<QString>("defaultTab");
     QTest::addColumn<QString>("expected");
-    QTest::addRow("nothing saved takes the default") << QString() << false << "Tray"
-                                                     << "Tray";
-    QTest::addRow("nothing saved with a workspace opens on it") << QString() << true << "Tray"
-                                                                << "Vell";
-    QTest::addRow("saved Modules opens on Vell") << "Modules" << false << "Tray"
-                                                 << "Vell";
-    QTest::addRow("saved Google opens on Vell") << "Google" << false << "Tray"
-                                                << "Vell";
-    QTest::addRow("saved Tools opens on Automations") << "Tools" << false << "Vell"
-                                                      << "Automations";
-    QTest::addRow("saved Tray stays") << "Tray" << true << "Vell"
-                                      << "Tray";
-    QTest::addRow("a default of Tools is mapped too") << QString() << false << "Tools"
-                                                      << "Automations";
+    const auto row = [](const char* name, const char* saved, bool workspace, const char* tab,
+                        const char* to) {
+        QTest::addRow("%s", name) << (saved ? QString::fromLatin1(saved) : QString()) << workspace << tab
+                                  << to;
+    };
+    row("nothing saved takes the default", nullptr, false, "Tray", "Tray");
+    row("nothing saved with a workspace opens on it", nullptr, true, "Tray", "Vell");
+    row("saved Modules opens on Vell", "Modules", false, "Tray", "Vell");
+    row("saved Google opens on Vell", "Google", false, "Tray", "Vell");
+    row("saved Tools opens on Automations", "Tools", false, "Vell", "Automations");
+    row("saved Tray stays", "Tray", true, "Vell", "Tray");
+    row("a default of Tools is mapped too", nullptr, false, "Tools", "Automations");
 }
 
 void TestShelfController::initialTab() {
@@ -121,7 +118,7 @@ void TestShelfController::hoverOpensAfterTheWaitAndLeavingCancelsIt() {
     QVERIFY(!panel->hoverTaskActive());
 }
 
-void TestShelfController::leavingClosesAfterTheWaitUnlessPinned() {
+void TestShelfController::leavingClosesAfterTheWaitUnlessPinnedAndCollapseUnpins() {
     DisplayShelfController* panel = onlyPanel();
     panel->expand(false);
     panel->setPinned(true);
@@ -139,6 +136,12 @@ void TestShelfController::leavingClosesAfterTheWaitUnlessPinned() {
     panel->hoverChanged(true);
     QVERIFY(!panel->hoverTaskActive());
     QVERIFY(panel->isExpanded());
+
+    // Collapsing clears the pin.
+    panel->setPinned(true);
+    panel->collapse();
+    QVERIFY(!panel->isPinned());
+    QVERIFY(!panel->isExpanded());
 }
 
 void TestShelfController::popoversHoldThePanelOpenUntilTheLastCloses() {
@@ -168,16 +171,6 @@ void TestShelfController::popoversHoldThePanelOpenUntilTheLastCloses() {
     QVERIFY(!panel->hoverTaskActive());
     tracking->menuDidEndTracking();
     QVERIFY(panel->hoverTaskActive());
-}
-
-void TestShelfController::collapseClearsThePin() {
-    DisplayShelfController* panel = onlyPanel();
-    panel->expand(false);
-    QVERIFY(!panel->isPinned());
-    panel->setPinned(true);
-    panel->collapse();
-    QVERIFY(!panel->isPinned());
-    QVERIFY(!panel->isExpanded());
 }
 
 void TestShelfController::scrollOpensAndClosesOnlyInTheTopStrip() {

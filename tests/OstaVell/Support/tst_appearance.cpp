@@ -6,7 +6,6 @@
 #include <QJsonObject>
 #include <QTest>
 
-#include <cmath>
 #include <limits>
 
 using namespace vell;
@@ -31,7 +30,6 @@ private slots:
     void normalizedNumbers();
     void normalizedChoices_data();
     void normalizedChoices();
-    void normalizedIsIdempotent();
     void jsonKeepsTheFieldOrder();
     void jsonRequiresEveryKey_data();
     void jsonRequiresEveryKey();
@@ -48,20 +46,28 @@ void tst_Appearance::normalizedNumbers_data() {
     QTest::addColumn<double>("stored");
     QTest::addColumn<double>("read");
 
-    QTest::addRow("opacity NaN reads 1") << "opacity" << notANumber << 1.0;
-    QTest::addRow("opacity infinite reads 1, not the top") << "opacity" << -infinity << 1.0;
-    QTest::addRow("opacity below 0") << "opacity" << -0.5 << 0.0;
-    QTest::addRow("opacity above 1") << "opacity" << 1.5 << 1.0;
-    QTest::addRow("endOpacity NaN reads 0") << "endOpacity" << notANumber << 0.0;
-    QTest::addRow("width below 600") << "width" << 100.0 << 600.0;
-    QTest::addRow("width above 3840") << "width" << 5000.0 << 3840.0;
-    QTest::addRow("width NaN reads 760") << "width" << notANumber << 760.0;
-    QTest::addRow("height 900 reads 560") << "height" << 900.0 << 560.0;
-    QTest::addRow("height below 300") << "height" << 10.0 << 300.0;
-    QTest::addRow("height infinite reads 400") << "height" << infinity << 400.0;
-    QTest::addRow("corner radius below 10") << "cornerRadius" << 2.0 << 10.0;
-    QTest::addRow("corner radius above 40") << "cornerRadius" << 41.0 << 40.0;
-    QTest::addRow("corner radius NaN reads 24") << "cornerRadius" << notANumber << 24.0;
+    const auto row = [](const char* name, const char* field, double stored, double read) {
+        QTest::addRow("%s", name) << field << stored << read;
+    };
+    row("opacity NaN reads 1", "opacity", notANumber, 1);
+    row("opacity infinite reads 1, not the top", "opacity", -infinity, 1);
+    row("opacity below 0", "opacity", -0.5, 0);
+    row("opacity above 1", "opacity", 1.5, 1);
+    row("startOpacity NaN reads 1", "startOpacity", notANumber, 1);
+    row("startOpacity below 0", "startOpacity", -3, 0);
+    row("startOpacity above 1", "startOpacity", 1.5, 1);
+    row("endOpacity NaN reads 0", "endOpacity", notANumber, 0);
+    row("endOpacity below 0", "endOpacity", -0.5, 0);
+    row("endOpacity above 1", "endOpacity", 1.5, 1);
+    row("width below 600", "width", 100, 600);
+    row("width above 3840", "width", 5000, 3840);
+    row("width NaN reads 760", "width", notANumber, 760);
+    row("height 900 reads 560", "height", 900, 560);
+    row("height below 300", "height", 10, 300);
+    row("height infinite reads 400", "height", infinity, 400);
+    row("corner radius below 10", "cornerRadius", 2, 10);
+    row("corner radius above 40", "cornerRadius", 41, 40);
+    row("corner radius NaN reads 24", "cornerRadius", notANumber, 24);
 }
 
 void tst_Appearance::normalizedNumbers() {
@@ -108,21 +114,6 @@ void tst_Appearance::normalizedChoices() {
     QTEST(VellAppearance::fromVariantMap(fields).normalized().toVariantMap().value(field).toString(), "read");
 }
 
-void tst_Appearance::normalizedIsIdempotent() {
-    VellAppearance wild;
-    wild.backgroundStyle = QStringLiteral("glass");
-    wild.opacity = notANumber;
-    wild.startOpacity = -3;
-    wild.endOpacity = infinity;
-    wild.direction = QStringLiteral("up");
-    wild.width = 12000;
-    wild.height = -1;
-    wild.cornerRadius = notANumber;
-    const VellAppearance once = wild.normalized();
-    QCOMPARE(once.normalized(), once);
-    QCOMPARE(VellAppearance().normalized(), VellAppearance());
-}
-
 void tst_Appearance::jsonKeepsTheFieldOrder() {
     QCOMPARE(VellAppearance().encodedJson().value_or(QByteArray()), defaultJson);
 
@@ -157,23 +148,21 @@ void tst_Appearance::jsonRequiresEveryKey() {
 }
 
 void tst_Appearance::jsonRefusesNonFiniteNumbers() {
-    VellAppearance appearance;
-    appearance.width = notANumber;
+    const VellAppearance appearance{.width = notANumber};
     QVERIFY(!appearance.encodedJson().has_value());
     QVERIFY(!DisplayAppearance::encodeMap({{QStringLiteral("a"), {QStringLiteral("A"), appearance}}})
                  .has_value());
 }
 
 void tst_Appearance::displayMap() {
-    VellAppearance wide;
-    wide.backgroundStyle = QStringLiteral("gradient");
-    wide.opacity = 0.5;
-    wide.fades = true;
-    wide.endOpacity = 0.25;
-    wide.direction = QStringLiteral("diagonal");
-    wide.borderGlow = true;
-    wide.width = 3000;
-    wide.height = 333.5;
+    const VellAppearance wide{.backgroundStyle = QStringLiteral("gradient"),
+                              .opacity = 0.5,
+                              .fades = true,
+                              .endOpacity = 0.25,
+                              .direction = QStringLiteral("diagonal"),
+                              .borderGlow = true,
+                              .width = 3000,
+                              .height = 333.5};
     const DisplayAppearance::Map map{
         {QStringLiteral("display-2"), {QStringLiteral("HDMI"), wide}},
         {QStringLiteral("5B1E0C2A-0000-5000-8000-000000000001"),
@@ -196,27 +185,21 @@ void tst_Appearance::displayMap() {
 
 void tst_Appearance::colorFromHex_data() {
     QTest::addColumn<QString>("hex");
-    QTest::addColumn<int>("red");
-    QTest::addColumn<int>("green");
-    QTest::addColumn<int>("blue");
+    QTest::addColumn<QRgb>("rgb");
 
-    QTest::addRow("#C7EB87") << "#C7EB87" << 199 << 235 << 135;
-    QTest::addRow("surrounding junk trimmed") << "  ##C7EB87;\n" << 199 << 235 << 135;
-    QTest::addRow("#FFF is 0x000FFF, not white") << "#FFF" << 0 << 15 << 255;
-    QTest::addRow("bad string is black") << "#zzzzzz" << 0 << 0 << 0;
-    QTest::addRow("scan stops at a non-hex digit") << "#12G456" << 0 << 0 << 0x12;
-    QTest::addRow("0x prefix") << "0x102030" << 0x10 << 0x20 << 0x30;
-    QTest::addRow("alpha bits ignored") << "#80C7EB87" << 199 << 235 << 135;
-    QTest::addRow("overflow saturates") << "#FFFFFFFFFFFFFFFFFF00" << 255 << 255 << 255;
+    QTest::addRow("#C7EB87") << "#C7EB87" << qRgb(199, 235, 135);
+    QTest::addRow("surrounding junk trimmed") << "  ##C7EB87;\n" << qRgb(199, 235, 135);
+    QTest::addRow("#FFF is 0x000FFF, not white") << "#FFF" << qRgb(0, 15, 255);
+    QTest::addRow("bad string is black") << "#zzzzzz" << qRgb(0, 0, 0);
+    QTest::addRow("scan stops at a non-hex digit") << "#12G456" << qRgb(0, 0, 0x12);
+    QTest::addRow("0x prefix") << "0x102030" << qRgb(0x10, 0x20, 0x30);
+    QTest::addRow("alpha bits ignored") << "#80C7EB87" << qRgb(199, 235, 135);
+    QTest::addRow("overflow saturates") << "#FFFFFFFFFFFFFFFFFF00" << qRgb(255, 255, 255);
 }
 
 void tst_Appearance::colorFromHex() {
     QFETCH(QString, hex);
-    const QColor color = vell::colorFromHex(hex);
-    QTEST(color.red(), "red");
-    QTEST(color.green(), "green");
-    QTEST(color.blue(), "blue");
-    QCOMPARE(color.alphaF(), 1.0f);
+    QTEST(vell::colorFromHex(hex).rgba(), "rgb");
 }
 
 void tst_Appearance::hexString_data() {

@@ -17,7 +17,6 @@ class tst_UserDefaults final : public QObject {
 
 private slots:
     void init();
-    void cleanup();
 
     void typedReadsOfAHandWrittenFile_data();
     void typedReadsOfAHandWrittenFile();
@@ -36,10 +35,6 @@ void tst_UserDefaults::init() {
     m_dir = std::make_unique<QTemporaryDir>();
     QVERIFY(m_dir->isValid());
     m_path = m_dir->filePath(QStringLiteral("OstaVell/OstaVell.conf"));
-}
-
-void tst_UserDefaults::cleanup() {
-    m_dir.reset();
 }
 
 void tst_UserDefaults::writeRaw(const QByteArray& text) {

@@ -32,7 +32,6 @@ class tst_NotesStore final : public QObject {
 
 private slots:
     void init();
-    void cleanup();
 
     void olderListLoadsAndIsWrittenAsANotesFile();
     void unusableFileIsSetAside_data();
@@ -56,10 +55,6 @@ void tst_NotesStore::init() {
     m_dir = std::make_unique<QTemporaryDir>();
     QVERIFY(m_dir->isValid());
     m_path = m_dir->filePath(QStringLiteral("OstaVell/notes.json"));
-}
-
-void tst_NotesStore::cleanup() {
-    m_dir.reset();
 }
 
 void tst_NotesStore::writeFile(const QByteArray& data) {
@@ -209,14 +204,11 @@ void tst_NotesStore::firstLinePreview_data() {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("preview");
 
-    QTest::addRow("empty") << ""
-                           << "New Note";
-    QTest::addRow("only blank lines") << "\n   \n\t\n"
-                                      << "New Note";
-    QTest::addRow("first non-blank line, trimmed") << "\n  Shopping list \nmilk"
-                                                   << "Shopping list";
-    QTest::addRow("carriage returns") << "\r\n\r\nTitle\r\nbody"
-                                      << "Title";
+    QTest::addRow("empty") << QString() << "New Note";
+    QTest::addRow("only blank lines") << QStringLiteral("\n   \n\t\n") << "New Note";
+    QTest::addRow("first non-blank line, trimmed")
+        << QStringLiteral("\n  Shopping list \nmilk") << "Shopping list";
+    QTest::addRow("carriage returns") << QStringLiteral("\r\n\r\nTitle\r\nbody") << "Title";
 }
 
 void tst_NotesStore::firstLinePreview() {
