@@ -94,20 +94,28 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const ChildProcessOptions& opt
         return nullptr;
     };
     Pipes pipes;
-    if (pipe2(pipes.fds, O_CLOEXEC) != 0 || pipe2(pipes.fds + 2, O_CLOEXEC) != 0)
+    if (options.pipes && (pipe2(pipes.fds, O_CLOEXEC) != 0 || pipe2(pipes.fds + 2, O_CLOEXEC) != 0))
         return fail(errno);
     if (options.keepStandardError && pipe2(pipes.fds + 4, O_CLOEXEC) != 0)
         return fail(errno);
 
     SpawnFileActions files;
-    posix_spawn_file_actions_adddup2(&files.actions, pipes.fds[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&files.actions, pipes.fds[3], STDOUT_FILENO);
+    if (options.pipes) {
+        posix_spawn_file_actions_adddup2(&files.actions, pipes.fds[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&files.actions, pipes.fds[3], STDOUT_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&files.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&files.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    }
     if (options.keepStandardError)
         posix_spawn_file_actions_adddup2(&files.actions, pipes.fds[5], STDERR_FILENO);
     else
         posix_spawn_file_actions_addopen(&files.actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     // No descriptor of the application reaches the child, whatever its close-on-exec flag.
     posix_spawn_file_actions_addclosefrom_np(&files.actions, STDERR_FILENO + 1);
+    const QByteArray workingDirectory = QFile::encodeName(options.workingDirectory);
+    if (!workingDirectory.isEmpty())
+        posix_spawn_file_actions_addchdir_np(&files.actions, workingDirectory.constData());
 
     SpawnAttributes spawn;
     sigset_t none;

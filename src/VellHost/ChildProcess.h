@@ -8,6 +8,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <sys/types.h>
 
 class QThreadPool;
@@ -22,6 +23,11 @@ struct ChildProcessOptions {
     QStringList environment;
     // Standard error goes to the null device unless the caller wants to read it.
     bool keepStandardError = false;
+    // Without pipes, standard input and output are the null device too: a program that talks
+    // to us some other way, or not at all.
+    bool pipes = true;
+    // Where the child starts; empty keeps ours.
+    QString workingDirectory;
 };
 
 // One child process and the host's ends of its pipes. The child gets its standard input and
@@ -59,6 +65,13 @@ public:
     int inputDescriptor() const { return m_input; }
     int outputDescriptor() const { return m_output; }
     int errorDescriptor() const { return m_error; }
+    // Hands the write end of the child's input, or the read end of its output, to the caller,
+    // who closes it from then on.
+    int takeInputDescriptor() { return std::exchange(m_input, -1); }
+    int takeOutputDescriptor() { return std::exchange(m_output, -1); }
+    // Readable once the child has exited; -1 where the kernel has no process descriptors.
+    // It stays the child's: duplicate it to keep it.
+    int exitDescriptor() const { return m_processFd; }
 
     bool running() const;
     void signal(int signal) const;

@@ -1,5 +1,8 @@
 #include "VellPluginSDK/Json/JsonReader.h"
 
+#include <QJsonDocument>
+#include <QJsonParseError>
+
 namespace vell {
 
 JsonReader::JsonReader(const QJsonValue& value) {
@@ -30,6 +33,13 @@ qint64 JsonReader::integer(QStringView key) const {
     if (!value.isDouble() || (number == 0 && value.toInteger(1) != 0))
         fail(key.toString(), u"must be a whole number");
     return number;
+}
+
+quint64 JsonReader::unsignedInteger(QStringView key) const {
+    const qint64 number = integer(key);
+    if (number < 0)
+        fail(key.toString(), u"must not be negative");
+    return static_cast<quint64>(number);
 }
 
 bool JsonReader::boolean(QStringView key) const {
@@ -90,6 +100,14 @@ ModuleProblem JsonReader::inside(const ModuleProblem& problem, const QString& pa
     if (message.startsWith(u'"'))
         return ModuleProblem(u'"' + path + u'.' + message.mid(1));
     return ModuleProblem(u'"' + path + QStringLiteral("\" ") + message);
+}
+
+QJsonValue JsonReader::parse(const QByteArray& data) {
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(data, &error);
+    if (error.error != QJsonParseError::NoError)
+        throw ModuleProblem(error.errorString());
+    return document.isObject() ? QJsonValue(document.object()) : QJsonValue(document.array());
 }
 
 std::optional<QUuid> JsonReader::parseUuid(const QJsonValue& value) {

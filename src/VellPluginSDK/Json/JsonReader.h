@@ -38,14 +38,21 @@ public:
         return ifPresent(key, &JsonReader::number);
     }
     qint64 integer(QStringView key) const;
+    // A whole number from 0 up; those beyond the signed 64-bit range are refused, since JSON
+    // coders write them as inexact doubles.
+    quint64 unsignedInteger(QStringView key) const;
     bool boolean(QStringView key) const;
     std::optional<bool> optionalBoolean(QStringView key) const {
         return ifPresent(key, &JsonReader::boolean);
     }
     // Canonical 36-character form in any case.
     QUuid uuid(QStringView key) const;
+    std::optional<QUuid> optionalUuid(QStringView key) const { return ifPresent(key, &JsonReader::uuid); }
     QByteArray base64(QStringView key) const;
     QStringList strings(QStringView key) const;
+    std::optional<QStringList> optionalStrings(QStringView key) const {
+        return ifPresent(key, &JsonReader::strings);
+    }
     QMap<QString, QString> stringMap(QStringView key) const;
     std::optional<QMap<QString, QString>> optionalStringMap(QStringView key) const {
         return ifPresent(key, &JsonReader::stringMap);
@@ -96,6 +103,8 @@ public:
 
     // The same failure seen from the record that holds the failed value at path.
     static ModuleProblem inside(const ModuleProblem& problem, const QString& path);
+    // The JSON document in data; a text that does not parse fails with the parser's own reason.
+    static QJsonValue parse(const QByteArray& data);
     // Whole-value decoding of a UUID text, for records that are a bare UUID.
     static std::optional<QUuid> parseUuid(const QJsonValue& value);
 

@@ -1,5 +1,6 @@
 #include "tools/vellctl/CommandGroup.h"
 #include "tools/vellctl/ModuleCommands.h"
+#include "tools/vellctl/PluginCommands.h"
 #include "tools/vellctl/RouterCommands.h"
 
 #include <QCoreApplication>
@@ -14,6 +15,7 @@ namespace {
 // One row per command group; a new group is one more row.
 const std::array groups{
     CommandGroup{"module", &ModuleCommands::run, &ModuleCommands::usage},
+    CommandGroup{"plugin", &PluginCommands::run, &PluginCommands::usage},
     CommandGroup{"router", &RouterCommands::run, &RouterCommands::usage},
 };
 

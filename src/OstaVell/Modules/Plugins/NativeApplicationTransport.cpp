@@ -1,0 +1,169 @@
+#include "OstaVell/Modules/Plugins/NativeApplicationTransport.h"
+
+#include "OstaVell/Modules/Plugins/PluginSendState.h"
+#include "VellPluginSDK/Actions/PluginBusMessage.h"
+
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+
+namespace vell {
+
+namespace {
+
+constexpr std::chrono::milliseconds terminationGrace{2000};
+
+} // namespace
+
+NativeApplicationTransport::NativeApplicationTransport(QString token, ChildProcessOptions application)
+    : m_token(std::move(token))
+    , m_applicationOptions(std::move(application)) {}
+
+NativeApplicationTransport::~NativeApplicationTransport() {
+    ChildProcess::terminate(std::move(m_application), terminationGrace);
+}
+
+QString NativeApplicationTransport::makeToken() {
+    return uuidText(QUuid::createUuid()) + uuidText(QUuid::createUuid());
+}
+
+void NativeApplicationTransport::listen(const QByteArray& hello) {
+    if (m_stopped)
+        return;
+    m_hello = hello;
+    m_listener = new QTcpServer(this);
+    connect(m_listener, &QTcpServer::newConnection, this, [this] {
+        while (m_listener && m_listener->hasPendingConnections())
+            accept(m_listener->nextPendingConnection());
+    });
+    if (!m_listener->listen(QHostAddress::LocalHost, 0)) {
+        fail(m_listener->errorString());
+        return;
+    }
+    ChildProcessOptions options = m_applicationOptions;
+    options.environment.append(portVariable + u'=' + QString::number(m_listener->serverPort()));
+    options.environment.append(tokenVariable + u'=' + m_token);
+    QString error;
+    m_application = ChildProcess::start(options, &error);
+    if (!m_application)
+        fail(error);
+}
+
+void NativeApplicationTransport::accept(QTcpSocket* socket) {
+    if (m_stopped || m_connection || m_pending.size() >= maximumPendingConnections) {
+        socket->abort();
+        socket->deleteLater();
+        return;
+    }
+    const QUuid id = QUuid::createUuid();
+    // One byte over the budget is enough to know it was passed; more stays in the kernel.
+    socket->setReadBufferSize(maximumTokenLineBytes + 1);
+    m_pending.insert(id, {socket, {}});
+    connect(socket, &QTcpSocket::readyRead, this, [this, id] { authenticate(id); });
+    connect(socket, &QTcpSocket::disconnected, this, [this, id] { cancel(id); });
+    QTimer::singleShot(authenticationTime, this, [this, id] { cancel(id); });
+    authenticate(id);
+}
+
+void NativeApplicationTransport::authenticate(const QUuid& id) {
+    const auto found = m_pending.find(id);
+    if (found == m_pending.end() || m_stopped)
+        return;
+    Stranger& stranger = *found;
+    stranger.gathered += stranger.socket->read(maximumTokenLineBytes + 1 - stranger.gathered.size());
+    if (stranger.gathered.size() > maximumTokenLineBytes) {
+        cancel(id);
+        return;
+    }
+    const qsizetype lineEnd = stranger.gathered.indexOf('\n');
+    if (lineEnd < 0)
+        return;
+    if (m_connection || QString::fromUtf8(stranger.gathered.left(lineEnd)) != m_token) {
+        cancel(id);
+        return;
+    }
+    becomePeer(id, lineEnd);
+}
+
+void NativeApplicationTransport::cancel(const QUuid& id) {
+    const Stranger stranger = m_pending.take(id);
+    if (!stranger.socket)
+        return;
+    stranger.socket->disconnect(this);
+    stranger.socket->abort();
+    stranger.socket->deleteLater();
+}
+
+void NativeApplicationTransport::becomePeer(const QUuid& id, qsizetype lineEnd) {
+    const Stranger peer = m_pending.take(id);
+    for (const QUuid& other : m_pending.keys())
+        cancel(other);
+    m_listener->close();
+    m_listener->deleteLater();
+    m_listener = nullptr;
+
+    m_connection = peer.socket;
+    m_connection->disconnect(this);
+    m_connection->setReadBufferSize(largestRead);
+    connect(m_connection, &QTcpSocket::readyRead, this, &NativeApplicationTransport::receive);
+    connect(m_connection, &QTcpSocket::disconnected, this, &NativeApplicationTransport::peerClosed);
+    connect(m_connection, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError error) {
+        if (error != QAbstractSocket::RemoteHostClosedError)
+            fail(m_connection->errorString());
+    });
+    connect(m_connection, &QTcpSocket::bytesWritten, this, [this](qint64 bytes) { m_queuedBytes -= bytes; });
+    send(m_hello);
+    if (take(QByteArrayView(peer.gathered).sliced(lineEnd + 1)))
+        receive();
+}
+
+void NativeApplicationTransport::receive() {
+    while (m_connection && !m_stopped && !paused() && m_connection->bytesAvailable() > 0) {
+        if (!take(m_connection->read(largestRead))) {
+            m_connection->disconnect(this);
+            m_connection->abort();
+            return;
+        }
+    }
+}
+
+void NativeApplicationTransport::resume() {
+    receive();
+}
+
+void NativeApplicationTransport::peerClosed() {
+    if (m_stopped)
+        return;
+    receive();
+    emit exited();
+}
+
+void NativeApplicationTransport::send(const QByteArray& data) {
+    if (m_stopped || !m_connection || m_queuedBytes + data.size() > PluginSendState::maximumQueuedBytes) {
+        fail(QStringLiteral("Plugin input queue is unavailable or full."));
+        return;
+    }
+    m_queuedBytes += data.size();
+    m_connection->write(data);
+}
+
+void NativeApplicationTransport::fail(const QString& reason) {
+    if (!m_stopped)
+        emit failed(reason);
+}
+
+void NativeApplicationTransport::stop() {
+    m_stopped = true;
+    for (const QUuid& id : m_pending.keys())
+        cancel(id);
+    if (m_listener)
+        m_listener->close();
+    if (m_connection) {
+        m_connection->disconnect(this);
+        m_connection->abort();
+    }
+    ChildProcess::terminate(std::move(m_application), terminationGrace);
+    deleteLater();
+}
+
+} // namespace vell

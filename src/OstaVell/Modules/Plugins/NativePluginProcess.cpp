@@ -1,0 +1,135 @@
+#include "OstaVell/Modules/Plugins/NativePluginProcess.h"
+
+#include "OstaVell/Modules/Plugins/NativeApplicationTransport.h"
+#include "OstaVell/Modules/Plugins/PluginPipeStream.h"
+#include "OstaVell/Modules/Plugins/PluginSendState.h"
+#include "OstaVell/Modules/Plugins/PluginTransportThread.h"
+#include "VellHost/ChildProcess.h"
+#include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/Protocol/PluginCapabilities.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+
+#include <fcntl.h>
+
+namespace vell {
+
+NativePluginProcess::NativePluginProcess(QObject* parent)
+    : QObject(parent) {}
+
+NativePluginProcess::~NativePluginProcess() {
+    stop();
+}
+
+PluginMessage NativePluginProcess::hello(const QString& id) const {
+    PluginMessage message = PluginMessage::make(QStringLiteral("hello"), id, m_session);
+    message.features = PluginCapabilities::offered();
+    return message;
+}
+
+void NativePluginProcess::start(const QString& binary, const QString& id, const QString& workingDirectory,
+                                LaunchMode mode) {
+    if (m_pipes || m_applicationTransport || m_stopped)
+        throw ModuleProblem(QStringLiteral("A plugin process is started once."));
+    const PluginMessage greeting = hello(id);
+
+    if (mode == LaunchMode::application) {
+        // The application keeps the user's environment, as one the user opened would; only
+        // the way back to us is added.
+        ChildProcessOptions options{binary, {pluginArgument.toString()},
+                                    QProcessEnvironment::systemEnvironment().toStringList()};
+        options.pipes = false;
+        options.workingDirectory = QFileInfo(binary).absolutePath();
+        m_applicationTransport = new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options);
+        m_applicationTransport->moveToThread(PluginTransportThread::instance());
+        connectStream(m_applicationTransport);
+        QMetaObject::invokeMethod(m_applicationTransport,
+                                  [transport = m_applicationTransport, data = greeting.encoded()] {
+                                      transport->listen(data);
+                                  });
+        return;
+    }
+
+    // Exactly this environment: nothing of ours, the user's session included, reaches a child.
+    ChildProcessOptions options{binary,
+                                {pluginArgument.toString()},
+                                {u"PATH=" + childPath, u"HOME=" + QDir::homePath(), u"TMPDIR=" + QDir::tempPath()}};
+    options.workingDirectory = workingDirectory;
+    QString error;
+    m_child = ChildProcess::start(options, &error);
+    if (!m_child)
+        throw ModuleProblem(error);
+    m_processID = m_child->pid();
+    m_sendState = std::make_shared<PluginSendState>();
+    const int exit = m_child->exitDescriptor() >= 0 ? fcntl(m_child->exitDescriptor(), F_DUPFD_CLOEXEC, 0) : -1;
+    m_pipes = new PluginPipeStream(m_child->takeInputDescriptor(), m_child->takeOutputDescriptor(), exit, m_sendState);
+    m_pipes->moveToThread(PluginTransportThread::instance());
+    connectStream(m_pipes);
+    QMetaObject::invokeMethod(m_pipes, [pipes = m_pipes] { pipes->open(); });
+    send(greeting);
+}
+
+void NativePluginProcess::connectStream(PluginStream* stream) {
+    connect(stream, &PluginStream::framed, this, &NativePluginProcess::deliver);
+    connect(stream, &PluginStream::failed, this, [this](const QString& reason) {
+        if (onFailure && !m_stopped)
+            std::function(onFailure)(reason);
+    });
+    connect(stream, &PluginStream::exited, this, [this] {
+        if (onExit && !m_stopped)
+            std::function(onExit)();
+    });
+}
+
+void NativePluginProcess::deliver(const QList<PluginMessage>& messages, qsizetype bytes) {
+    const QPointer<NativePluginProcess> self(this);
+    for (const PluginMessage& message : messages) {
+        if (m_stopped || !onMessage)
+            return;
+        // The owner may stop or even delete this process from inside its callback.
+        std::function(onMessage)(message);
+        if (!self)
+            return;
+    }
+    if (m_stopped)
+        return;
+    PluginStream* stream = m_pipes ? static_cast<PluginStream*>(m_pipes) : m_applicationTransport;
+    QMetaObject::invokeMethod(stream, [stream, bytes] { stream->delivered(bytes); });
+}
+
+void NativePluginProcess::send(const PluginMessage& message) {
+    const QByteArray data = message.encoded();
+    if (m_applicationTransport && !m_stopped) {
+        QMetaObject::invokeMethod(m_applicationTransport,
+                                  [transport = m_applicationTransport, data] { transport->send(data); });
+        return;
+    }
+    if (!m_pipes || !m_sendState->reserve(data.size()))
+        throw ModuleProblem(QStringLiteral("Plugin input queue is unavailable or full."));
+    QMetaObject::invokeMethod(m_pipes, [pipes = m_pipes, data] { pipes->write(data); });
+}
+
+void NativePluginProcess::stop() {
+    if (m_stopped)
+        return;
+    m_stopped = true;
+    onMessage = nullptr;
+    onExit = nullptr;
+    onFailure = nullptr;
+    if (m_applicationTransport) {
+        m_applicationTransport->disconnect(this);
+        QMetaObject::invokeMethod(m_applicationTransport, [transport = m_applicationTransport] { transport->stop(); });
+        m_applicationTransport = nullptr;
+    }
+    if (m_pipes) {
+        m_pipes->disconnect(this);
+        m_sendState->stop();
+        QMetaObject::invokeMethod(m_pipes, [pipes = m_pipes] { pipes->shutdown(); });
+        m_pipes = nullptr;
+    }
+    ChildProcess::terminate(std::move(m_child), terminationGrace);
+}
+
+} // namespace vell

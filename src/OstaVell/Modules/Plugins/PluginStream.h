@@ -1,0 +1,49 @@
+#pragma once
+
+#include "VellPluginSDK/Protocol/PluginLines.h"
+#include "VellPluginSDK/Protocol/PluginMessage.h"
+
+#include <QList>
+#include <QObject>
+
+namespace vell {
+
+// What both ways of talking to a plugin share, on the transport thread: the framing of what
+// comes in, and a bound on what has been framed and not yet taken by the main thread. Without
+// that bound a plugin writing small valid messages faster than the host handles them would
+// grow the main thread's event queue without end; with it, reading pauses and the plugin
+// blocks on its own full pipe or socket instead.
+class PluginStream : public QObject {
+    Q_OBJECT
+
+public:
+    // Bytes framed and not yet handled on the main thread before reading pauses.
+    static constexpr qsizetype maximumUndeliveredBytes = 1024 * 1024;
+
+    // The main thread has handled a batch of framed() that came from bytes bytes.
+    void delivered(qsizetype bytes);
+
+signals:
+    // Messages in order, framed from bytes bytes of input.
+    void framed(const QList<vell::PluginMessage>& messages, qsizetype bytes);
+    // The stream held bad data or broke; nothing more is read.
+    void failed(const QString& reason);
+    // The plugin ended, or closed its side.
+    void exited();
+
+protected:
+    using QObject::QObject;
+
+    // Frames chunk and hands on its messages; false when it failed, failed() being emitted.
+    bool take(QByteArrayView chunk);
+    bool paused() const { return m_undelivered > maximumUndeliveredBytes; }
+    // Reading may go on again after a pause.
+    virtual void resume() = 0;
+
+private:
+    PluginLines m_lines;
+    qsizetype m_undelivered = 0;
+    bool m_failed = false;
+};
+
+} // namespace vell
