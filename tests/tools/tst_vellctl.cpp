@@ -21,7 +21,7 @@ private slots:
             u"usage: vellctl module validate FILE\n"
             u"usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
             u"[--event-feed ID --event-json TEXT]\n"_s;
-        const QString everyUsage = usage + u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s;
+        const QString everyUsage = usage + pluginUsage + u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s;
         const auto validate = [](const QString& file) {
             return QStringList{u"module"_s, u"validate"_s, file};
         };
@@ -89,7 +89,67 @@ private slots:
         QCOMPARE(vellctl.exitCode(), exitCode);
     }
 
+    // What a plugin author checks before the host ever sees it: manifests, streams and snapshots.
+    void plugin_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("output");
+        const QString data = qEnvironmentVariable("VELL_TEST_DATA");
+        const QString examples = qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/plugins/"_s;
+        for (const char* example : {"clock", "counter", "dice"})
+            QTest::addRow("example %s", example) << QStringList{u"plugin"_s, u"manifest"_s, examples + QLatin1String(example) + u"/VellPlugin.json"_s}
+                                                 << QByteArray() << 0 << u"OK\n"_s;
+        QTest::addRow("manifest: launch mode")
+            << QStringList{u"plugin"_s, u"manifest"_s, data + u"/plugin-manifest-daemon.json"_s} << QByteArray() << 1
+            << u"Unsupported plugin launch mode.\n"_s;
+
+        // Keys in any order, a lower-case UUID, a null and spaces come back in the one form.
+        const QByteArray messy =
+            R"({ "sequence": 3, "type": "heartbeat", "apiVersion": 1, "action": null,)"
+            R"( "session": "6f9619ff-8b86-d011-b42d-00c04fc964ff", "pluginID": "com.example.a" })";
+        const QString canonical =
+            uR"({"apiVersion":1,"type":"heartbeat","pluginID":"com.example.a","session":"6F9619FF-8B86-D011-B42D-00C04FC964FF","sequence":3})"_s;
+        QTest::addRow("lines: one chunk") << QStringList{u"plugin"_s, u"lines"_s} << messy + '\n' + messy + '\n' << 0
+                                           << canonical + u'\n' + canonical + u'\n';
+        QTest::addRow("lines: byte by byte, rest kept unframed")
+            << QStringList{u"plugin"_s, u"lines"_s, u"--chunk"_s, u"1"_s} << messy + '\n' + messy << 0 << canonical + u'\n';
+        QTest::addRow("lines: an empty line")
+            << QStringList{u"plugin"_s, u"lines"_s} << messy + "\n\n" << 1
+            << u"error: Invalid plugin message size.\n"_s;
+        QTest::addRow("lines: from a file")
+            << QStringList{u"plugin"_s, u"lines"_s, data + u"/plugin-lines-version2.jsonl"_s} << QByteArray() << 1
+            << canonical + u"\nerror: Incompatible plugin interface.\n"_s;
+
+        QTest::addRow("snapshot: valid")
+            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot.json"_s} << QByteArray() << 0 << u"OK\n"_s;
+        QTest::addRow("snapshot: empty panels")
+            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot-empty-panels.json"_s} << QByteArray() << 1
+            << u"Invalid dashboard panels.\n"_s;
+        QTest::addRow("snapshot: not decodable")
+            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-manifest-daemon.json"_s} << QByteArray() << 1
+            << u"\"title\" is missing\n"_s;
+    }
+
+    void plugin() {
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, input);
+        QFETCH(int, exitCode);
+        QFETCH(QString, output);
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s, arguments);
+        vellctl.write(input);
+        vellctl.closeWriteChannel();
+        QVERIFY(vellctl.waitForFinished(60000));
+        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
+        QCOMPARE(vellctl.exitCode(), exitCode);
+    }
+
 private:
+    const QString pluginUsage = u"usage: vellctl plugin manifest FILE\n"
+                                u"usage: vellctl plugin lines [--chunk N] [FILE]\n"
+                                u"usage: vellctl plugin snapshot FILE\n"_s;
+
     // A legacy module with a feed: it echoes the event it gets, and fails without one.
     QString writeEcho() {
         QFile file(m_dir.filePath(u"echo.ostavellmodule"_s));

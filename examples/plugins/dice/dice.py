@@ -5,6 +5,7 @@ A child-mode plugin in Python with nothing but the standard library: the plugin 
 one JSON object per line on standard input and output, and belongs to no language.
 """
 import json
+import os
 import random
 import select
 import sys
@@ -48,12 +49,12 @@ def main():
     pending = b""
     while True:
         # Speak at least every 10 seconds, since the host stops a plugin silent for 15.
-        readable, _, _ = select.select([sys.stdin.buffer], [], [], 10)
+        readable, _, _ = select.select([0], [], [], 10)
         if not readable:
             if hello:
                 send("heartbeat")
             continue
-        chunk = sys.stdin.buffer.read1(65536)
+        chunk = os.read(0, 65536)
         if not chunk:
             return  # the host has gone
         pending += chunk
