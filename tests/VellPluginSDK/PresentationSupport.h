@@ -61,4 +61,11 @@ template <typename Record, typename Change> Record with(Record record, Change ch
     return record;
 }
 
+// Two rows of a check table for one limit: make(last) passes, make(last + 1) fails with message.
+template <typename Make> void bothSides(const char* name, int last, const QString& message, Make make) {
+    check(qPrintable(QStringLiteral("%1 %2").arg(QLatin1String(name)).arg(last)), make(last), QString());
+    check(qPrintable(QStringLiteral("%1 %2").arg(QLatin1String(name)).arg(last + 1)), make(last + 1),
+          message);
+}
+
 } // namespace vell::test

@@ -11,10 +11,11 @@ using namespace vell::test;
 
 namespace {
 
-const QString badEndpointList = "Invalid volume endpoint list.";
+const QString endpointList = "Invalid volume endpoint list.";
 const QString conflicting = "Invalid or conflicting card action.";
 const QString tooManyCards = "Too many control cards.";
-const QString tooManyItems = "Too many collection items.";
+const QString customPanel = "Conflicting custom view panel.";
+const QString collectionPanel = "Conflicting collection panel.";
 const QString formPanel = "Invalid form panel.";
 const QString cardPanel = "Invalid control card panel.";
 const QString badCard = "Invalid control card.";
@@ -33,49 +34,51 @@ template <typename Change> PluginSnapshot snapshot(Change change) {
     return with(base(), change);
 }
 
+PluginSnapshot withPanels(const QList<PluginPanel>& panels) {
+    return snapshot([&](auto& s) { s.panels = panels; });
+}
+
 PluginPanel panel(const QString& id = "main") {
     return {id, "Main", false, {}, std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt};
+}
+
+// A snapshot whose only panel is the plain one after change.
+template <typename Change> PluginSnapshot onPanel(Change change) {
+    return withPanels({with(panel(), change)});
 }
 
 PluginControlCard card(const QString& id, const QList<PluginAction>& actions = {}) {
     return {id, "Lamp", "Kitchen", "On", "", std::nullopt, false, actions};
 }
 
-PluginPanel gridPanel(const QString& id, int count) {
-    PluginPanel page = panel(id);
-    page.cards = QList<PluginControlCard>();
-    for (int i = 0; i < count; ++i)
-        page.cards->append(card("c" + QString::number(i)));
-    return page;
-}
-
-// A snapshot whose only panel is page after change.
-template <typename Change> PluginSnapshot onPanel(PluginPanel page, Change change) {
-    change(page);
-    return snapshot([&](auto& s) { s.panels = QList<PluginPanel>{page}; });
-}
-
 template <typename Change> PluginSnapshot onCard(Change change) {
-    return onPanel(panel(), [&](auto& p) { p.cards = QList<PluginControlCard>{with(card("lamp"), change)}; });
+    return onPanel([&](auto& p) { p.cards = QList<PluginControlCard>{with(card("lamp"), change)}; });
 }
 
-PluginVolumeEndpoint endpoint(const QString& id) {
-    return {id, "Speakers", true, 0.5, false, true, true, 700000000};
-}
-
-QList<PluginVolumeEndpoint> endpoints(int count) {
-    QList<PluginVolumeEndpoint> list;
+// count records made by make(id), with the ids prefix0, prefix1, ...
+template <typename Make> auto numbered(const char* prefix, int count, Make make) {
+    QList<decltype(make(QString()))> list;
     for (int i = 0; i < count; ++i)
-        list.append(endpoint("e" + QString::number(i)));
+        list.append(make(prefix + QString::number(i)));
     return list;
 }
 
-template <typename T> QList<T> copies(const T& value, int count) {
-    return QList<T>(count, value);
+PluginPanel gridPanel(const QString& id, int cards) {
+    return with(panel(id), [&](auto& p) { p.cards = numbered("c", cards, [](auto i) { return card(i); }); });
 }
 
-QList<PluginSection> sectionsWithImages(int count, qsizetype bytes) {
-    return copies(PluginSection{"", "", QByteArray(bytes, 'p')}, count);
+PluginPanel listPanel(const QString& id, int items) {
+    return with(panel(id), [&](auto& p) { p.collection = collection(items); });
+}
+
+QList<PluginVolumeEndpoint> endpoints(int count) {
+    return numbered("e", count, [](auto id) {
+        return PluginVolumeEndpoint{id, "Speakers", true, 0.5, false, true, true, 700000000};
+    });
+}
+
+PluginSection image(qsizetype bytes) {
+    return {"", "", QByteArray(bytes, 'p')};
 }
 
 } // namespace
@@ -88,40 +91,30 @@ private slots:
         QTest::addColumn<Check>("check");
         QTest::addColumn<QString>("message");
         check("plain", base(), "");
-
-        check("8 endpoints", snapshot([](auto& s) { s.volumeEndpoints = endpoints(8); }), "");
-        check("9 endpoints", snapshot([](auto& s) { s.volumeEndpoints = endpoints(9); }), badEndpointList);
-        check("repeated endpoint", snapshot([](auto& s) {
-                  s.volumeEndpoints = {endpoint("a"), endpoint("a")};
+        bothSides("endpoints", 8, endpointList,
+                  [](int n) { return snapshot([&](auto& s) { s.volumeEndpoints = endpoints(n); }); });
+        check("repeated endpoint", snapshot([](auto& s) { s.volumeEndpoints = endpoints(2) + endpoints(1); }),
+              endpointList);
+        check("bad endpoint", snapshot([](auto& s) {
+                  s.volumeEndpoints = endpoints(1), s.volumeEndpoints->first().name = "";
               }),
-              badEndpointList);
-        check("bad endpoint", snapshot([](auto& s) { s.volumeEndpoints = {endpoint("")}; }),
               "Invalid volume endpoint.");
-        check("endpoints before actions", snapshot([](auto& s) {
-                  s.volumeEndpoints = endpoints(9);
-                  s.actions = {button("9")};
-              }),
-              badEndpointList);
+        check("endpoints before actions",
+              snapshot([](auto& s) { s.volumeEndpoints = endpoints(9), s.actions = {button("9")}; }),
+              endpointList);
 
         check("action id not a key", snapshot([](auto& s) { s.actions = {button("9lives")}; }), conflicting);
         check("empty label", snapshot([](auto& s) { s.actions = {button("a", "")}; }), conflicting);
-        check("80-character label", snapshot([](auto& s) { s.actions = {button("a", text(80))}; }), "");
-        check("81-character label", snapshot([](auto& s) { s.actions = {button("a", text(81))}; }),
-              conflicting);
-        PluginAction symbol = button(), confirmation = button();
-        symbol.symbol = text(80);
-        confirmation.confirmation = text(400);
-        check("80-character symbol", snapshot([&](auto& s) { s.actions = {symbol}; }), "");
-        check("400-character confirmation", snapshot([&](auto& s) { s.actions = {confirmation}; }), "");
-        symbol.symbol = text(81);
-        confirmation.confirmation = text(401);
-        check("81-character symbol", snapshot([&](auto& s) { s.actions = {symbol}; }), conflicting);
-        check("401-character confirmation", snapshot([&](auto& s) { s.actions = {confirmation}; }),
-              conflicting);
+        bothSides("action label", 80, conflicting,
+                  [](int n) { return snapshot([&](auto& s) { s.actions = {button("a", text(n))}; }); });
+        bothSides("action symbol", 80, conflicting, [](int n) {
+            return snapshot([&](auto& s) { s.actions = {button()}, s.actions[0].symbol = text(n); });
+        });
+        bothSides("confirmation", 400, conflicting, [](int n) {
+            return snapshot([&](auto& s) { s.actions = {button()}, s.actions[0].confirmation = text(n); });
+        });
         const auto twoCards = [](const PluginAction& first, const PluginAction& second) {
-            return onPanel(panel(), [&](auto& p) {
-                p.cards = QList<PluginControlCard>{card("a", {first}), card("b", {second})};
-            });
+            return onPanel([&](auto& p) { p.cards = {{card("a", {first}), card("b", {second})}}; });
         };
         check("one id on two cards alike", twoCards(button("on"), button("on")), "");
         check("one id, two labels", twoCards(button("on", "On"), button("on", "Light")), conflicting);
@@ -129,258 +122,154 @@ private slots:
         check("top level and card differ",
               with(twoCards(button("on"), button("on")), [](auto& s) { s.actions = {button("on", "Go")}; }),
               conflicting);
-        check("a bad card action", onCard([](auto& c) {
-                  c.actions = {button("ok"), button("b", "")};
-              }),
-              conflicting);
         check("actions before totals",
               with(twoCards(button("x", ""), button("y")),
                    [](auto& s) { s.panels->append(gridPanel("p2", 192)); }),
               conflicting);
 
-        const auto withPanels = [](const QList<PluginPanel>& pages) {
-            return snapshot([&](auto& s) { s.panels = pages; });
-        };
+        // The third panel would fail on its own too: the totals come before any panel.
         check("two panels of 96 cards", withPanels({gridPanel("a", 96), gridPanel("b", 96)}), "");
-        check("a 193rd card before any panel",
+        check("a 193rd card",
               withPanels({gridPanel("a", 96), gridPanel("b", 96),
                           with(gridPanel("c", 1), [](auto& p) { p.usesMedia = true; })}),
               tooManyCards);
-        const auto itemsPanel = [](const QString& id, int items) {
-            return with(panel(id), [&](auto& p) { p.collection = collection(items); });
-        };
-        check("192 items", withPanels({itemsPanel("a", 96), itemsPanel("b", 96)}), "");
-        check("193 items", withPanels({itemsPanel("a", 96), itemsPanel("b", 96), itemsPanel("c", 1)}),
-              tooManyItems);
+        check("192 items", withPanels({listPanel("a", 96), listPanel("b", 96)}), "");
+        check("193 items", withPanels({listPanel("a", 96), listPanel("b", 96), listPanel("c", 1)}),
+              "Too many collection items.");
         check("cards counted before items",
-              withPanels({itemsPanel("a", 96), itemsPanel("b", 96), itemsPanel("c", 1), gridPanel("d", 96),
+              withPanels({listPanel("a", 96), listPanel("b", 96), listPanel("c", 1), gridPanel("d", 96),
                           gridPanel("e", 96), gridPanel("f", 1)}),
               tooManyCards);
 
-        check("custom view", onPanel(panel(), [](auto& p) { p.customView = customView(); }), "");
+        check("custom view", onPanel([](auto& p) { p.customView = customView(); }), "");
         check("custom view and forms",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.customView = customView();
-                          p.forms = QList<PluginForm>{form()};
-                      }),
-              "Conflicting custom view panel.");
+              onPanel([](auto& p) { p.customView = customView(), p.forms = {{form()}}; }), customPanel);
         check("custom view and collection",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.customView = customView();
-                          p.collection = collection();
-                      }),
-              "Conflicting custom view panel.");
+              onPanel([](auto& p) { p.customView = customView(), p.collection = collection(); }),
+              customPanel);
         check("custom view with media",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.customView = customView();
-                          p.usesMedia = true;
-                      }),
-              "Conflicting custom view panel.");
-        check("custom view is validated",
-              onPanel(
-                  panel(),
-                  [](auto& p) { p.customView = with(customView(), [](auto& v) { v.entry = "index.htm"; }); }),
+              onPanel([](auto& p) { p.customView = customView(), p.usesMedia = true; }), customPanel);
+        check("custom view validated",
+              onPanel([](auto& p) { p.customView = customView(), p.customView->entry = ""; }),
               "Invalid custom view.");
-        check("collection", onPanel(panel(), [](auto& p) { p.collection = collection(); }), "");
+        check("collection", onPanel([](auto& p) { p.collection = collection(); }), "");
         check("collection and forms",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.collection = collection();
-                          p.forms = QList<PluginForm>{form()};
-                      }),
-              "Conflicting collection panel.");
-        check("collection with diagrams",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.collection = collection();
-                          p.diagrams = QList<PluginDiagram>{diagram()};
-                      }),
-              "Conflicting collection panel.");
-        check("collection is validated",
-              onPanel(panel(),
-                      [](auto& p) { p.collection = with(collection(), [](auto& c) { c.title = ""; }); }),
+              onPanel([](auto& p) { p.collection = collection(), p.forms = {{form()}}; }), collectionPanel);
+        check("collection and diagrams",
+              onPanel([](auto& p) { p.collection = collection(), p.diagrams = {{diagram()}}; }),
+              collectionPanel);
+        check("collection validated",
+              onPanel([](auto& p) { p.collection = collection(), p.collection->title = ""; }),
               "Invalid collection size.");
-        check("4 forms",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.forms = QList<PluginForm>{form("a"), form("b"), form("c"), form("d")};
-                      }),
-              "");
-        check("5 forms",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.forms = QList<PluginForm>{form("a"), form("b"), form("c"), form("d"), form("e")};
-                      }),
+        bothSides("forms", 4, formPanel,
+                  [](int n) { return onPanel([&](auto& p) { p.forms = numbered("f", n, form); }); });
+        check("no forms", onPanel([](auto& p) { p.forms = QList<PluginForm>(); }), formPanel);
+        check("repeated form", onPanel([](auto& p) { p.forms = {{form(), form()}}; }), formPanel);
+        check("forms and cards", withPanels({with(gridPanel("a", 1), [](auto& p) { p.forms = {{form()}}; })}),
               formPanel);
-        check("no forms", onPanel(panel(), [](auto& p) { p.forms = QList<PluginForm>(); }), formPanel);
-        check("repeated form id",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.forms = QList<PluginForm>{form(), form()};
-                      }),
+        check("forms with media", onPanel([](auto& p) { p.forms = {{form()}}, p.usesMedia = true; }),
               formPanel);
-        check("forms and cards",
-              onPanel(gridPanel("main", 1), [](auto& p) { p.forms = QList<PluginForm>{form()}; }), formPanel);
-        check("forms with media",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.forms = QList<PluginForm>{form()};
-                          p.usesMedia = true;
-                      }),
-              formPanel);
-        check("form is validated",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.forms = QList<PluginForm>{with(form(), [](auto& f) { f.revision = ""; })};
-                      }),
+        check("form validated",
+              onPanel([](auto& p) { p.forms = {{form()}}, p.forms->first().revision = ""; }),
               "Invalid form identity or fields.");
-        check("96 cards on a panel",
-              snapshot([](auto& s) { s.panels = QList<PluginPanel>{gridPanel("a", 96)}; }), "");
-        check("97 cards on a panel",
-              snapshot([](auto& s) { s.panels = QList<PluginPanel>{gridPanel("a", 97)}; }), cardPanel);
-        check("cards with media", onPanel(gridPanel("a", 1), [](auto& p) { p.usesMedia = true; }), cardPanel);
-        check("cards with diagrams",
-              onPanel(gridPanel("a", 1), [](auto& p) { p.diagrams = QList<PluginDiagram>{diagram()}; }),
+        bothSides("cards on a panel", 96, cardPanel, [](int n) { return withPanels({gridPanel("a", n)}); });
+        check("cards with media", withPanels({with(gridPanel("a", 1), [](auto& p) { p.usesMedia = true; })}),
               cardPanel);
-        check("repeated card id",
-              onPanel(panel(),
-                      [](auto& p) {
-                          p.cards = QList<PluginControlCard>{card("a"), card("a")};
-                      }),
-              cardPanel);
+        check("cards and diagrams",
+              withPanels({with(gridPanel("a", 1), [](auto& p) { p.diagrams = {{diagram()}}; })}), cardPanel);
+        check("repeated card", onPanel([](auto& p) { p.cards = {{card("a"), card("a")}}; }), cardPanel);
         check("card id not a key", onCard([](auto& c) { c.id = "a-b"; }), badCard);
         check("empty card title", onCard([](auto& c) { c.title = ""; }), badCard);
-        check("80-character card title", onCard([](auto& c) { c.title = text(80); }), "");
-        check("81-character card title", onCard([](auto& c) { c.title = text(81); }), badCard);
-        check("100-character subtitle and value", onCard([](auto& c) { c.subtitle = c.value = text(100); }),
-              "");
-        check("101-character subtitle", onCard([](auto& c) { c.subtitle = text(101); }), badCard);
-        check("101-character value", onCard([](auto& c) { c.value = text(101); }), badCard);
-        check("300-character detail", onCard([](auto& c) { c.detail = text(300); }), "");
-        check("301-character detail", onCard([](auto& c) { c.detail = text(301); }), badCard);
-        check("81-character card symbol", onCard([](auto& c) { c.symbol = text(81); }), badCard);
-        check("3 card actions", onCard([](auto& c) {
-                  c.actions = {button("a"), button("b"), button("c")};
-              }),
-              "");
-        check("4 card actions", onCard([](auto& c) {
-                  c.actions = {button("a"), button("b"), button("c"), button("d")};
-              }),
-              badCard);
+        bothSides("card title", 80, badCard,
+                  [](int n) { return onCard([&](auto& c) { c.title = text(n); }); });
+        bothSides("card subtitle", 100, badCard,
+                  [](int n) { return onCard([&](auto& c) { c.subtitle = text(n); }); });
+        bothSides("card value", 100, badCard,
+                  [](int n) { return onCard([&](auto& c) { c.value = text(n); }); });
+        bothSides("card detail", 300, badCard,
+                  [](int n) { return onCard([&](auto& c) { c.detail = text(n); }); });
+        bothSides("card symbol", 80, badCard,
+                  [](int n) { return onCard([&](auto& c) { c.symbol = text(n); }); });
+        bothSides("card actions", 3, badCard, [](int n) {
+            return onCard([&](auto& c) { c.actions = numbered("a", n, [](auto i) { return button(i); }); });
+        });
         check("one action twice on a card", onCard([](auto& c) {
                   c.actions = {button("a"), button("a")};
               }),
               badCard);
-        check("first panel first",
-              withPanels({with(gridPanel("a", 1), [](auto& p) { p.forms = {{form()}}; }),
-                          with(panel("b"),
-                               [](auto& p) {
-                                   p.customView = customView();
-                                   p.usesMedia = true;
-                               })}),
-              formPanel);
+        check(
+            "first panel first",
+            withPanels({with(gridPanel("a", 1), [](auto& p) { p.forms = {{form()}}; }),
+                        with(panel("b"), [](auto& p) { p.customView = customView(), p.usesMedia = true; })}),
+            formPanel);
         check("panels before artwork",
               with(onCard([](auto& c) { c.title = ""; }), [](auto& s) { s.iconPNG = QByteArray(); }),
               badCard);
 
-        check("8192-byte icon", snapshot([](auto& s) { s.iconPNG = QByteArray(8192, 'p'); }), "");
-        check("8193-byte icon", snapshot([](auto& s) { s.iconPNG = QByteArray(8193, 'p'); }), artwork);
+        bothSides("icon bytes", 8192, artwork,
+                  [](int n) { return snapshot([&](auto& s) { s.iconPNG = QByteArray(n, 'p'); }); });
         check("empty icon", snapshot([](auto& s) { s.iconPNG = QByteArray(); }), artwork);
-        check("empty section image", snapshot([](auto& s) { s.sections = sectionsWithImages(1, 0); }),
-              artwork);
-        const auto tenImages = [&](qsizetype extra) {
+        check("empty section image", snapshot([](auto& s) { s.sections = {{image(0)}}; }), artwork);
+        // The icon, eight sections and the panels' sections: ten images of 8 KiB, then one byte more.
+        bothSides("total artwork bytes", 0, artwork, [](int extra) {
             return snapshot([&](auto& s) {
                 s.iconPNG = QByteArray(8192, 'p');
-                s.sections = sectionsWithImages(8, 8192);
-                s.panels = QList<PluginPanel>{with(panel(), [&](auto& p) {
-                    p.sections = sectionsWithImages(1, 8192);
+                s.sections = QList<PluginSection>(8, image(8192));
+                s.panels = {{with(panel(), [&](auto& p) {
+                    p.sections = {image(8192)};
                     if (extra > 0)
-                        p.sections += sectionsWithImages(1, extra);
-                })};
+                        p.sections.append(image(extra));
+                })}};
             });
-        };
-        check("80 KiB of artwork", tenImages(0), "");
-        check("one byte more", tenImages(1), artwork);
-        check("artwork before panels", snapshot([](auto& s) {
-                  s.iconPNG = QByteArray();
-                  s.panels = QList<PluginPanel>();
-              }),
-              artwork);
+        });
+        check("artwork before panels",
+              snapshot([](auto& s) { s.iconPNG = QByteArray(), s.panels = QList<PluginPanel>(); }), artwork);
 
-        const auto diagrams = [](int count) {
-            QList<PluginDiagram> list;
-            for (int i = 0; i < count; ++i)
-                list.append(diagram("d" + QString::number(i)));
-            return list;
-        };
-        check("10 diagrams", onPanel(panel(), [&](auto& p) { p.diagrams = diagrams(10); }), "");
-        check("11 diagrams", onPanel(panel(), [&](auto& p) { p.diagrams = diagrams(11); }), diagramPages);
-        check("no diagrams", onPanel(panel(), [&](auto& p) { p.diagrams = diagrams(0); }), diagramPages);
-        check("repeated diagram id",
-              onPanel(panel(),
-                      [&](auto& p) {
-                          p.diagrams = QList<PluginDiagram>{diagram(), diagram()};
-                      }),
+        const auto diagrams = [](int n) { return numbered("d", n, diagram); };
+        bothSides("diagrams", 10, diagramPages,
+                  [&](int n) { return onPanel([&](auto& p) { p.diagrams = diagrams(n); }); });
+        check("no diagrams", onPanel([](auto& p) { p.diagrams = QList<PluginDiagram>(); }), diagramPages);
+        check("repeated diagram", onPanel([](auto& p) {
+                  p.diagrams = {{diagram(), diagram()}};
+              }),
               diagramPages);
-        check("diagrams with media",
-              onPanel(panel(),
-                      [&](auto& p) {
-                          p.diagrams = diagrams(1);
-                          p.usesMedia = true;
-                      }),
+        check("diagrams with media", onPanel([](auto& p) { p.diagrams = {{diagram()}}, p.usesMedia = true; }),
               diagramPages);
-        check("diagram is validated",
-              onPanel(panel(),
-                      [&](auto& p) {
-                          p.diagrams = QList<PluginDiagram>{with(diagram(), [](auto& d) { d.width = 99; })};
-                      }),
+        check("diagram validated",
+              onPanel([](auto& p) { p.diagrams = {{diagram()}}, (*p.diagrams)[0].width = 99; }),
               "Invalid module diagram.");
-        const auto pages = [](int count) {
-            QList<PluginPanel> list;
-            for (int i = 0; i < count; ++i)
-                list.append(panel("p" + QString::number(i)));
-            return list;
-        };
+        const auto pages = [](int n) { return withPanels(numbered("p", n, panel)); };
         check("diagram pages before the panel count",
-              with(withPanels(pages(7)), [&](auto& s) { (*s.panels)[6].diagrams = diagrams(0); }),
+              with(pages(7), [](auto& s) { s.panels->last().diagrams = QList<PluginDiagram>(); }),
               diagramPages);
-        check("empty panels", withPanels({}), dashboardPanels);
-        check("6 panels", withPanels(pages(6)), "");
-        check("7 panels", withPanels(pages(7)), dashboardPanels);
-        check("repeated panel id", withPanels({panel(), panel()}), dashboardPanels);
-        check("panel id not a key", onPanel(panel("_main"), [](auto&) {}), dashboardPanels);
-        check("empty panel title", onPanel(panel(), [](auto& p) { p.title = ""; }), dashboardPanels);
-        check("40-character panel title", onPanel(panel(), [](auto& p) { p.title = text(40); }), "");
-        check("41-character panel title", onPanel(panel(), [](auto& p) { p.title = text(41); }),
-              dashboardPanels);
+        check("empty panels", pages(0), dashboardPanels);
+        bothSides("panels", 6, dashboardPanels, pages);
+        check("repeated panel", withPanels({panel(), panel()}), dashboardPanels);
+        check("panel id not a key", withPanels({panel("_main")}), dashboardPanels);
+        check("empty panel title", onPanel([](auto& p) { p.title = ""; }), dashboardPanels);
+        bothSides("panel title", 40, dashboardPanels,
+                  [](int n) { return onPanel([&](auto& p) { p.title = text(n); }); });
         const PluginSection longest{text(80), text(1200), std::nullopt};
-        check("12 panel sections", onPanel(panel(), [&](auto& p) { p.sections = copies(longest, 12); }), "");
-        check("13 panel sections", onPanel(panel(), [&](auto& p) { p.sections = copies(longest, 13); }),
+        bothSides("panel sections", 12, dashboardPanels, [&](int n) {
+            return onPanel([&](auto& p) { p.sections = QList<PluginSection>(n, longest); });
+        });
+        check("81-character panel section title", onPanel([](auto& p) {
+                  p.sections = {{text(81), "", std::nullopt}};
+              }),
               dashboardPanels);
-        check("81-character panel section title",
-              onPanel(panel(),
-                      [&](auto& p) {
-                          p.sections = {{text(81), "", std::nullopt}};
-                      }),
-              dashboardPanels);
-        check("1201-character panel section detail",
-              onPanel(panel(),
-                      [&](auto& p) {
-                          p.sections = {{"", text(1201), std::nullopt}};
-                      }),
+        check("1201-character panel section detail", onPanel([](auto& p) {
+                  p.sections = {{"", text(1201), std::nullopt}};
+              }),
               dashboardPanels);
         check("panels before dashboard", snapshot([](auto& s) {
-                  s.panels = QList<PluginPanel>();
-                  s.metrics = copies(PluginField{"", "", std::nullopt}, 9);
+                  s.panels = QList<PluginPanel>(), s.metrics = QList<PluginField>(9, PluginField());
               }),
               dashboardPanels);
 
         const PluginField metric{text(80), text(200), text(80)};
-        check("8 longest metrics", snapshot([&](auto& s) { s.metrics = copies(metric, 8); }), "");
-        check("9 metrics", snapshot([&](auto& s) { s.metrics = copies(metric, 9); }), dashboardData);
+        bothSides("metrics", 8, dashboardData, [&](int n) {
+            return snapshot([&](auto& s) { s.metrics = QList<PluginField>(n, metric); });
+        });
         check("81-character metric label", snapshot([](auto& s) {
                   s.metrics = {{{text(81), "", std::nullopt}}};
               }),
@@ -393,42 +282,35 @@ private slots:
                   s.metrics = {{{"", "", text(81)}}};
               }),
               dashboardData);
-        check("8 longest sections", snapshot([&](auto& s) { s.sections = copies(longest, 8); }), "");
-        check("9 sections", snapshot([&](auto& s) { s.sections = copies(longest, 9); }), dashboardData);
+        bothSides("sections", 8, dashboardData, [&](int n) {
+            return snapshot([&](auto& s) { s.sections = QList<PluginSection>(n, longest); });
+        });
         check("1201-character section detail", snapshot([](auto& s) {
                   s.sections = {{{"", text(1201), std::nullopt}}};
               }),
               dashboardData);
-        check("longest media", snapshot([](auto& s) { s.media = PluginMedia{text(120), text(300)}; }), "");
-        check("121-character media label", snapshot([](auto& s) {
-                  s.media = PluginMedia{text(121), ""};
-              }),
-              dashboardData);
-        check("301-character media status", snapshot([](auto& s) {
-                  s.media = PluginMedia{"", text(301)};
-              }),
-              dashboardData);
-        check("dashboard before top level", snapshot([&](auto& s) {
-                  s.metrics = copies(metric, 9);
-                  s.title = text(301);
-              }),
+        bothSides("media label", 120, dashboardData, [](int n) {
+            return snapshot([&](auto& s) { s.media = PluginMedia{text(n), ""}; });
+        });
+        bothSides("media status", 300, dashboardData, [](int n) {
+            return snapshot([&](auto& s) { s.media = PluginMedia{"", text(n)}; });
+        });
+        check("dashboard before top level",
+              snapshot([&](auto& s) { s.metrics = QList<PluginField>(9, metric), s.title = text(301); }),
               dashboardData);
 
         check("empty title", snapshot([](auto& s) { s.title = ""; }), "");
-        check("longest texts", snapshot([](auto& s) {
-                  s.badge = text(50);
-                  s.title = text(300);
-                  s.status = text(500);
-                  s.activity = text(100);
-              }),
-              "");
-        check("51-character badge", snapshot([](auto& s) { s.badge = text(51); }), displayData);
-        check("301-character title", snapshot([](auto& s) { s.title = text(301); }), displayData);
-        check("501-character status", snapshot([](auto& s) { s.status = text(501); }), displayData);
-        check("101-character activity", snapshot([](auto& s) { s.activity = text(101); }), displayData);
+        bothSides("badge", 50, displayData,
+                  [](int n) { return snapshot([&](auto& s) { s.badge = text(n); }); });
+        bothSides("title", 300, displayData,
+                  [](int n) { return snapshot([&](auto& s) { s.title = text(n); }); });
+        bothSides("status", 500, displayData,
+                  [](int n) { return snapshot([&](auto& s) { s.status = text(n); }); });
+        bothSides("activity", 100, displayData,
+                  [](int n) { return snapshot([&](auto& s) { s.activity = text(n); }); });
         const PluginField field{text(80), text(1024, u'é'), text(80)};
-        check("24 longest fields", snapshot([&](auto& s) { s.fields = copies(field, 24); }), "");
-        check("25 fields", snapshot([&](auto& s) { s.fields = copies(field, 25); }), displayData);
+        bothSides("fields", 24, displayData,
+                  [&](int n) { return snapshot([&](auto& s) { s.fields = QList<PluginField>(n, field); }); });
         check("81-character field label", snapshot([](auto& s) {
                   s.fields = {{text(81), "", std::nullopt}};
               }),
@@ -441,14 +323,9 @@ private slots:
                   s.fields = {{"", "", text(81)}};
               }),
               displayData);
-        const auto topActions = [](int count) {
-            return snapshot([&](auto& s) {
-                for (int i = 0; i < count; ++i)
-                    s.actions.append(button("a" + QString::number(i)));
-            });
-        };
-        check("12 actions", topActions(12), "");
-        check("13 actions", topActions(13), displayData);
+        bothSides("actions", 12, displayData, [](int n) {
+            return snapshot([&](auto& s) { s.actions = numbered("a", n, [](auto i) { return button(i); }); });
+        });
         check("one top-level action twice", snapshot([](auto& s) {
                   s.actions = {button(), button()};
               }),
@@ -458,7 +335,6 @@ private slots:
         check("progress 100.5", snapshot([](auto& s) { s.progress = 100.5; }), displayData);
         check("progress below 0", snapshot([](auto& s) { s.progress = -0.5; }), displayData);
         check("progress not a number", snapshot([](auto& s) { s.progress = qQNaN(); }), displayData);
-        check("progress infinite", snapshot([](auto& s) { s.progress = qInf(); }), displayData);
     }
 
     void validation() {
@@ -470,15 +346,14 @@ private slots:
         PluginSnapshot s = base();
         s.actions = {button("top")};
         PluginPanel first = panel("a"), second = panel("b");
-        first.cards = QList<PluginControlCard>{card("x", {button("one"), button("off", "Off", false)}),
-                                               card("y", {button("two")})};
-        second.cards = QList<PluginControlCard>{card("z", {button("off", "Off", true)})};
-        s.panels = QList<PluginPanel>{first, panel("c"), second};
+        first.cards = {{card("x", {button("one"), button("off", "Off", false)}), card("y", {button("two")})}};
+        second.cards = {{card("z", {button("off", "Off", true)})}};
+        s.panels = {{first, panel("c"), second}};
         QStringList ids;
         for (const PluginAction& action : s.displayActions())
             ids.append(action.id);
         QCOMPARE(ids, QStringList({"top", "one", "off", "two", "off"}));
-        // The first enabled one counts: a disabled entry with the same id is passed over.
+        // A disabled entry with the id is passed over for a later enabled one.
         QCOMPARE(s.enabledDisplayAction("off"), button("off", "Off", true));
         QCOMPARE(s.enabledDisplayAction("top"), button("top"));
         QCOMPARE(s.enabledDisplayAction("missing"), std::nullopt);
@@ -493,18 +368,18 @@ private slots:
         QVERIFY(gate.accept("cafe.radio", 0.5));
         // A refusal changes nothing, so the interval still runs from the first presentation.
         QVERIFY(gate.accept("cafe.lights", 1));
-        QCOMPARE(gate.latest.value("cafe.lights"), 1.0);
         QVERIFY(!gate.accept("cafe.lights", 0.5));
+        QCOMPARE(gate.latest.value("cafe.lights"), 1.0);
     }
 
-    void gatePrunesOnlyPastItsKeyLimit_data() {
+    void gatePrunesPastItsKeyLimit_data() {
         QTest::addColumn<double>("now");
         QTest::addColumn<int>("left");
         row("the 65th key, the others 60 seconds old", 60.0, 1);
         row("the 65th key, the others just younger", 59.9, 65);
     }
 
-    void gatePrunesOnlyPastItsKeyLimit() {
+    void gatePrunesPastItsKeyLimit() {
         QFETCH(double, now);
         PluginPresentationGate gate;
         for (int i = 0; i < 64; ++i)
@@ -524,17 +399,14 @@ private slots:
         check("upper-case hex digits", with(icon, [](auto& i) { i.color = "A1B2C3"; }), "");
         check("hash sign", with(icon, [](auto& i) { i.color = "#ffcc00"; }), badIcon);
         check("five digits", with(icon, [](auto& i) { i.color = "ffcc0"; }), badIcon);
-        check("not hex", with(icon, [](auto& i) { i.color = "ffcc0g"; }), badIcon);
         check("badge", with(icon, [](auto& i) { i.badge = "star.fill"; }), "");
         check("empty badge", with(icon, [](auto& i) { i.badge = ""; }), badIcon);
         check("badge with a space", with(icon, [](auto& i) { i.badge = "star fill"; }), badIcon);
-        check("empty symbol", with(icon, [](auto& i) { i.symbol = ""; }), badIcon);
         check("upper-case symbol", with(icon, [](auto& i) { i.symbol = "Lightbulb"; }), badIcon);
         check("empty word in symbol", with(icon, [](auto& i) { i.symbol = "a..b"; }), badIcon);
-        check("symbol ending in a dot", with(icon, [](auto& i) { i.symbol = "a."; }), badIcon);
         check("symbol with a trailing newline", with(icon, [](auto& i) { i.symbol = "a\n"; }), badIcon);
-        check("80-character symbol", with(icon, [](auto& i) { i.symbol = "a." + text(78, u'b'); }), "");
-        check("81-character symbol", with(icon, [](auto& i) { i.symbol = "a." + text(79, u'b'); }), badIcon);
+        bothSides("symbol characters", 80, badIcon,
+                  [&](int n) { return with(icon, [&](auto& i) { i.symbol = text(n, u'b'); }); });
         check("81-character badge", with(icon, [](auto& i) { i.badge = text(81, u'b'); }), badIcon);
     }
 
@@ -550,20 +422,19 @@ private slots:
         s.progress = 50;
         s.fields = {{"Power", "12 W", std::nullopt}};
         s.actions = {{"power", "Power", true, "power", "Sure?"}};
-        s.metrics = QList<PluginField>{{"Rooms", "3", "house"}};
-        s.sections = QList<PluginSection>{{"Notes", "Quiet", QByteArray("\x89PNG", 4)}};
+        s.metrics = {{{"Rooms", "3", "house"}}};
+        s.sections = {{{"Notes", "Quiet", QByteArray("\x89PNG", 4)}}};
         s.media = PluginMedia{"Camera", "Live"};
         s.badge = "beta";
-        PluginPanel page = gridPanel("main", 1);
-        page.cards->first().actions = {button()};
-        s.panels = QList<PluginPanel>{page, with(panel("forms"), [](auto& p) { p.forms = {{form()}}; }),
-                                      with(panel("list"), [](auto& p) { p.collection = collection(2); }),
-                                      with(panel("view"), [](auto& p) { p.customView = customView(); }),
-                                      with(panel("flow"), [](auto& p) { p.diagrams = {{diagram()}}; })};
+        s.panels = {{gridPanel("main", 1), with(panel("forms"), [](auto& p) { p.forms = {{form()}}; }),
+                     listPanel("list", 2), with(panel("view"), [](auto& p) { p.customView = customView(); }),
+                     with(panel("flow"), [](auto& p) { p.diagrams = {{diagram()}}; })}};
+        s.panels->first().cards->first().actions = {button()};
         s.iconPNG = QByteArray("\x00\x01\x02", 3);
         s.volumeEndpoints = endpoints(1);
         QCOMPARE(problemOf([&] { s.validate(); }), QString());
 
+        // Each key's first appearance is the top-level one.
         const QByteArray json = s.encoded();
         qsizetype last = -1;
         for (const char* key : {"title", "status", "activity", "progress", "fields", "actions", "metrics",
@@ -592,12 +463,6 @@ private slots:
                 R"("cards":[{"id":"c","title":"C","subtitle":"","value":"","detail":"","highlighted":false,)"
                 R"("actions":[{"id":"x","label":"X","enabled":"yes"}]}]}]})",
             "\"panels[0].cards[0].actions[0].enabled\" must be true or false");
-        row("unknown element kind",
-            head +
-                R"(,"panels":[{"id":"a","title":"A","usesMedia":false,"sections":[],"diagrams":[{"id":"d",)"
-                R"("title":"D","width":100,"height":100,"summary":"","elements":[{"kind":"star","x":0,"y":0,)"
-                R"("w":0,"h":0}]}]}]})",
-            "\"panels[0].diagrams[0].elements[0].kind\" has an unknown case");
     }
 
     void decoding() {
