@@ -3,6 +3,8 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 
+#include <limits>
+
 namespace vell {
 
 JsonReader::JsonReader(const QJsonValue& value) {
@@ -40,6 +42,14 @@ quint64 JsonReader::unsignedInteger(QStringView key) const {
     if (number < 0)
         fail(key.toString(), u"must not be negative");
     return static_cast<quint64>(number);
+}
+
+quint32 JsonReader::unsigned32(QStringView key) const {
+    const QJsonValue value = required(key);
+    const qint64 number = value.toInteger(-1);
+    if (!value.isDouble() || number < 0 || number > std::numeric_limits<quint32>::max())
+        fail(key.toString(), u"must be a whole number from 0 to 4294967295");
+    return static_cast<quint32>(number);
 }
 
 bool JsonReader::boolean(QStringView key) const {

@@ -41,6 +41,11 @@ public:
     // A whole number from 0 up; those beyond the signed 64-bit range are refused, since JSON
     // coders write them as inexact doubles.
     quint64 unsignedInteger(QStringView key) const;
+    // A whole number from 0 to 4294967295.
+    quint32 unsigned32(QStringView key) const;
+    std::optional<quint32> optionalUnsigned32(QStringView key) const {
+        return ifPresent(key, &JsonReader::unsigned32);
+    }
     bool boolean(QStringView key) const;
     std::optional<bool> optionalBoolean(QStringView key) const {
         return ifPresent(key, &JsonReader::boolean);
@@ -49,6 +54,9 @@ public:
     QUuid uuid(QStringView key) const;
     std::optional<QUuid> optionalUuid(QStringView key) const { return ifPresent(key, &JsonReader::uuid); }
     QByteArray base64(QStringView key) const;
+    std::optional<QByteArray> optionalBase64(QStringView key) const {
+        return ifPresent(key, &JsonReader::base64);
+    }
     QStringList strings(QStringView key) const;
     std::optional<QStringList> optionalStrings(QStringView key) const {
         return ifPresent(key, &JsonReader::strings);
