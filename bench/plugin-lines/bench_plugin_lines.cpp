@@ -26,10 +26,12 @@ QByteArray quoted(const QString& text) {
     return '"' + text.toUtf8() + '"';
 }
 
-QByteArray envelope(const char* type, quint64 sequence, const QByteArray& payloadKey, const QByteArray& payload) {
+QByteArray envelope(const char* type, quint64 sequence, const QByteArray& payloadKey,
+                    const QByteArray& payload) {
     static const QByteArray session = quoted(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
-    return R"({"apiVersion":1,"type":")" + QByteArray(type) + R"(","pluginID":"com.example.home","session":)" +
-           session + R"(,"sequence":)" + QByteArray::number(sequence) + ",\"" + payloadKey + "\":" + payload + "}\n";
+    return R"({"apiVersion":1,"type":")" + QByteArray(type) +
+           R"(","pluginID":"com.example.home","session":)" + session + R"(,"sequence":)" +
+           QByteArray::number(sequence) + ",\"" + payloadKey + "\":" + payload + "}\n";
 }
 
 QByteArray action(const QString& id, const QString& label) {
@@ -43,29 +45,34 @@ QByteArray snapshot(int n) {
         QByteArrayList cards;
         for (int light = 0; light < 8; ++light) {
             const QString id = QStringLiteral("light%1_%2").arg(room).arg(light);
-            cards.append(R"({"id":)" + quoted(id) + R"(,"title":"Ceiling light )" + QByteArray::number(light) +
-                         R"(","subtitle":"Room )" + QByteArray::number(room) + R"(","value":")" +
-                         QByteArray::number((n + light) % 100) + R"(%","detail":"Dimmable, last changed a minute ago",)" +
+            cards.append(R"({"id":)" + quoted(id) + R"(,"title":"Ceiling light )" +
+                         QByteArray::number(light) + R"(","subtitle":"Room )" + QByteArray::number(room) +
+                         R"(","value":")" + QByteArray::number((n + light) % 100) +
+                         R"(%","detail":"Dimmable, last changed a minute ago",)" +
                          R"("symbol":"lightbulb","highlighted":)" + ((n + light) % 2 ? "true" : "false") +
-                         R"(,"actions":[)" + action("toggle_" + id, "Toggle") + "," + action("off_" + id, "Off") + "]}");
+                         R"(,"actions":[)" + action("toggle_" + id, "Toggle") + "," +
+                         action("off_" + id, "Off") + "]}");
         }
-        panels.append(R"({"id":"room)" + QByteArray::number(room) + R"(","title":"Room )" + QByteArray::number(room) +
-                      R"(","usesMedia":false,"sections":[{"title":"Climate","detail":"21.5 °C, 40 % humidity"}],"cards":[)" +
-                      cards.join(',') + "]}");
+        panels.append(
+            R"({"id":"room)" + QByteArray::number(room) + R"(","title":"Room )" + QByteArray::number(room) +
+            R"(","usesMedia":false,"sections":[{"title":"Climate","detail":"21.5 °C, 40 % humidity"}],"cards":[)" +
+            cards.join(',') + "]}");
     }
     QByteArrayList fields;
     for (int i = 0; i < 6; ++i)
-        fields.append(R"({"label":"Sensor )" + QByteArray::number(i) + R"(","value":")" + QByteArray::number(n * 7 % 31) +
-                      R"( °C","symbol":"thermometer"})");
+        fields.append(R"({"label":"Sensor )" + QByteArray::number(i) + R"(","value":")" +
+                      QByteArray::number(n * 7 % 31) + R"( °C","symbol":"thermometer"})");
     const QByteArray body = R"({"title":"Home","status":"All quiet","activity":"24 lights","progress":)" +
-                            QByteArray::number(n % 101) + R"(,"fields":[)" + fields.join(',') + R"(],"actions":[)" +
-                            action("allOff", "All off") + "," + action("scene", "Evening") + R"(],"badge":"3","panels":[)" +
-                            panels.join(',') + "]}";
+                            QByteArray::number(n % 101) + R"(,"fields":[)" + fields.join(',') +
+                            R"(],"actions":[)" + action("allOff", "All off") + "," +
+                            action("scene", "Evening") + R"(],"badge":"3","panels":[)" + panels.join(',') +
+                            "]}";
     return body;
 }
 
 QByteArray busMessage(int n) {
-    return R"({"operation":"update","requestID":")" + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().toLatin1() +
+    return R"({"operation":"update","requestID":")" +
+           QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().toLatin1() +
            R"(","update":{"phase":"running","progress":)" + QByteArray::number(n % 100) +
            R"(,"message":"Dimming the hallway lights","values":{"level":)" + QByteArray::number(n % 100) +
            R"(,"room":"hall","done":false}}})";
@@ -99,7 +106,10 @@ int main(int argc, char** argv) {
         PluginLines framer;
         framed = 0;
         for (qsizetype offset = 0; offset < stream.size(); offset += chunkSize)
-            framed += framer.append(QByteArrayView(stream).sliced(offset, std::min(chunkSize, stream.size() - offset))).size();
+            framed += framer
+                          .append(QByteArrayView(stream).sliced(offset,
+                                                                std::min(chunkSize, stream.size() - offset)))
+                          .size();
         ours.push_back(timer.nsecsElapsed());
 
         timer.restart();
@@ -108,8 +118,8 @@ int main(int argc, char** argv) {
             parsed += QJsonDocument::fromJson(line).isObject() ? 1 : 0;
         floor.push_back(timer.nsecsElapsed());
         if (framed != lines.size() || parsed != lines.size()) {
-            std::fprintf(stderr, "plugin-lines bench: framed %lld and parsed %lld of %lld lines\n", qlonglong(framed),
-                         qlonglong(parsed), qlonglong(lines.size()));
+            std::fprintf(stderr, "plugin-lines bench: framed %lld and parsed %lld of %lld lines\n",
+                         qlonglong(framed), qlonglong(parsed), qlonglong(lines.size()));
             return 1;
         }
     }

@@ -8,8 +8,8 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <utility>
 #include <sys/types.h>
+#include <utility>
 
 class QThreadPool;
 
@@ -27,7 +27,7 @@ struct ChildProcessOptions {
     // to us some other way, or not at all.
     bool pipes = true;
     // Where the child starts; empty keeps ours.
-    QString workingDirectory;
+    QString workingDirectory = {};
 };
 
 // One child process and the host's ends of its pipes. The child gets its standard input and

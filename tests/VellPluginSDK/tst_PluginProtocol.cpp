@@ -58,23 +58,28 @@ private slots:
             QTest::newRow(name) << chunks << messages << rest << message;
         };
         row("three lines and a half", {one + one + one + one.left(20)}, 3, 20);
-        row("a line cut into single bytes", [&] {
-            QList<QByteArray> bytes;
-            for (const char c : one)
-                bytes.append(QByteArray(1, c));
-            return bytes;
-        }(), 1, 0);
+        row(
+            "a line cut into single bytes",
+            [&] {
+                QList<QByteArray> bytes;
+                for (const char c : one)
+                    bytes.append(QByteArray(1, c));
+                return bytes;
+            }(),
+            1, 0);
         row("line of exactly the limit", {line(131072) + '\n'}, 1, 0);
         row("one byte over, valid JSON or not", {line(131073) + '\n'}, 0, 0, "Invalid plugin message size.");
         row("an empty line is an error", {one + '\n'}, 0, 0, "Invalid plugin message size.");
         row("rest of exactly the limit waits", {QByteArray(131072, ' ')}, 0, 131072);
         row("rest one byte over fails at once", {QByteArray(131073, ' ')}, 0, 0,
             "Unterminated plugin message exceeded its limit.");
-        row("buffer plus chunk of exactly the limit", {line(131072), '\n' + QByteArray(131071, ' ')}, 1, 131071);
+        row("buffer plus chunk of exactly the limit", {line(131072), '\n' + QByteArray(131071, ' ')}, 1,
+            131071);
         row("one byte more is refused whole, newline or not",
-            {QByteArray(131072, ' '), "\n" + QByteArray(131072, ' ')}, 0, 0, "Plugin output exceeded its limit.");
+            {QByteArray(131072, ' '), "\n" + QByteArray(131072, ' ')}, 0, 0,
+            "Plugin output exceeded its limit.");
         row("another interface version", {line(0, 2) + '\n'}, 0, 0, "Incompatible plugin interface.");
-        row("not JSON: the parser's reason", {"{\"apiVersion\":1\n"}, 0, 0, "unterminated object");
+        row("not JSON: the parser's reason", {"{\"apiVersion\":1\n"}, 0, 0, "invalid termination by number");
         row("not a message: the decoder's reason", {"{\"apiVersion\":1}\n"}, 0, 0, "\"type\" is missing");
         row("a negative sequence", {line().replace("\"sequence\":1", "\"sequence\":-1") + '\n'}, 0, 0,
             "\"sequence\" must not be negative");
@@ -110,16 +115,18 @@ private slots:
         QCOMPARE(message.frame->jpeg, QByteArray::fromBase64("/9j/"));
         QCOMPARE(message.agendaDate, 0.0);
         const QByteArray json = message.json();
-        QCOMPARE(json, R"({"apiVersion":1,"type":"x","pluginID":"com.example.a","session":")" + session +
-                           R"(","sequence":9,"action":"go","features":["actions-v1"],"visible":true,)"
-                           R"("frame":{"jpeg":"/9j/"},)"
-                           R"("bus":{"operation":"discover","requestID":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB"},)"
-                           R"("agendaDate":0,"viewResourceCancel":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB",)"
-                           R"("caption":{"phase":"dismiss","title":"","text":"","detail":"","symbol":""}})");
+        QCOMPARE(json,
+                 R"({"apiVersion":1,"type":"x","pluginID":"com.example.a","session":")" + session +
+                     R"(","sequence":9,"action":"go","features":["actions-v1"],"visible":true,)"
+                     R"("frame":{"jpeg":"/9j/"},)"
+                     R"("bus":{"operation":"discover","requestID":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB"},)"
+                     R"("agendaDate":0,"viewResourceCancel":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB",)"
+                     R"("caption":{"phase":"dismiss","title":"","text":"","detail":"","symbol":""}})");
         QCOMPARE(PluginMessage::decode(json), message);
 
         // A null is an absent optional, and an absent optional is not written.
-        const PluginMessage bare = PluginMessage::decode(line().replace(R"("action":"")", R"("action":null)"));
+        const PluginMessage bare =
+            PluginMessage::decode(line().replace(R"("action":"")", R"("action":null)"));
         QVERIFY(!bare.action);
         QVERIFY(!bare.json().contains("action"));
     }
@@ -128,7 +135,8 @@ private slots:
         const PluginMessage largest = PluginMessage::decode(line(131072));
         QCOMPARE(largest.encoded().size(), 131073);
         QVERIFY(largest.encoded().endsWith('\n'));
-        QCOMPARE(problemOf([] { PluginMessage::decode(line(131073)).encoded(); }), "Plugin message exceeds its limit.");
+        QCOMPARE(problemOf([] { PluginMessage::decode(line(131073)).encoded(); }),
+                 "Plugin message exceeds its limit.");
     }
 
     void manifestValidation_data() {
@@ -169,10 +177,12 @@ private slots:
         check("summary of 500", manifestWith([](auto& m) { m.summary = QString(500, 's'); }), "");
         check("summary of 501", manifestWith([](auto& m) { m.summary = QString(501, 's'); }), invalid);
         check("12 capabilities", manifestWith([](auto& m) { m.capabilities = QStringList(12, "c"); }), "");
-        check("13 capabilities", manifestWith([](auto& m) { m.capabilities = QStringList(13, "c"); }), invalid);
+        check("13 capabilities", manifestWith([](auto& m) { m.capabilities = QStringList(13, "c"); }),
+              invalid);
         check("empty capability", manifestWith([](auto& m) { m.capabilities = {""}; }), invalid);
         check("capability of 160", manifestWith([](auto& m) { m.capabilities = {QString(160, 'c')}; }), "");
-        check("capability of 161", manifestWith([](auto& m) { m.capabilities = {QString(161, 'c')}; }), invalid);
+        check("capability of 161", manifestWith([](auto& m) { m.capabilities = {QString(161, 'c')}; }),
+              invalid);
     }
 
     void manifestValidation() {

@@ -21,7 +21,8 @@ private slots:
             u"usage: vellctl module validate FILE\n"
             u"usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
             u"[--event-feed ID --event-json TEXT]\n"_s;
-        const QString everyUsage = usage + pluginUsage + u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s;
+        const QString everyUsage =
+            usage + pluginUsage + u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s;
         const auto validate = [](const QString& file) {
             return QStringList{u"module"_s, u"validate"_s, file};
         };
@@ -98,11 +99,13 @@ private slots:
         const QString data = qEnvironmentVariable("VELL_TEST_DATA");
         const QString examples = qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/plugins/"_s;
         for (const char* example : {"clock", "counter", "dice"})
-            QTest::addRow("example %s", example) << QStringList{u"plugin"_s, u"manifest"_s, examples + QLatin1String(example) + u"/VellPlugin.json"_s}
-                                                 << QByteArray() << 0 << u"OK\n"_s;
+            QTest::addRow("example %s", example)
+                << QStringList{u"plugin"_s, u"manifest"_s,
+                               examples + QLatin1String(example) + u"/VellPlugin.json"_s}
+                << QByteArray() << 0 << u"OK\n"_s;
         QTest::addRow("manifest: launch mode")
-            << QStringList{u"plugin"_s, u"manifest"_s, data + u"/plugin-manifest-daemon.json"_s} << QByteArray() << 1
-            << u"Unsupported plugin launch mode.\n"_s;
+            << QStringList{u"plugin"_s, u"manifest"_s, data + u"/plugin-manifest-daemon.json"_s}
+            << QByteArray() << 1 << u"Unsupported plugin launch mode.\n"_s;
 
         // Keys in any order, a lower-case UUID, a null and spaces come back in the one form.
         const QByteArray messy =
@@ -110,25 +113,32 @@ private slots:
             R"( "session": "6f9619ff-8b86-d011-b42d-00c04fc964ff", "pluginID": "com.example.a" })";
         const QString canonical =
             uR"({"apiVersion":1,"type":"heartbeat","pluginID":"com.example.a","session":"6F9619FF-8B86-D011-B42D-00C04FC964FF","sequence":3})"_s;
-        QTest::addRow("lines: one chunk") << QStringList{u"plugin"_s, u"lines"_s} << messy + '\n' + messy + '\n' << 0
-                                           << canonical + u'\n' + canonical + u'\n';
+        QTest::addRow("lines: one chunk")
+            << QStringList{u"plugin"_s, u"lines"_s} << messy + '\n' + messy + '\n'
+            << 0 << canonical + u'\n' + canonical + u'\n';
         QTest::addRow("lines: byte by byte, rest kept unframed")
-            << QStringList{u"plugin"_s, u"lines"_s, u"--chunk"_s, u"1"_s} << messy + '\n' + messy << 0 << canonical + u'\n';
-        QTest::addRow("lines: an empty line")
-            << QStringList{u"plugin"_s, u"lines"_s} << messy + "\n\n" << 1
-            << u"error: Invalid plugin message size.\n"_s;
-        QTest::addRow("lines: from a file")
-            << QStringList{u"plugin"_s, u"lines"_s, data + u"/plugin-lines-version2.jsonl"_s} << QByteArray() << 1
-            << canonical + u"\nerror: Incompatible plugin interface.\n"_s;
+            << QStringList{u"plugin"_s, u"lines"_s, u"--chunk"_s, u"1"_s} << messy + '\n' + messy << 0
+            << canonical + u'\n';
+        QTest::addRow("lines: an empty line") << QStringList{u"plugin"_s, u"lines"_s} << messy + "\n\n"
+                                              << 1 << u"error: Invalid plugin message size.\n"_s;
+        // A failure loses what the same chunk framed before it.
+        QTest::addRow("lines: from a file, one chunk")
+            << QStringList{u"plugin"_s, u"lines"_s, data + u"/plugin-lines-version2.jsonl"_s} << QByteArray()
+            << 1 << u"error: Incompatible plugin interface.\n"_s;
+        QTest::addRow("lines: from a file, in chunks")
+            << QStringList{u"plugin"_s, u"lines"_s, u"--chunk"_s, u"100"_s,
+                           data + u"/plugin-lines-version2.jsonl"_s}
+            << QByteArray() << 1 << canonical + u"\nerror: Incompatible plugin interface.\n"_s;
 
         QTest::addRow("snapshot: valid")
-            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot.json"_s} << QByteArray() << 0 << u"OK\n"_s;
+            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot.json"_s} << QByteArray() << 0
+            << u"OK\n"_s;
         QTest::addRow("snapshot: empty panels")
-            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot-empty-panels.json"_s} << QByteArray() << 1
-            << u"Invalid dashboard panels.\n"_s;
+            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot-empty-panels.json"_s}
+            << QByteArray() << 1 << u"Invalid dashboard panels.\n"_s;
         QTest::addRow("snapshot: not decodable")
-            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-manifest-daemon.json"_s} << QByteArray() << 1
-            << u"\"title\" is missing\n"_s;
+            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-manifest-daemon.json"_s}
+            << QByteArray() << 1 << u"\"title\" is missing\n"_s;
     }
 
     void plugin() {

@@ -27,10 +27,12 @@ int main(int argc, char** argv) {
         toggle.id = QStringLiteral("seconds");
         toggle.label = seconds ? QStringLiteral("Hide seconds") : QStringLiteral("Show seconds");
         toggle.enabled = true;
-        PluginMessage message = PluginMessage::make(QStringLiteral("snapshot"), hello.pluginID, hello.session, ++sequence);
+        PluginMessage message =
+            PluginMessage::make(QStringLiteral("snapshot"), hello.pluginID, hello.session, ++sequence);
         message.snapshot.emplace();
         message.snapshot->title = QStringLiteral("Clock");
-        message.snapshot->status = now.toString(seconds ? QStringLiteral("HH:mm:ss") : QStringLiteral("HH:mm"));
+        message.snapshot->status =
+            now.toString(seconds ? QStringLiteral("HH:mm:ss") : QStringLiteral("HH:mm"));
         message.snapshot->activity = message.snapshot->status;
         message.snapshot->actions = {toggle};
         host.send(message);

@@ -31,10 +31,12 @@ int main(int argc, char** argv) {
         return action;
     };
     const auto show = [&] {
-        PluginMessage message = PluginMessage::make(QStringLiteral("snapshot"), hello.pluginID, hello.session, ++sequence);
+        PluginMessage message =
+            PluginMessage::make(QStringLiteral("snapshot"), hello.pluginID, hello.session, ++sequence);
         message.snapshot.emplace();
         message.snapshot->title = QStringLiteral("Counter");
-        message.snapshot->status = count == 1 ? QStringLiteral("1 press") : QStringLiteral("%1 presses").arg(count);
+        message.snapshot->status =
+            count == 1 ? QStringLiteral("1 press") : QStringLiteral("%1 presses").arg(count);
         message.snapshot->activity = QString::number(count);
         message.snapshot->actions = {button(QStringLiteral("add"), QStringLiteral("Add one"), true),
                                      button(QStringLiteral("reset"), QStringLiteral("Reset"), count > 0)};
@@ -42,7 +44,8 @@ int main(int argc, char** argv) {
     };
     // Nothing changes while nobody presses, but the host wants to hear from a plugin.
     QObject::connect(&heartbeat, &QTimer::timeout, [&] {
-        host->send(PluginMessage::make(QStringLiteral("heartbeat"), hello.pluginID, hello.session, ++sequence));
+        host->send(
+            PluginMessage::make(QStringLiteral("heartbeat"), hello.pluginID, hello.session, ++sequence));
     });
 
     host->start([&](const std::optional<PluginMessage>& message) {

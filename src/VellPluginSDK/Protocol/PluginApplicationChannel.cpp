@@ -7,20 +7,23 @@
 
 namespace vell {
 
-std::unique_ptr<PluginApplicationChannel> PluginApplicationChannel::create(const QProcessEnvironment& environment) {
+std::unique_ptr<PluginApplicationChannel>
+PluginApplicationChannel::create(const QProcessEnvironment& environment) {
     const QString portText = environment.value(portVariable.toString());
     const QString token = environment.value(tokenVariable.toString());
-    const bool decimal = !portText.isEmpty() && std::all_of(portText.begin(), portText.end(), [](QChar c) {
-        return c >= u'0' && c <= u'9';
-    });
+    const bool decimal = !portText.isEmpty() && std::all_of(portText.begin(), portText.end(),
+                                                            [](QChar c) { return c >= u'0' && c <= u'9'; });
     bool parsed = false;
     const uint port = portText.toUInt(&parsed);
-    const bool tokenValid = token.size() == tokenCharacters && std::all_of(token.begin(), token.end(), [](QChar c) {
-        return c == u'-' || (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
-    });
+    const bool tokenValid =
+        token.size() == tokenCharacters && std::all_of(token.begin(), token.end(), [](QChar c) {
+            return c == u'-' || (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') ||
+                   (c >= u'A' && c <= u'F');
+        });
     if (!decimal || !parsed || port == 0 || port > 65535 || !tokenValid)
         return nullptr;
-    return std::unique_ptr<PluginApplicationChannel>(new PluginApplicationChannel(static_cast<quint16>(port), token));
+    return std::unique_ptr<PluginApplicationChannel>(
+        new PluginApplicationChannel(static_cast<quint16>(port), token));
 }
 
 PluginApplicationChannel::PluginApplicationChannel(quint16 port, QString token)
@@ -55,7 +58,8 @@ void PluginApplicationChannel::readAvailable() {
 }
 
 bool PluginApplicationChannel::write(const QByteArray& data) {
-    return m_connection && m_connection->state() == QAbstractSocket::ConnectedState && m_connection->write(data) >= 0;
+    return m_connection && m_connection->state() == QAbstractSocket::ConnectedState &&
+           m_connection->write(data) >= 0;
 }
 
 void PluginApplicationChannel::close() {

@@ -5,9 +5,9 @@ namespace vell::PluginCapabilities {
 QStringList offered() {
     QStringList names;
     for (const QStringView name :
-         {dashboard, inlineMedia, panels, artwork, diagrams, actions, longRunningActions, runDisplay, controlCards,
-          forms, agenda, collections, customViews, presentation, volume, viewResources, isolatedFrames,
-          httpsFrames, transientCaption})
+         {dashboard, inlineMedia, panels, artwork, diagrams, actions, longRunningActions, runDisplay,
+          controlCards, forms, agenda, collections, customViews, presentation, volume, viewResources,
+          isolatedFrames, httpsFrames, transientCaption})
         names.append(name.toString());
     return names;
 }

@@ -47,7 +47,8 @@ bool PluginChildChannel::write(const QByteArray& data) {
         return false;
     qsizetype sent = 0;
     while (sent < data.size()) {
-        const ssize_t count = ::write(output, data.constData() + sent, static_cast<size_t>(data.size() - sent));
+        const ssize_t count =
+            ::write(output, data.constData() + sent, static_cast<size_t>(data.size() - sent));
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)

@@ -45,7 +45,8 @@ void PluginConnection::received(QByteArrayView chunk) {
         // The receiver may stop, or delete, the connection from inside.
         if (!self || m_stopped || !m_receiver)
             return;
-        std::function(m_receiver)(message);
+        const Receiver receiver = m_receiver;
+        receiver(message);
     }
 }
 

@@ -23,7 +23,8 @@ QList<PluginMessage> PluginLines::append(QByteArrayView chunk) {
     try {
         while (true) {
             const char* base = m_buffer.constData();
-            const void* found = std::memchr(base + searchFrom, '\n', static_cast<size_t>(m_buffer.size() - searchFrom));
+            const void* found =
+                std::memchr(base + searchFrom, '\n', static_cast<size_t>(m_buffer.size() - searchFrom));
             if (!found)
                 break;
             const qsizetype end = static_cast<const char*>(found) - base;

@@ -41,8 +41,8 @@ void NativeApplicationTransport::listen(const QByteArray& hello) {
         return;
     }
     ChildProcessOptions options = m_applicationOptions;
-    options.environment.append(portVariable + u'=' + QString::number(m_listener->serverPort()));
-    options.environment.append(tokenVariable + u'=' + m_token);
+    options.environment.append(portVariable.toString() + u'=' + QString::number(m_listener->serverPort()));
+    options.environment.append(tokenVariable.toString() + u'=' + m_token);
     QString error;
     m_application = ChildProcess::start(options, &error);
     if (!m_application)
@@ -50,6 +50,8 @@ void NativeApplicationTransport::listen(const QByteArray& hello) {
 }
 
 void NativeApplicationTransport::accept(QTcpSocket* socket) {
+    // Ours, not the listener's: the listener goes once a peer is found, and the peer stays.
+    socket->setParent(this);
     if (m_stopped || m_connection || m_pending.size() >= maximumPendingConnections) {
         socket->abort();
         socket->deleteLater();

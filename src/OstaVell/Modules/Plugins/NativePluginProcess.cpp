@@ -38,24 +38,26 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
     if (mode == LaunchMode::application) {
         // The application keeps the user's environment, as one the user opened would; only
         // the way back to us is added.
-        ChildProcessOptions options{binary, {pluginArgument.toString()},
-                                    QProcessEnvironment::systemEnvironment().toStringList()};
+        ChildProcessOptions options{
+            binary, {pluginArgument.toString()}, QProcessEnvironment::systemEnvironment().toStringList()};
         options.pipes = false;
         options.workingDirectory = QFileInfo(binary).absolutePath();
-        m_applicationTransport = new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options);
+        m_applicationTransport =
+            new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options);
         m_applicationTransport->moveToThread(PluginTransportThread::instance());
         connectStream(m_applicationTransport);
-        QMetaObject::invokeMethod(m_applicationTransport,
-                                  [transport = m_applicationTransport, data = greeting.encoded()] {
-                                      transport->listen(data);
-                                  });
+        QMetaObject::invokeMethod(
+            m_applicationTransport,
+            [transport = m_applicationTransport, data = greeting.encoded()] { transport->listen(data); });
         return;
     }
 
     // Exactly this environment: nothing of ours, the user's session included, reaches a child.
     ChildProcessOptions options{binary,
                                 {pluginArgument.toString()},
-                                {u"PATH=" + childPath, u"HOME=" + QDir::homePath(), u"TMPDIR=" + QDir::tempPath()}};
+                                {QStringLiteral("PATH=") + childPath.toString(),
+                                 QStringLiteral("HOME=") + QDir::homePath(),
+                                 QStringLiteral("TMPDIR=") + QDir::tempPath()}};
     options.workingDirectory = workingDirectory;
     QString error;
     m_child = ChildProcess::start(options, &error);
@@ -63,8 +65,10 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
         throw ModuleProblem(error);
     m_processID = m_child->pid();
     m_sendState = std::make_shared<PluginSendState>();
-    const int exit = m_child->exitDescriptor() >= 0 ? fcntl(m_child->exitDescriptor(), F_DUPFD_CLOEXEC, 0) : -1;
-    m_pipes = new PluginPipeStream(m_child->takeInputDescriptor(), m_child->takeOutputDescriptor(), exit, m_sendState);
+    const int exit =
+        m_child->exitDescriptor() >= 0 ? fcntl(m_child->exitDescriptor(), F_DUPFD_CLOEXEC, 0) : -1;
+    m_pipes = new PluginPipeStream(m_child->takeInputDescriptor(), m_child->takeOutputDescriptor(), exit,
+                                   m_sendState);
     m_pipes->moveToThread(PluginTransportThread::instance());
     connectStream(m_pipes);
     QMetaObject::invokeMethod(m_pipes, [pipes = m_pipes] { pipes->open(); });
@@ -74,12 +78,13 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
 void NativePluginProcess::connectStream(PluginStream* stream) {
     connect(stream, &PluginStream::framed, this, &NativePluginProcess::deliver);
     connect(stream, &PluginStream::failed, this, [this](const QString& reason) {
-        if (onFailure && !m_stopped)
-            std::function(onFailure)(reason);
+        // A copy, since the callback may clear its own field.
+        if (const auto callback = onFailure; callback && !m_stopped)
+            callback(reason);
     });
     connect(stream, &PluginStream::exited, this, [this] {
-        if (onExit && !m_stopped)
-            std::function(onExit)();
+        if (const auto callback = onExit; callback && !m_stopped)
+            callback();
     });
 }
 
@@ -89,14 +94,16 @@ void NativePluginProcess::deliver(const QList<PluginMessage>& messages, qsizetyp
         if (m_stopped || !onMessage)
             return;
         // The owner may stop or even delete this process from inside its callback.
-        std::function(onMessage)(message);
+        const auto callback = onMessage;
+        callback(message);
         if (!self)
             return;
     }
     if (m_stopped)
         return;
     PluginStream* stream = m_pipes ? static_cast<PluginStream*>(m_pipes) : m_applicationTransport;
-    QMetaObject::invokeMethod(stream, [stream, bytes] { stream->delivered(bytes); });
+    QMetaObject::invokeMethod(stream,
+                              [stream, bytes, count = messages.size()] { stream->delivered(bytes, count); });
 }
 
 void NativePluginProcess::send(const PluginMessage& message) {
@@ -120,7 +127,8 @@ void NativePluginProcess::stop() {
     onFailure = nullptr;
     if (m_applicationTransport) {
         m_applicationTransport->disconnect(this);
-        QMetaObject::invokeMethod(m_applicationTransport, [transport = m_applicationTransport] { transport->stop(); });
+        QMetaObject::invokeMethod(m_applicationTransport,
+                                  [transport = m_applicationTransport] { transport->stop(); });
         m_applicationTransport = nullptr;
     }
     if (m_pipes) {

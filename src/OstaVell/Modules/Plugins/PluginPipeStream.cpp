@@ -17,12 +17,14 @@ void closeQuietly(int& fd) {
     fd = -1;
 }
 
-// The largest read at a time: one pipe's worth, well inside the framer's limits.
-constexpr qsizetype readSize = 65536;
+// The largest read at a time: small enough that one read of short lines is a batch the main
+// thread handles in a moment, well inside the framer's limits.
+constexpr qsizetype readSize = 16384;
 
 } // namespace
 
-PluginPipeStream::PluginPipeStream(int input, int output, int exit, std::shared_ptr<PluginSendState> sendState)
+PluginPipeStream::PluginPipeStream(int input, int output, int exit,
+                                   std::shared_ptr<PluginSendState> sendState)
     : m_input(input)
     , m_output(output)
     , m_exit(exit)

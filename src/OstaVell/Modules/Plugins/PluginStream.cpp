@@ -4,9 +4,10 @@
 
 namespace vell {
 
-void PluginStream::delivered(qsizetype bytes) {
+void PluginStream::delivered(qsizetype bytes, qsizetype messages) {
     const bool wasPaused = paused();
-    m_undelivered -= bytes;
+    m_undeliveredBytes -= bytes;
+    m_undeliveredMessages -= messages;
     if (wasPaused && !paused() && !m_failed)
         resume();
 }
@@ -23,7 +24,8 @@ bool PluginStream::take(QByteArrayView chunk) {
         return false;
     }
     if (!messages.isEmpty()) {
-        m_undelivered += chunk.size();
+        m_undeliveredBytes += chunk.size();
+        m_undeliveredMessages += messages.size();
         emit framed(messages, chunk.size());
     }
     return true;

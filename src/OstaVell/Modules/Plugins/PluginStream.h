@@ -12,16 +12,18 @@ namespace vell {
 // comes in, and a bound on what has been framed and not yet taken by the main thread. Without
 // that bound a plugin writing small valid messages faster than the host handles them would
 // grow the main thread's event queue without end; with it, reading pauses and the plugin
-// blocks on its own full pipe or socket instead.
+// blocks on its own full pipe or socket instead. The bound is also on the count, because the
+// main thread handles every batch already posted in one go before its timers run again.
 class PluginStream : public QObject {
     Q_OBJECT
 
 public:
     // Bytes framed and not yet handled on the main thread before reading pauses.
-    static constexpr qsizetype maximumUndeliveredBytes = 1024 * 1024;
+    static constexpr qsizetype maximumUndeliveredBytes = 512 * 1024;
+    static constexpr qsizetype maximumUndeliveredMessages = 256;
 
-    // The main thread has handled a batch of framed() that came from bytes bytes.
-    void delivered(qsizetype bytes);
+    // The main thread has handled a batch of framed().
+    void delivered(qsizetype bytes, qsizetype messages);
 
 signals:
     // Messages in order, framed from bytes bytes of input.
@@ -36,13 +38,17 @@ protected:
 
     // Frames chunk and hands on its messages; false when it failed, failed() being emitted.
     bool take(QByteArrayView chunk);
-    bool paused() const { return m_undelivered > maximumUndeliveredBytes; }
+    bool paused() const {
+        return m_undeliveredBytes > maximumUndeliveredBytes ||
+               m_undeliveredMessages > maximumUndeliveredMessages;
+    }
     // Reading may go on again after a pause.
     virtual void resume() = 0;
 
 private:
     PluginLines m_lines;
-    qsizetype m_undelivered = 0;
+    qsizetype m_undeliveredBytes = 0;
+    qsizetype m_undeliveredMessages = 0;
     bool m_failed = false;
 };
 

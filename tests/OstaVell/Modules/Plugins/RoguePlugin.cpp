@@ -9,8 +9,8 @@
 #include <QFileInfo>
 
 #include <csignal>
-#include <fcntl.h>
 #include <cstdlib>
+#include <fcntl.h>
 #include <unistd.h>
 
 using namespace vell;
@@ -20,7 +20,8 @@ namespace {
 void writeAll(const QByteArray& data) {
     qsizetype sent = 0;
     while (sent < data.size()) {
-        const ssize_t count = ::write(STDOUT_FILENO, data.constData() + sent, static_cast<size_t>(data.size() - sent));
+        const ssize_t count =
+            ::write(STDOUT_FILENO, data.constData() + sent, static_cast<size_t>(data.size() - sent));
         if (count <= 0)
             std::_Exit(3);
         sent += count;
@@ -28,8 +29,9 @@ void writeAll(const QByteArray& data) {
 }
 
 QByteArray message(const char* type, quint64 sequence, qsizetype padTo = 0) {
-    PluginMessage message = PluginMessage::make(QString::fromLatin1(type), QStringLiteral("test.rogue"),
-                                                QUuid::fromString(u"6F9619FF-8B86-D011-B42D-00C04FC964FF"), sequence);
+    PluginMessage message =
+        PluginMessage::make(QString::fromLatin1(type), QStringLiteral("test.rogue"),
+                            QUuid::fromString(u"6F9619FF-8B86-D011-B42D-00C04FC964FF"), sequence);
     if (padTo > 0) {
         message.action = QString();
         const qsizetype bare = message.json().size();
