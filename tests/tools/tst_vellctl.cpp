@@ -155,6 +155,15 @@ private slots:
         QCOMPARE(vellctl.exitCode(), exitCode);
     }
 
+    // The README shows the smallest example plugin whole; it must be the one that builds.
+    void readmeShowsTheClockExample() {
+        const QString source = qEnvironmentVariable("VELL_SOURCE_DIR");
+        QFile readme(source + u"/README.md"_s);
+        QFile example(source + u"/examples/plugins/clock/main.cpp"_s);
+        QVERIFY(readme.open(QIODevice::ReadOnly) && example.open(QIODevice::ReadOnly));
+        QVERIFY(readme.readAll().contains("```cpp\n" + example.readAll() + "```\n"));
+    }
+
 private:
     const QString pluginUsage = u"usage: vellctl plugin manifest FILE\n"
                                 u"usage: vellctl plugin lines [--chunk N] [FILE]\n"

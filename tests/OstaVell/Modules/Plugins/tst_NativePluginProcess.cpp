@@ -97,6 +97,9 @@ class TestNativePluginProcess final : public QObject {
         const QString report =
             m_rogues.filePath(QStringLiteral("report-") + QUuid::createUuid().toString(QUuid::Id128));
         qputenv("VELL_TEST_REPORT", report.toLocal8Bit());
+        // Stale values in our own environment must not reach the plugin in place of the real ones.
+        qputenv("OSTAVELL_PLUGIN_PORT", "1");
+        qputenv("OSTAVELL_PLUGIN_TOKEN", QByteArray(72, '0'));
         process.start(rogue(QStringLiteral("report")), QStringLiteral("test.rogue"), m_rogues.path(),
                       LaunchMode::application);
         QByteArray contents;
@@ -284,8 +287,9 @@ private slots:
         Heard heard;
         heard.listen(process);
         const auto [port, token] = startReporting(process);
-        QVERIFY(port != 0);
+        QVERIFY(port > 1);
         QCOMPARE(token.size(), 72);
+        QVERIFY(token != QString(72, u'0'));
 
         const auto impostor = connectTo(port);
         QVERIFY(impostor);
