@@ -11,7 +11,7 @@ QString ActionGrant::id() const {
     return caller + u':' + address.key() + (channel ? QStringLiteral(":channel") : QStringLiteral(":action"));
 }
 
-ActionGrant ActionGrant::fromJson(const QJsonValue& json) {
+ActionGrant ActionGrant::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     ActionGrant grant;
     grant.caller = reader.string(u"caller");

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "VellPluginSDK/Actions/PluginActionAddress.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 namespace vell {
@@ -25,7 +25,7 @@ struct ActionGrant {
     // caller:plugin/name:action or :channel; at most one grant exists per id.
     QString id() const;
 
-    static ActionGrant fromJson(const QJsonValue& json);
+    static ActionGrant fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -8,7 +8,7 @@
 
 namespace vell {
 
-ActionRunSummary ActionRunSummary::fromJson(const QJsonValue& json) {
+ActionRunSummary ActionRunSummary::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     ActionRunSummary summary;
     summary.id = reader.uuid(u"id");

@@ -2,10 +2,10 @@
 
 #include "VellPluginSDK/Actions/PluginActionAddress.h"
 #include "VellPluginSDK/Actions/PluginRunPhase.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 #include <QUuid>
 
@@ -24,7 +24,7 @@ struct ActionRunSummary {
     // The run's creation, in seconds since 2001-01-01 00:00:00 UTC.
     double date = 0;
 
-    static ActionRunSummary fromJson(const QJsonValue& json);
+    static ActionRunSummary fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;

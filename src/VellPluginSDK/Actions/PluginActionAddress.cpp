@@ -10,7 +10,7 @@
 
 namespace vell {
 
-PluginActionAddress PluginActionAddress::fromJson(const QJsonValue& json) {
+PluginActionAddress PluginActionAddress::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"plugin"), reader.string(u"name")};
 }

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QHashFunctions>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 #include <compare>
@@ -20,7 +21,7 @@ struct PluginActionAddress {
     // plugin/name
     QString key() const { return plugin + u'/' + name; }
 
-    static PluginActionAddress fromJson(const QJsonValue& json);
+    static PluginActionAddress fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -35,7 +35,7 @@ std::optional<PluginBusMessage::Operation> PluginBusMessage::operationFromName(Q
     return std::nullopt;
 }
 
-PluginBusMessage PluginBusMessage::fromJson(const QJsonValue& json) {
+PluginBusMessage PluginBusMessage::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginBusMessage message;
     message.operation = reader.enumeration<Operation>(u"operation", operationNames);

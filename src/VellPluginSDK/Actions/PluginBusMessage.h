@@ -5,6 +5,7 @@
 #include "VellPluginSDK/Actions/PluginRegistration.h"
 #include "VellPluginSDK/Actions/PluginRunUpdate.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QList>
@@ -51,7 +52,7 @@ struct PluginBusMessage {
     static QString operationName(Operation operation);
     static std::optional<Operation> operationFromName(QStringView name);
 
-    static PluginBusMessage fromJson(const QJsonValue& json);
+    static PluginBusMessage fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -131,7 +131,7 @@ private:
 
 } // namespace
 
-PluginCatalogEntry PluginCatalogEntry::fromJson(const QJsonValue& json) {
+PluginCatalogEntry PluginCatalogEntry::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginCatalogEntry entry;
     entry.address = reader.record<PluginActionAddress>(u"address");

@@ -3,6 +3,7 @@
 #include "VellPluginSDK/Actions/PluginActionAddress.h"
 #include "VellPluginSDK/Actions/PluginChannel.h"
 #include "VellPluginSDK/Actions/PluginRegisteredAction.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 
@@ -17,7 +18,7 @@ struct PluginCatalogEntry {
     std::optional<PluginRegisteredAction> action;
     std::optional<PluginChannel> channel;
 
-    static PluginCatalogEntry fromJson(const QJsonValue& json);
+    static PluginCatalogEntry fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -16,7 +16,7 @@ constexpr std::array<QStringView, 2> kindNames{u"event", u"state"};
 
 } // namespace
 
-PluginChannel PluginChannel::fromJson(const QJsonValue& json) {
+PluginChannel PluginChannel::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginChannel channel;
     channel.id = reader.string(u"id");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VellPluginSDK/Actions/PluginValueSchema.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QString>
@@ -19,7 +20,7 @@ struct PluginChannel {
     Kind kind = Kind::event;
     PluginValueSchema schema;
 
-    static PluginChannel fromJson(const QJsonValue& json);
+    static PluginChannel fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -17,7 +17,7 @@ constexpr std::array<QStringView, 3> kindNames{u"string", u"number", u"boolean"}
 
 } // namespace
 
-PluginParameter PluginParameter::fromJson(const QJsonValue& json) {
+PluginParameter PluginParameter::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginParameter parameter;
     parameter.name = reader.string(u"name");

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 #include <optional>
@@ -20,7 +21,7 @@ struct PluginParameter {
     std::optional<double> minimum;
     std::optional<double> maximum;
 
-    static PluginParameter fromJson(const QJsonValue& json);
+    static PluginParameter fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

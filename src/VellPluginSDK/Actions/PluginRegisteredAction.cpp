@@ -18,7 +18,7 @@ constexpr std::array<QStringView, 3> effectNames{u"readOnly", u"localChange", u"
 
 } // namespace
 
-PluginRegisteredAction PluginRegisteredAction::fromJson(const QJsonValue& json) {
+PluginRegisteredAction PluginRegisteredAction::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginRegisteredAction action;
     action.id = reader.string(u"id");

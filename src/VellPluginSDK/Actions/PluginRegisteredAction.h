@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VellPluginSDK/Actions/PluginValueSchema.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QString>
@@ -30,7 +31,7 @@ struct PluginRegisteredAction {
     // Outer limit of the whole run.
     std::optional<double> completionTimeoutSeconds;
 
-    static PluginRegisteredAction fromJson(const QJsonValue& json);
+    static PluginRegisteredAction fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -10,7 +10,7 @@
 
 namespace vell {
 
-PluginRegistration PluginRegistration::fromJson(const QJsonValue& json) {
+PluginRegistration PluginRegistration::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.records<PluginRegisteredAction>(u"actions"), reader.records<PluginChannel>(u"channels")};
 }

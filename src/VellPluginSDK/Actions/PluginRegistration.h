@@ -2,6 +2,7 @@
 
 #include "VellPluginSDK/Actions/PluginChannel.h"
 #include "VellPluginSDK/Actions/PluginRegisteredAction.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QList>
@@ -16,7 +17,7 @@ struct PluginRegistration {
     QList<PluginRegisteredAction> actions;
     QList<PluginChannel> channels;
 
-    static PluginRegistration fromJson(const QJsonValue& json);
+    static PluginRegistration fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -9,7 +9,7 @@
 
 namespace vell {
 
-PluginRunDisplay PluginRunDisplay::fromJson(const QJsonValue& json) {
+PluginRunDisplay PluginRunDisplay::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginRunDisplay display;
     display.title = reader.string(u"title");

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 namespace vell {
@@ -20,7 +21,7 @@ struct PluginRunDisplay {
     qint64 totalSteps = 0;
     bool needsReview = false;
 
-    static PluginRunDisplay fromJson(const QJsonValue& json);
+    static PluginRunDisplay fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -11,7 +11,7 @@
 
 namespace vell {
 
-PluginRunUpdate PluginRunUpdate::fromJson(const QJsonValue& json) {
+PluginRunUpdate PluginRunUpdate::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginRunUpdate update;
     update.phase = reader.enumeration(u"phase", pluginRunPhaseFromName);

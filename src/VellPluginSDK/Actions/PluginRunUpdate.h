@@ -3,6 +3,7 @@
 #include "VellPluginSDK/Actions/PluginRunDisplay.h"
 #include "VellPluginSDK/Actions/PluginRunPhase.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <optional>
 
@@ -21,7 +22,7 @@ struct PluginRunUpdate {
     PluginValueMap values;
     std::optional<PluginRunDisplay> display;
 
-    static PluginRunUpdate fromJson(const QJsonValue& json);
+    static PluginRunUpdate fromJson(const JsonNode& json);
     // Always writes "values", also when empty.
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;

@@ -20,6 +20,16 @@ QString shortest(double number, std::chars_format format) {
 
 } // namespace
 
+std::optional<PluginValue> PluginValue::scalar(const JsonNode& json) {
+    if (json.isBool())
+        return boolean(json.toBool());
+    if (json.isNumber() && std::isfinite(json.toDouble()))
+        return number(json.toDouble());
+    if (json.isString())
+        return string(json.toString());
+    return std::nullopt;
+}
+
 QString PluginValue::text() const {
     const QString* text = std::get_if<QString>(&m_value);
     return text ? *text : QString();
@@ -55,13 +65,9 @@ QString PluginValue::display() const {
     return text;
 }
 
-PluginValue PluginValue::fromJson(const QJsonValue& json) {
-    if (json.isBool())
-        return boolean(json.toBool());
-    if (json.isDouble() && std::isfinite(json.toDouble()))
-        return number(json.toDouble());
-    if (json.isString())
-        return string(json.toString());
+PluginValue PluginValue::fromJson(const JsonNode& json) {
+    if (const std::optional<PluginValue> value = scalar(json))
+        return *value;
     throw ModuleProblem(QStringLiteral("must be a string"));
 }
 
@@ -77,16 +83,30 @@ QJsonValue PluginValue::toJson() const {
     return {};
 }
 
-PluginValueMap PluginValue::mapFromJson(const QJsonValue& json) {
+PluginValueMap PluginValue::mapFromJson(const JsonNode& json) {
     if (!json.isObject())
         throw ModuleProblem(QStringLiteral("must be a JSON object"));
-    const QJsonObject object = json.toObject();
+    // In document order, a later duplicate replacing an earlier one as it does in the object.
+    const JsonTree& tree = *json.tree();
     PluginValueMap values;
-    for (auto it = object.begin(); it != object.end(); ++it) {
+    JsonTree::Index member = tree.firstChild(json.index());
+    for (JsonTree::Index i = 0; i < tree.childCount(json.index()); ++i, member = tree.nextSibling(member)) {
+        const std::optional<PluginValue> value = scalar(json.node(member));
+        if (!value)
+            return mapFromMembers(json);
+        values.insert(tree.key(member), *value);
+    }
+    return values;
+}
+
+PluginValueMap PluginValue::mapFromMembers(const JsonNode& json) {
+    // A value failed: the object as it stands, duplicates resolved, names the first key that fails.
+    PluginValueMap values;
+    for (const JsonMember& member : json.members()) {
         try {
-            values.insert(it.key(), fromJson(it.value()));
+            values.insert(member.key, fromJson(member.value));
         } catch (const ModuleProblem& problem) {
-            throw JsonReader::inside(problem, it.key());
+            throw JsonReader::inside(problem, member.key);
         }
     }
     return values;

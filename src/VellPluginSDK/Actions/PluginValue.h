@@ -1,11 +1,14 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QHashFunctions>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QMap>
 #include <QString>
 
+#include <optional>
 #include <variant>
 
 namespace vell {
@@ -39,10 +42,10 @@ public:
     QString display() const;
 
     // A boolean first, then a finite number, then a string; anything else fails as a string.
-    static PluginValue fromJson(const QJsonValue& json);
+    static PluginValue fromJson(const JsonNode& json);
     QJsonValue toJson() const;
 
-    static PluginValueMap mapFromJson(const QJsonValue& json);
+    static PluginValueMap mapFromJson(const JsonNode& json);
     static QJsonObject mapToJson(const PluginValueMap& values);
 
     friend bool operator==(const PluginValue&, const PluginValue&) = default;
@@ -54,6 +57,10 @@ private:
         : m_value(number) {}
     explicit PluginValue(bool truth)
         : m_value(truth) {}
+
+    // A boolean, a finite number or a string; nothing for anything else.
+    static std::optional<PluginValue> scalar(const JsonNode& json);
+    static PluginValueMap mapFromMembers(const JsonNode& json);
 
     // Index order is the order of Kind.
     std::variant<QString, double, bool> m_value;

@@ -33,7 +33,7 @@ PluginValue::Kind valueKind(PluginParameter::Kind kind) {
 
 } // namespace
 
-PluginValueSchema PluginValueSchema::fromJson(const QJsonValue& json) {
+PluginValueSchema PluginValueSchema::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.records<PluginParameter>(u"fields")};
 }

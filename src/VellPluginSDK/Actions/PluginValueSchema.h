@@ -2,6 +2,7 @@
 
 #include "VellPluginSDK/Actions/PluginParameter.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QList>
@@ -17,7 +18,7 @@ struct PluginValueSchema {
 
     QList<PluginParameter> fields;
 
-    static PluginValueSchema fromJson(const QJsonValue& json);
+    static PluginValueSchema fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

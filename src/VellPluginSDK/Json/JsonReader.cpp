@@ -1,34 +1,37 @@
 #include "VellPluginSDK/Json/JsonReader.h"
 
-#include <QJsonDocument>
 #include <QJsonParseError>
 
 #include <limits>
 
 namespace vell {
 
-JsonReader::JsonReader(const QJsonValue& value) {
+JsonReader::JsonReader(const JsonNode& value)
+    : m_object(value) {
     if (!value.isObject())
         throw ModuleProblem(QStringLiteral("must be a JSON object"));
-    m_object = value.toObject();
 }
 
 QString JsonReader::string(QStringView key) const {
-    const QJsonValue value = required(key);
-    if (!value.isString())
+    const JsonTree::Index value = required(key);
+    if (tree().kind(value) != JsonTree::Kind::string)
         fail(key.toString(), u"must be a string");
-    return value.toString();
+    return tree().string(value);
 }
 
 double JsonReader::number(QStringView key) const {
-    const QJsonValue value = required(key);
-    if (!value.isDouble())
+    const JsonTree::Index value = required(key);
+    const JsonTree::Kind kind = tree().kind(value);
+    if (kind != JsonTree::Kind::integer && kind != JsonTree::Kind::real)
         fail(key.toString(), u"must be a number");
-    return value.toDouble();
+    return tree().number(value);
 }
 
 qint64 JsonReader::integer(QStringView key) const {
-    const QJsonValue value = required(key);
+    const JsonTree::Index index = required(key);
+    if (tree().kind(index) == JsonTree::Kind::integer)
+        return tree().integer(index);
+    const QJsonValue value = numberValue(index);
     // toInteger() answers its fallback for fractions and out-of-range numbers; two different
     // fallbacks tell those apart from a stored number that happens to equal one of them.
     const qint64 number = value.toInteger(0);
@@ -45,7 +48,8 @@ quint64 JsonReader::unsignedInteger(QStringView key) const {
 }
 
 quint32 JsonReader::unsigned32(QStringView key) const {
-    const QJsonValue value = required(key);
+    const JsonTree::Index index = required(key);
+    const QJsonValue value = numberValue(index);
     const qint64 number = value.toInteger(-1);
     if (!value.isDouble() || number < 0 || number > std::numeric_limits<quint32>::max())
         fail(key.toString(), u"must be a whole number from 0 to 4294967295");
@@ -53,56 +57,64 @@ quint32 JsonReader::unsigned32(QStringView key) const {
 }
 
 bool JsonReader::boolean(QStringView key) const {
-    const QJsonValue value = required(key);
-    if (!value.isBool())
+    const JsonTree::Index value = required(key);
+    if (tree().kind(value) != JsonTree::Kind::boolean)
         fail(key.toString(), u"must be true or false");
-    return value.toBool();
+    return tree().boolean(value);
 }
 
 QUuid JsonReader::uuid(QStringView key) const {
-    const std::optional<QUuid> id = parseUuid(required(key));
+    const std::optional<QUuid> id = parseUuid(m_object.node(required(key)));
     if (!id)
         fail(key.toString(), u"must be a UUID");
     return *id;
 }
 
 QByteArray JsonReader::base64(QStringView key) const {
+    const JsonTree::Index value = required(key);
+    if (tree().kind(value) != JsonTree::Kind::string)
+        fail(key.toString(), u"must be a string");
+    // Base64 is ASCII: any other character fails, as its Latin-1 form would.
+    const QByteArrayView raw = tree().rawString(value);
+    const QByteArray text =
+        raw.isNull() ? tree().string(value).toLatin1() : QByteArray::fromRawData(raw.data(), raw.size());
     const QByteArray::FromBase64Result decoded = QByteArray::fromBase64Encoding(
-        string(key).toLatin1(), QByteArray::Base64Encoding | QByteArray::AbortOnBase64DecodingErrors);
+        text, QByteArray::Base64Encoding | QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded)
         fail(key.toString(), u"must be base64");
     return decoded.decoded;
 }
 
 QStringList JsonReader::strings(QStringView key) const {
-    const QJsonArray items = array(required(key), key);
+    const JsonTree::Index items = array(required(key), key);
+    const JsonTree& document = tree();
     QStringList result;
-    result.reserve(items.size());
-    for (qsizetype i = 0; i < items.size(); ++i) {
-        if (!items.at(i).isString())
+    result.reserve(document.childCount(items));
+    JsonTree::Index item = document.firstChild(items);
+    for (qsizetype i = 0; i < document.childCount(items); ++i, item = document.nextSibling(item)) {
+        if (document.kind(item) != JsonTree::Kind::string)
             fail(elementPath(key, i), u"must be a string");
-        result.append(items.at(i).toString());
+        result.append(document.string(item));
     }
     return result;
 }
 
 QMap<QString, QString> JsonReader::stringMap(QStringView key) const {
-    const QJsonValue value = required(key);
+    const JsonNode value = m_object.node(required(key));
     if (!value.isObject())
         fail(key.toString(), u"must be a JSON object of strings");
-    const QJsonObject object = value.toObject();
     QMap<QString, QString> result;
-    for (auto it = object.begin(); it != object.end(); ++it) {
-        if (!it.value().isString())
-            fail(key.toString() + u'.' + it.key(), u"must be a string");
-        result.insert(it.key(), it.value().toString());
+    for (const JsonMember& member : value.members()) {
+        if (!member.value.isString())
+            fail(key.toString() + u'.' + member.key, u"must be a string");
+        result.insert(member.key, member.value.toString());
     }
     return result;
 }
 
 PluginValueMap JsonReader::values(QStringView key) const {
-    const QJsonValue value = required(key);
-    return within(key.toString(), [&] { return PluginValue::mapFromJson(value); });
+    const JsonTree::Index value = required(key);
+    return within(key, [&] { return PluginValue::mapFromJson(m_object.node(value)); });
 }
 
 ModuleProblem JsonReader::inside(const ModuleProblem& problem, const QString& path) {
@@ -112,46 +124,69 @@ ModuleProblem JsonReader::inside(const ModuleProblem& problem, const QString& pa
     return ModuleProblem(u'"' + path + QStringLiteral("\" ") + message);
 }
 
-QJsonValue JsonReader::parse(const QByteArray& data) {
+JsonNode JsonReader::parse(QByteArrayView data) {
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data, &error);
+    const JsonNode document = JsonTree::parse(data, &error);
     if (error.error != QJsonParseError::NoError)
         throw ModuleProblem(error.errorString());
-    return document.isObject() ? QJsonValue(document.object()) : QJsonValue(document.array());
+    return document;
 }
 
-std::optional<QUuid> JsonReader::parseUuid(const QJsonValue& value) {
+std::optional<QUuid> JsonReader::parseUuid(const JsonNode& value) {
+    if (!value.isString())
+        return std::nullopt;
     // Only the canonical 8-4-4-4-12 form: QUuid would also take braces, and answers the nil
     // UUID for text it cannot read, which is itself a valid identity.
-    const QString text = value.toString();
-    if (!value.isString() || text.size() != 36)
-        return std::nullopt;
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-        const char16_t c = text.at(i).unicode();
-        const bool hex = (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
-        if (dash ? c != u'-' : !hex)
-            return std::nullopt;
-    }
-    return QUuid::fromString(text);
+    const auto canonical = [](const auto* text, qsizetype size) {
+        if (size != 36)
+            return false;
+        for (qsizetype i = 0; i < size; ++i) {
+            const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
+            const auto c = static_cast<char16_t>(text[i]);
+            const bool hex = (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
+            if (dash ? c != u'-' : !hex)
+                return false;
+        }
+        return true;
+    };
+    // Written plainly, the text is its bytes, and a canonical UUID is 36 ASCII bytes.
+    const QByteArrayView raw = value.tree()->rawString(value.index());
+    if (!raw.isNull())
+        return canonical(reinterpret_cast<const uchar*>(raw.data()), raw.size())
+                   ? std::optional(QUuid::fromString(QLatin1StringView(raw)))
+                   : std::nullopt;
+    const QStringView decoded = value.tree()->decodedString(value.index());
+    return canonical(decoded.utf16(), decoded.size()) ? std::optional(QUuid::fromString(decoded))
+                                                      : std::nullopt;
 }
 
-QJsonValue JsonReader::required(QStringView key) const {
-    const QJsonValue value = optional(key);
-    if (value.isUndefined())
+JsonTree::Index JsonReader::required(QStringView key) const {
+    const JsonTree::Index value = optional(key);
+    if (value == JsonTree::none)
         fail(key.toString(), u"is missing");
     return value;
 }
 
-QJsonValue JsonReader::optional(QStringView key) const {
-    const QJsonValue value = m_object.value(key);
-    return value.isNull() ? QJsonValue(QJsonValue::Undefined) : value;
+JsonTree::Index JsonReader::optional(QStringView key) const {
+    const JsonTree::Index value = tree().member(m_object.index(), key);
+    return value != JsonTree::none && tree().kind(value) == JsonTree::Kind::null ? JsonTree::none : value;
 }
 
-QJsonArray JsonReader::array(const QJsonValue& value, QStringView key) {
-    if (!value.isArray())
+JsonTree::Index JsonReader::array(JsonTree::Index value, QStringView key) const {
+    if (tree().kind(value) != JsonTree::Kind::array)
         fail(key.toString(), u"must be an array");
-    return value.toArray();
+    return value;
+}
+
+QJsonValue JsonReader::numberValue(JsonTree::Index value) const {
+    switch (tree().kind(value)) {
+    case JsonTree::Kind::integer:
+        return tree().integer(value);
+    case JsonTree::Kind::real:
+        return tree().number(value);
+    default:
+        return QJsonValue::Undefined;
+    }
 }
 
 void JsonReader::fail(const QString& path, QStringView what) {

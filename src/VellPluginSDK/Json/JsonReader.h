@@ -1,12 +1,11 @@
 #pragma once
 
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QByteArray>
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QJsonValue>
+#include <QByteArrayView>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -23,11 +22,12 @@ namespace vell {
 // looked at; a mandatory key that is absent or of the wrong type fails the whole record. The
 // failure names the key path from the outermost record down ("settings[2].label" is missing,
 // "update.display.totalSteps" must be a whole number), so that an author can find the fault in
-// a large package or a long bus line.
+// a large package or a long bus line. Paths are only spelled out when something fails: reading a
+// valid record builds no text but the values it returns.
 class JsonReader final {
 public:
     // Throws when value is not a JSON object.
-    explicit JsonReader(const QJsonValue& value);
+    explicit JsonReader(const JsonNode& value);
 
     QString string(QStringView key) const;
     std::optional<QString> optionalString(QStringView key) const {
@@ -89,7 +89,8 @@ public:
     }
 
     template <typename T> T record(QStringView key) const {
-        return decodeInside<T>(required(key), key.toString());
+        const JsonTree::Index index = required(key);
+        return within(key, [&] { return T::fromJson(m_object.node(index)); });
     }
 
     template <typename T> std::optional<T> optionalRecord(QStringView key) const {
@@ -97,11 +98,13 @@ public:
     }
 
     template <typename T> QList<T> records(QStringView key) const {
-        const QJsonArray items = array(required(key), key);
+        const JsonTree::Index items = array(required(key), key);
+        const JsonTree& document = tree();
         QList<T> result;
-        result.reserve(items.size());
-        for (qsizetype i = 0; i < items.size(); ++i)
-            result.append(decodeInside<T>(items.at(i), elementPath(key, i)));
+        result.reserve(document.childCount(items));
+        JsonTree::Index item = document.firstChild(items);
+        for (qsizetype i = 0; i < document.childCount(items); ++i, item = document.nextSibling(item))
+            result.append(within(key, i, [&] { return T::fromJson(m_object.node(item)); }));
         return result;
     }
 
@@ -112,39 +115,47 @@ public:
     // The same failure seen from the record that holds the failed value at path.
     static ModuleProblem inside(const ModuleProblem& problem, const QString& path);
     // The JSON document in data; a text that does not parse fails with the parser's own reason.
-    static QJsonValue parse(const QByteArray& data);
+    static JsonNode parse(QByteArrayView data);
     // Whole-value decoding of a UUID text, for records that are a bare UUID.
-    static std::optional<QUuid> parseUuid(const QJsonValue& value);
+    static std::optional<QUuid> parseUuid(const JsonNode& value);
 
 private:
-    QJsonValue required(QStringView key) const;
-    // The value at key, undefined when missing or null.
-    QJsonValue optional(QStringView key) const;
-    static QJsonArray array(const QJsonValue& value, QStringView key);
+    const JsonTree& tree() const { return *m_object.tree(); }
+    JsonTree::Index required(QStringView key) const;
+    // The member at key; none when missing or null.
+    JsonTree::Index optional(QStringView key) const;
+    JsonTree::Index array(JsonTree::Index value, QStringView key) const;
+    // A number as QJsonValue holds it, for its rules on whole numbers.
+    QJsonValue numberValue(JsonTree::Index value) const;
     [[noreturn]] static void fail(const QString& path, QStringView what);
     static QString elementPath(QStringView key, qsizetype index);
 
     template <typename T>
     std::optional<T> ifPresent(QStringView key, T (JsonReader::*read)(QStringView) const) const {
-        if (optional(key).isUndefined())
+        if (optional(key) == JsonTree::none)
             return std::nullopt;
         return (this->*read)(key);
     }
 
-    // decode's failure, seen from the record that holds the value at path.
-    template <typename F> static auto within(const QString& path, F decode) -> decltype(decode()) {
+    // decode's failure, seen from the record that holds the value at key, or at its element.
+    template <typename F> static auto within(QStringView key, F decode) -> decltype(decode()) {
         try {
             return decode();
         } catch (const ModuleProblem& problem) {
-            throw inside(problem, path);
+            throw inside(problem, key.toString());
+        }
+    }
+    template <typename F>
+    static auto within(QStringView key, qsizetype index, F decode) -> decltype(decode()) {
+        try {
+            return decode();
+        } catch (const ModuleProblem& problem) {
+            throw inside(problem, elementPath(key, index));
         }
     }
 
-    template <typename T> static T decodeInside(const QJsonValue& value, const QString& path) {
-        return within(path, [&] { return T::fromJson(value); });
-    }
-
-    QJsonObject m_object;
+    // Always an object of a tree.
+    JsonNode m_object;
 };
 
 } // namespace vell

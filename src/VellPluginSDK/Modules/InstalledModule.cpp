@@ -14,7 +14,7 @@ InstalledModule::InstalledModule(ModulePackage package)
     , state(this->package.initialState)
     , configuration(this->package.defaultSettings()) {}
 
-InstalledModule InstalledModule::fromJson(const QJsonValue& json) {
+InstalledModule InstalledModule::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     InstalledModule installed;
     installed.package = reader.record<ModulePackage>(u"package");

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/Modules/ModuleState.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QSet>
 #include <QString>
 
@@ -25,7 +25,7 @@ struct InstalledModule final {
     explicit InstalledModule(ModulePackage package);
 
     // All six keys are required.
-    static InstalledModule fromJson(const QJsonValue& json);
+    static InstalledModule fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
 

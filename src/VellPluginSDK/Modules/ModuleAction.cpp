@@ -10,7 +10,7 @@
 
 namespace vell {
 
-ModuleAction ModuleAction::fromJson(const QJsonValue& json) {
+ModuleAction ModuleAction::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"id"), reader.string(u"label")};
 }

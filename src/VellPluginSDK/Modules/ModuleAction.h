@@ -1,8 +1,9 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 namespace vell {
@@ -12,7 +13,7 @@ struct ModuleAction final {
     QString id;
     QString label;
 
-    static ModuleAction fromJson(const QJsonValue& json);
+    static ModuleAction fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
     // Throws "Invalid module action." for a bad id or an empty or long label.

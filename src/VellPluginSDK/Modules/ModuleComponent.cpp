@@ -31,7 +31,7 @@ constexpr std::array kindNames{
 
 } // namespace
 
-ModuleComponent ModuleComponent::fromJson(const QJsonValue& json) {
+ModuleComponent ModuleComponent::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     ModuleComponent component;
     component.id = reader.string(u"id");

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Modules/ModuleAction.h"
 #include "VellPluginSDK/Modules/ModuleState.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QList>
 #include <QString>
 
@@ -25,7 +25,7 @@ struct ModuleComponent final {
     std::optional<QString> valueKey;
     std::optional<QString> action;
 
-    static ModuleComponent fromJson(const QJsonValue& json);
+    static ModuleComponent fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
 

@@ -10,7 +10,7 @@
 
 namespace vell {
 
-ModuleFeed ModuleFeed::fromJson(const QJsonValue& json) {
+ModuleFeed ModuleFeed::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"id"), reader.string(u"label")};
 }

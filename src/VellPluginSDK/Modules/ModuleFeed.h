@@ -1,8 +1,9 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 namespace vell {
@@ -12,7 +13,7 @@ struct ModuleFeed final {
     QString id;
     QString label;
 
-    static ModuleFeed fromJson(const QJsonValue& json);
+    static ModuleFeed fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
     // Every fault in a package's feeds gives this one sentence.

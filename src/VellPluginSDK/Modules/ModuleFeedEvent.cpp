@@ -7,7 +7,7 @@
 
 namespace vell {
 
-ModuleFeedEvent ModuleFeedEvent::fromJson(const QJsonValue& json) {
+ModuleFeedEvent ModuleFeedEvent::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"feedID"), reader.string(u"json")};
 }

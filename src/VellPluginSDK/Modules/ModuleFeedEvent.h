@@ -1,8 +1,9 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 namespace vell {
@@ -12,7 +13,7 @@ struct ModuleFeedEvent final {
     QString feedID;
     QString json;
 
-    static ModuleFeedEvent fromJson(const QJsonValue& json);
+    static ModuleFeedEvent fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
 

@@ -77,7 +77,7 @@ ModulePackage ModulePackage::read(const QString& path) {
     return decode(contents.bytes);
 }
 
-ModulePackage ModulePackage::fromJson(const QJsonValue& json) {
+ModulePackage ModulePackage::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     ModulePackage package;
     package.schemaVersion = reader.integer(u"schemaVersion");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Modules/ModuleAction.h"
 #include "VellPluginSDK/Modules/ModuleComponent.h"
 #include "VellPluginSDK/Modules/ModuleFeed.h"
@@ -8,7 +9,6 @@
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -51,7 +51,7 @@ struct ModulePackage final {
     // decode() needs to see the limit passed.
     static ModulePackage read(const QString& path);
 
-    static ModulePackage fromJson(const QJsonValue& json);
+    static ModulePackage fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
 

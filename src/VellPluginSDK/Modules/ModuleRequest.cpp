@@ -7,7 +7,7 @@
 
 namespace vell {
 
-ModuleRequest ModuleRequest::fromJson(const QJsonValue& json) {
+ModuleRequest ModuleRequest::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     ModuleRequest request;
     request.package = reader.record<ModulePackage>(u"package");

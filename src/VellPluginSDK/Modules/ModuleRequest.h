@@ -1,12 +1,12 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Modules/ModuleFeedEvent.h"
 #include "VellPluginSDK/Modules/ModulePackage.h"
 #include "VellPluginSDK/Modules/ModuleState.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 #include <optional>
@@ -22,7 +22,7 @@ struct ModuleRequest final {
     std::optional<QString> action;
     std::optional<ModuleFeedEvent> event;
 
-    static ModuleRequest fromJson(const QJsonValue& json);
+    static ModuleRequest fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
 

@@ -7,7 +7,7 @@
 
 namespace vell {
 
-ModuleResponse ModuleResponse::fromJson(const QJsonValue& json) {
+ModuleResponse ModuleResponse::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.optionalStringMap(u"state"), reader.optionalString(u"error")};
 }

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Modules/ModuleState.h"
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 #include <optional>
@@ -17,7 +17,7 @@ struct ModuleResponse final {
     std::optional<ModuleState> state;
     std::optional<QString> error;
 
-    static ModuleResponse fromJson(const QJsonValue& json);
+    static ModuleResponse fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
 

@@ -10,7 +10,7 @@
 
 namespace vell {
 
-ModuleSetting ModuleSetting::fromJson(const QJsonValue& json) {
+ModuleSetting ModuleSetting::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"id"), reader.string(u"label"), reader.string(u"defaultValue")};
 }

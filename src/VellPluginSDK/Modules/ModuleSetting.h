@@ -1,8 +1,9 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
-#include <QJsonValue>
 #include <QString>
 
 namespace vell {
@@ -13,7 +14,7 @@ struct ModuleSetting final {
     QString label;
     QString defaultValue;
 
-    static ModuleSetting fromJson(const QJsonValue& json);
+    static ModuleSetting fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
     // Throws "Invalid module setting." for a bad id, an empty or long label or a long default.

@@ -9,7 +9,7 @@
 
 namespace vell {
 
-PluginAction PluginAction::fromJson(const QJsonValue& json) {
+PluginAction PluginAction::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginAction action;
     action.id = reader.string(u"id");

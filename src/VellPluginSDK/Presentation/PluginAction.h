@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -22,7 +24,7 @@ struct PluginAction {
     // Asked before the press counts, when present.
     std::optional<QString> confirmation;
 
-    static PluginAction fromJson(const QJsonValue& json);
+    static PluginAction fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -51,7 +51,7 @@ bool validDays(const QList<PluginCalendarDay>& days) {
 
 } // namespace
 
-PluginCollectionItem PluginCollectionItem::fromJson(const QJsonValue& json) {
+PluginCollectionItem PluginCollectionItem::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginCollectionItem item;
     item.id = reader.string(u"id");
@@ -86,7 +86,7 @@ QJsonObject PluginCollectionItem::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginCalendarDay PluginCalendarDay::fromJson(const QJsonValue& json) {
+PluginCalendarDay PluginCalendarDay::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.number(u"date"), reader.record<PluginAction>(u"action")};
 }
@@ -99,7 +99,7 @@ QJsonObject PluginCalendarDay::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginCollection PluginCollection::fromJson(const QJsonValue& json) {
+PluginCollection PluginCollection::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginCollection collection;
     collection.layout = reader.enumeration<Layout>(u"layout", layoutNames);

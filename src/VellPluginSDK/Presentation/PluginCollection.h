@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Presentation/PluginAction.h"
 
 #include <QByteArray>
@@ -31,7 +32,7 @@ struct PluginCollectionItem {
     bool completed = false;
     std::optional<PluginAction> action;
 
-    static PluginCollectionItem fromJson(const QJsonValue& json);
+    static PluginCollectionItem fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -45,7 +46,7 @@ struct PluginCalendarDay {
     double date = 0;
     PluginAction action;
 
-    static PluginCalendarDay fromJson(const QJsonValue& json);
+    static PluginCalendarDay fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -77,7 +78,7 @@ struct PluginCollection {
     // The toolbar's buttons.
     QList<PluginAction> actions;
 
-    static PluginCollection fromJson(const QJsonValue& json);
+    static PluginCollection fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

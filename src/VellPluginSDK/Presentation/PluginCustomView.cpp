@@ -46,7 +46,7 @@ bool isStateValid(const PluginValueMap& state) {
 
 } // namespace
 
-PluginViewEventDefinition PluginViewEventDefinition::fromJson(const QJsonValue& json) {
+PluginViewEventDefinition PluginViewEventDefinition::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"id"), reader.record<PluginValueSchema>(u"input")};
 }
@@ -59,7 +59,7 @@ QJsonObject PluginViewEventDefinition::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginViewFrame PluginViewFrame::fromJson(const QJsonValue& json) {
+PluginViewFrame PluginViewFrame::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"url")};
 }
@@ -91,7 +91,7 @@ void PluginViewFrame::validate() const {
     }
 }
 
-PluginCustomView PluginCustomView::fromJson(const QJsonValue& json) {
+PluginCustomView PluginCustomView::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginCustomView view;
     view.entry = reader.string(u"entry");

@@ -2,6 +2,7 @@
 
 #include "VellPluginSDK/Actions/PluginValue.h"
 #include "VellPluginSDK/Actions/PluginValueSchema.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Presentation/PluginViewResources.h"
 
 #include <QByteArray>
@@ -19,7 +20,7 @@ struct PluginViewEventDefinition {
     QString id;
     PluginValueSchema input;
 
-    static PluginViewEventDefinition fromJson(const QJsonValue& json);
+    static PluginViewEventDefinition fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -36,7 +37,7 @@ struct PluginViewFrame {
 
     QString url;
 
-    static PluginViewFrame fromJson(const QJsonValue& json);
+    static PluginViewFrame fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -63,7 +64,7 @@ struct PluginCustomView {
     std::optional<QStringList> resourceNamespaces;
     std::optional<QList<PluginViewFrame>> frames;
 
-    static PluginCustomView fromJson(const QJsonValue& json);
+    static PluginCustomView fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -34,7 +34,7 @@ bool isColor(const std::optional<QString>& color) {
 
 } // namespace
 
-PluginDiagramElement PluginDiagramElement::fromJson(const QJsonValue& json) {
+PluginDiagramElement PluginDiagramElement::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginDiagramElement element;
     element.kind = reader.enumeration<Kind>(u"kind", kindNames);
@@ -85,7 +85,7 @@ void PluginDiagramElement::validate(double width, double height) const {
         throw ModuleProblem(QStringLiteral("Invalid module diagram element."));
 }
 
-PluginDiagram PluginDiagram::fromJson(const QJsonValue& json) {
+PluginDiagram PluginDiagram::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginDiagram diagram;
     diagram.id = reader.string(u"id");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QList>
@@ -34,7 +36,7 @@ struct PluginDiagramElement {
     std::optional<double> radius;
     std::optional<double> weight;
 
-    static PluginDiagramElement fromJson(const QJsonValue& json);
+    static PluginDiagramElement fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -64,7 +66,7 @@ struct PluginDiagram {
     // Drawn in order: later elements lie on top.
     QList<PluginDiagramElement> elements;
 
-    static PluginDiagram fromJson(const QJsonValue& json);
+    static PluginDiagram fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

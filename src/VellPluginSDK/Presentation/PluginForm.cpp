@@ -90,7 +90,7 @@ void validateInput(const PluginFormInput& input, const PluginValueSchema& schema
 
 } // namespace
 
-PluginFormInput PluginFormInput::fromJson(const QJsonValue& json) {
+PluginFormInput PluginFormInput::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginFormInput input;
     input.id = reader.string(u"id");
@@ -115,7 +115,7 @@ QJsonObject PluginFormInput::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginForm PluginForm::fromJson(const QJsonValue& json) {
+PluginForm PluginForm::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginForm form;
     form.id = reader.string(u"id");

@@ -2,6 +2,7 @@
 
 #include "VellPluginSDK/Actions/PluginRegisteredAction.h"
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -30,7 +31,7 @@ struct PluginFormInput {
     // For a choice input only.
     std::optional<QStringList> choices;
 
-    static PluginFormInput fromJson(const QJsonValue& json);
+    static PluginFormInput fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -54,7 +55,7 @@ struct PluginForm {
     // Whether it can be submitted now.
     bool enabled = false;
 
-    static PluginForm fromJson(const QJsonValue& json);
+    static PluginForm fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

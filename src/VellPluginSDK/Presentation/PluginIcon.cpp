@@ -10,7 +10,7 @@
 
 namespace vell {
 
-PluginIcon PluginIcon::fromJson(const QJsonValue& json) {
+PluginIcon PluginIcon::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"symbol"), reader.string(u"color"), reader.optionalString(u"badge")};
 }

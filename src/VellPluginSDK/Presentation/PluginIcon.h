@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -18,7 +20,7 @@ struct PluginIcon {
     QString color;
     std::optional<QString> badge;
 
-    static PluginIcon fromJson(const QJsonValue& json);
+    static PluginIcon fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;

@@ -30,7 +30,7 @@ bool captionWithin(const QString& text, int maximum) {
 
 } // namespace
 
-PluginControlCard PluginControlCard::fromJson(const QJsonValue& json) {
+PluginControlCard PluginControlCard::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginControlCard card;
     card.id = reader.string(u"id");
@@ -69,7 +69,7 @@ void PluginControlCard::validate() const {
         fail("Invalid control card.");
 }
 
-PluginPanel PluginPanel::fromJson(const QJsonValue& json) {
+PluginPanel PluginPanel::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginPanel panel;
     panel.id = reader.string(u"id");

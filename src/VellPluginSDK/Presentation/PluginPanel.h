@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Presentation/PluginAction.h"
 #include "VellPluginSDK/Presentation/PluginCollection.h"
 #include "VellPluginSDK/Presentation/PluginCustomView.h"
@@ -36,7 +37,7 @@ struct PluginControlCard {
     bool highlighted = false;
     QList<PluginAction> actions;
 
-    static PluginControlCard fromJson(const QJsonValue& json);
+    static PluginControlCard fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -66,7 +67,7 @@ struct PluginPanel {
     std::optional<PluginCollection> collection;
     std::optional<PluginCustomView> customView;
 
-    static PluginPanel fromJson(const QJsonValue& json);
+    static PluginPanel fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -8,7 +8,7 @@
 
 namespace vell {
 
-PluginSection PluginSection::fromJson(const QJsonValue& json) {
+PluginSection PluginSection::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"title"), reader.string(u"detail"), reader.optionalBase64(u"imagePNG")};
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -18,7 +20,7 @@ struct PluginSection {
     // PNG bytes, never decoded by validation: only their size is bounded, with the other artwork.
     std::optional<QByteArray> imagePNG;
 
-    static PluginSection fromJson(const QJsonValue& json);
+    static PluginSection fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out, the image as base64.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -156,7 +156,7 @@ void validateTopLevel(const PluginSnapshot& snapshot) {
 
 } // namespace
 
-PluginField PluginField::fromJson(const QJsonValue& json) {
+PluginField PluginField::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"label"), reader.string(u"value"), reader.optionalString(u"symbol")};
 }
@@ -169,7 +169,7 @@ QJsonObject PluginField::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginMedia PluginMedia::fromJson(const QJsonValue& json) {
+PluginMedia PluginMedia::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"label"), reader.string(u"status")};
 }
@@ -182,7 +182,7 @@ QJsonObject PluginMedia::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginSnapshot PluginSnapshot::fromJson(const QJsonValue& json) {
+PluginSnapshot PluginSnapshot::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginSnapshot snapshot;
     snapshot.title = reader.string(u"title");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Presentation/PluginAction.h"
 #include "VellPluginSDK/Presentation/PluginPanel.h"
 #include "VellPluginSDK/Presentation/PluginSection.h"
@@ -20,7 +21,7 @@ struct PluginField {
     QString value;
     std::optional<QString> symbol;
 
-    static PluginField fromJson(const QJsonValue& json);
+    static PluginField fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -33,7 +34,7 @@ struct PluginMedia {
     QString label;
     QString status;
 
-    static PluginMedia fromJson(const QJsonValue& json);
+    static PluginMedia fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -86,7 +87,7 @@ struct PluginSnapshot {
     std::optional<QByteArray> iconPNG;
     std::optional<QList<PluginVolumeEndpoint>> volumeEndpoints;
 
-    static PluginSnapshot fromJson(const QJsonValue& json);
+    static PluginSnapshot fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out, images as base64.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -15,7 +15,7 @@ constexpr std::array<QStringView, 3> phaseNames{u"active", u"result", u"dismiss"
 
 } // namespace
 
-PluginTransientCaption PluginTransientCaption::fromJson(const QJsonValue& json) {
+PluginTransientCaption PluginTransientCaption::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginTransientCaption caption;
     caption.phase = reader.enumeration<Phase>(u"phase", phaseNames);

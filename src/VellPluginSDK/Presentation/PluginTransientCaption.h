@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -28,7 +30,7 @@ struct PluginTransientCaption {
     // The screen wanted; another is used when it is not connected. Never 0.
     std::optional<quint32> displayNumber;
 
-    static PluginTransientCaption fromJson(const QJsonValue& json);
+    static PluginTransientCaption fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

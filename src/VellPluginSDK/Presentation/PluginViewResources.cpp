@@ -24,7 +24,7 @@ bool PluginViewResources::validPath(QStringView path) {
     return true;
 }
 
-PluginViewEvent PluginViewEvent::fromJson(const QJsonValue& json) {
+PluginViewEvent PluginViewEvent::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.string(u"panelID"), reader.string(u"revision"), reader.string(u"name"),
             reader.values(u"values")};
@@ -43,7 +43,7 @@ QJsonObject PluginViewEvent::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginViewResourceRequest PluginViewResourceRequest::fromJson(const QJsonValue& json) {
+PluginViewResourceRequest PluginViewResourceRequest::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.uuid(u"id"), reader.string(u"panelID"), reader.string(u"revision"),
             reader.string(u"path")};
@@ -62,7 +62,7 @@ QJsonObject PluginViewResourceRequest::toJson() const {
     return QJsonDocument::fromJson(encoded()).object();
 }
 
-PluginViewResourceResult PluginViewResourceResult::fromJson(const QJsonValue& json) {
+PluginViewResourceResult PluginViewResourceResult::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     return {reader.uuid(u"id"), reader.optionalString(u"mime"), reader.optionalBase64(u"data"),
             reader.optionalString(u"error")};

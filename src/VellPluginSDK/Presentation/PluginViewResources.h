@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VellPluginSDK/Actions/PluginValue.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -30,7 +31,7 @@ struct PluginViewEvent {
     QString name;
     PluginValueMap values;
 
-    static PluginViewEvent fromJson(const QJsonValue& json);
+    static PluginViewEvent fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -46,7 +47,7 @@ struct PluginViewResourceRequest {
     // Below the reserved prefix; its first segment is one of the view's resource namespaces.
     QString path;
 
-    static PluginViewResourceRequest fromJson(const QJsonValue& json);
+    static PluginViewResourceRequest fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -67,7 +68,7 @@ struct PluginViewResourceResult {
     // Exactly one of data and error.
     std::optional<QString> error;
 
-    static PluginViewResourceResult fromJson(const QJsonValue& json);
+    static PluginViewResourceResult fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out, the data as base64.
     QByteArray encoded() const;
     QJsonObject toJson() const;

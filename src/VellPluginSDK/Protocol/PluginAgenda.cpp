@@ -21,7 +21,7 @@ bool atMost(const std::optional<QString>& text, int characters) {
 
 } // namespace
 
-PluginAgendaEntry PluginAgendaEntry::fromJson(const QJsonValue& json) {
+PluginAgendaEntry PluginAgendaEntry::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginAgendaEntry entry;
     entry.id = reader.string(u"id");
@@ -80,7 +80,7 @@ void PluginAgendaEntry::validate() const {
         throw ModuleProblem(QStringLiteral("Invalid agenda link."));
 }
 
-PluginAgenda PluginAgenda::fromJson(const QJsonValue& json) {
+PluginAgenda PluginAgenda::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginAgenda agenda;
     agenda.date = reader.number(u"date");

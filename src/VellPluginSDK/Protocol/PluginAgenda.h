@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QList>
@@ -36,7 +38,7 @@ struct PluginAgendaEntry {
     std::optional<QString> externalID;
     bool isTask = false;
 
-    static PluginAgendaEntry fromJson(const QJsonValue& json);
+    static PluginAgendaEntry fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;
@@ -62,7 +64,7 @@ struct PluginAgenda {
     double expiresAt = 0;
     QList<PluginAgendaEntry> entries;
 
-    static PluginAgenda fromJson(const QJsonValue& json);
+    static PluginAgenda fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;

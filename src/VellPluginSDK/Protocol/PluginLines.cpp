@@ -32,7 +32,7 @@ QList<PluginMessage> PluginLines::append(QByteArrayView chunk) {
             if (length == 0 || length > maximumLineBytes)
                 throw ModuleProblem(QStringLiteral("Invalid plugin message size."));
             PluginMessage message =
-                PluginMessage::fromJson(JsonReader::parse(QByteArray::fromRawData(base + start, length)));
+                PluginMessage::fromJson(JsonReader::parse(QByteArrayView(base + start, length)));
             if (message.apiVersion != PluginMessage::interfaceVersion)
                 throw ModuleProblem(QStringLiteral("Incompatible plugin interface."));
             messages.append(std::move(message));

@@ -15,7 +15,7 @@
 
 namespace vell {
 
-PluginManifest PluginManifest::fromJson(const QJsonValue& json) {
+PluginManifest PluginManifest::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginManifest manifest;
     manifest.id = reader.string(u"id");

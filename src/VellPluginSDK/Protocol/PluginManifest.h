@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Presentation/PluginIcon.h"
 
 #include <QByteArray>
@@ -32,7 +33,7 @@ struct PluginManifest {
     std::optional<QString> launchMode;
     std::optional<PluginIcon> icon;
 
-    static PluginManifest fromJson(const QJsonValue& json);
+    static PluginManifest fromJson(const JsonNode& json);
     // A whole VellPlugin.json; a text that does not parse fails with the parser's reason.
     static PluginManifest decode(const QByteArray& json);
     // A bundle's VellPlugin.json, decoded and validated; every failure is thrown as its message.

@@ -6,7 +6,7 @@
 
 namespace vell {
 
-PluginFrame PluginFrame::fromJson(const QJsonValue& json) {
+PluginFrame PluginFrame::fromJson(const JsonNode& json) {
     return {JsonReader(json).base64(u"jpeg")};
 }
 
@@ -23,7 +23,7 @@ PluginMessage PluginMessage::make(QString type, QString pluginID, const QUuid& s
     return message;
 }
 
-PluginMessage PluginMessage::fromJson(const QJsonValue& json) {
+PluginMessage PluginMessage::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginMessage message;
     message.apiVersion = reader.integer(u"apiVersion");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VellPluginSDK/Actions/PluginBusMessage.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Presentation/PluginSnapshot.h"
 #include "VellPluginSDK/Presentation/PluginTransientCaption.h"
 #include "VellPluginSDK/Presentation/PluginViewResources.h"
@@ -21,7 +22,7 @@ namespace vell {
 struct PluginFrame {
     QByteArray jpeg;
 
-    static PluginFrame fromJson(const QJsonValue& json);
+    static PluginFrame fromJson(const JsonNode& json);
     QByteArray encoded() const;
 
     friend bool operator==(const PluginFrame&, const PluginFrame&) = default;
@@ -62,7 +63,7 @@ struct PluginMessage {
     // A message with its identity filled in and nothing else.
     static PluginMessage make(QString type, QString pluginID, const QUuid& session, quint64 sequence = 0);
 
-    static PluginMessage fromJson(const QJsonValue& json);
+    static PluginMessage fromJson(const JsonNode& json);
     // One line's JSON, newline not included; a text that does not parse fails with the
     // parser's reason.
     static PluginMessage decode(const QByteArray& json);

@@ -40,17 +40,17 @@ QString PluginVolumeOperation::kindName(Kind kind) {
     return kindNames[static_cast<int>(kind)].toString();
 }
 
-PluginVolumeOperation PluginVolumeOperation::fromJson(const QJsonValue& json) {
+PluginVolumeOperation PluginVolumeOperation::fromJson(const JsonNode& json) {
     const JsonReader outer(json); // refuses anything but an object
-    const QJsonObject object = json.toObject();
-    if (object.size() != 1)
+    const QList<JsonMember> members = json.members();
+    if (members.size() != 1)
         throw ModuleProblem(QStringLiteral("Invalid number of keys found, expected one."));
-    const QString name = object.begin().key();
+    const QString& name = members.front().key;
     const auto known = std::find(kindNames.begin(), kindNames.end(), name);
     if (known == kindNames.end())
         throw ModuleProblem(QStringLiteral("has an unknown case"));
     try {
-        const JsonReader payload(object.begin().value());
+        const JsonReader payload(members.front().value);
         switch (static_cast<Kind>(known - kindNames.begin())) {
         case Kind::setVolume:
             return setVolume(payload.number(payloadKey));
@@ -109,7 +109,7 @@ void PluginVolumeOperation::validate() const {
                                                   : QStringLiteral("Invalid volume step."));
 }
 
-PluginVolumeCommand PluginVolumeCommand::fromJson(const QJsonValue& json) {
+PluginVolumeCommand PluginVolumeCommand::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginVolumeCommand command;
     command.requestID = reader.uuid(u"requestID");

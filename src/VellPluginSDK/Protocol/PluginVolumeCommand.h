@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -35,7 +37,7 @@ public:
 
     static QString kindName(Kind kind);
 
-    static PluginVolumeOperation fromJson(const QJsonValue& json);
+    static PluginVolumeOperation fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
     // A level finite and within 0 to 1; a step finite, not 0, and at most maximumStep either way.
@@ -64,7 +66,7 @@ struct PluginVolumeCommand {
     // Seconds since 1970, like the endpoint's observedAt: both sides compare it with their clocks.
     double expiresAt = 0;
 
-    static PluginVolumeCommand fromJson(const QJsonValue& json);
+    static PluginVolumeCommand fromJson(const JsonNode& json);
     // Declared field order.
     QByteArray encoded() const;
     QJsonObject toJson() const;

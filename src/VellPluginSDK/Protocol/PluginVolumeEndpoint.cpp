@@ -11,7 +11,7 @@
 
 namespace vell {
 
-PluginVolumeEndpoint PluginVolumeEndpoint::fromJson(const QJsonValue& json) {
+PluginVolumeEndpoint PluginVolumeEndpoint::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginVolumeEndpoint endpoint;
     endpoint.id = reader.string(u"id");

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -25,7 +27,7 @@ struct PluginVolumeEndpoint {
     // Seconds since 1970, unlike the protocol's other instants: the plugin's own clock reading.
     double observedAt = 0;
 
-    static PluginVolumeEndpoint fromJson(const QJsonValue& json);
+    static PluginVolumeEndpoint fromJson(const JsonNode& json);
     QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;

@@ -23,7 +23,7 @@ bool isValid(const PluginVolumeEndpoint& endpoint) {
 
 } // namespace
 
-PluginVolumeResult PluginVolumeResult::fromJson(const QJsonValue& json) {
+PluginVolumeResult PluginVolumeResult::fromJson(const JsonNode& json) {
     const JsonReader reader(json);
     PluginVolumeResult result;
     result.requestID = reader.uuid(u"requestID");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Protocol/PluginVolumeEndpoint.h"
 
 #include <QByteArray>
@@ -22,7 +23,7 @@ struct PluginVolumeResult {
     std::optional<PluginVolumeEndpoint> state;
     std::optional<QString> error;
 
-    static PluginVolumeResult fromJson(const QJsonValue& json);
+    static PluginVolumeResult fromJson(const JsonNode& json);
     // Declared field order, absent optionals left out.
     QByteArray encoded() const;
     QJsonObject toJson() const;

@@ -1,6 +1,7 @@
 #include "tools/vellctl/RouterCommands.h"
 
 #include "VellActionRouter/ActionRouter.h"
+#include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
@@ -29,14 +30,13 @@ struct ReplayStep {
     PluginCatalogEntry entry;
     bool allowed = false;
 
-    static ReplayStep fromJson(const QJsonValue& json) {
+    static ReplayStep fromJson(const JsonNode& json) {
         const JsonReader reader(json);
-        const QJsonObject object = json.toObject();
         static constexpr std::array<QStringView, 8> keys{u"connect", u"disconnect", u"from", u"approve",
                                                          u"cancel",  u"allow",      u"tick", u"restart"};
         qsizetype found = -1;
         for (std::size_t i = 0; i < keys.size(); ++i) {
-            if (object.contains(keys[i])) {
+            if (!json.value(keys[i]).isUndefined()) {
                 if (found != -1)
                     throw ModuleProblem(QStringLiteral("a step does exactly one thing"));
                 found = qsizetype(i);
@@ -82,7 +82,7 @@ struct ReplayStep {
 
 private:
     struct AllowJson {
-        static AllowJson fromJson(const QJsonValue& json) {
+        static AllowJson fromJson(const JsonNode& json) {
             const JsonReader reader(json);
             return {reader.string(u"caller"), reader.record<PluginCatalogEntry>(u"entry"),
                     reader.boolean(u"allowed")};

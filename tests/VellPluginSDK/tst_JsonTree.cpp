@@ -1,0 +1,270 @@
+// The tree parser against QJsonDocument::fromJson on the inputs where a JSON parser is most
+// likely to go its own way: both must accept and refuse the same texts, fail with the same
+// error at the same offset, and agree on every value, down to integer or double and the sign of
+// zero. Then the whole-number rules of JsonReader on numbers as the tree holds them.
+
+#include "VellPluginSDK/Json/JsonNode.h"
+#include "VellPluginSDK/Json/JsonReader.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+#include <QVariant>
+
+#include <cmath>
+#include <cstring>
+
+#include "TestSupport.h"
+
+using namespace vell;
+using namespace vell::test;
+
+namespace {
+
+// Equal as Qt holds them: the same type, integer or double, the same bits of a double.
+bool same(const QJsonValue& a, const QJsonValue& b) {
+    if (a.type() != b.type())
+        return false;
+    switch (a.type()) {
+    case QJsonValue::Double: {
+        const double x = a.toDouble();
+        const double y = b.toDouble();
+        return a.toVariant().typeId() == b.toVariant().typeId() && std::memcmp(&x, &y, sizeof x) == 0;
+    }
+    case QJsonValue::Array: {
+        const QJsonArray x = a.toArray();
+        const QJsonArray y = b.toArray();
+        if (x.size() != y.size())
+            return false;
+        for (qsizetype i = 0; i < x.size(); ++i) {
+            if (!same(x.at(i), y.at(i)))
+                return false;
+        }
+        return true;
+    }
+    case QJsonValue::Object: {
+        // By iteration, in any order: an object Qt parsed and one built by insert() can sort
+        // non-ASCII keys differently, and value() cannot find some keys of the parsed one.
+        const QJsonObject x = a.toObject();
+        const QJsonObject y = b.toObject();
+        if (x.size() != y.size())
+            return false;
+        for (auto i = x.begin(); i != x.end(); ++i) {
+            const auto match = [&](const auto& j) {
+                return j.key() == i.key() && same(j.value(), i.value());
+            };
+            bool found = false;
+            for (auto j = y.begin(); j != y.end() && !found; ++j)
+                found = match(j);
+            if (!found)
+                return false;
+        }
+        return true;
+    }
+    default:
+        return a == b;
+    }
+}
+
+QByteArray nested(int depth) {
+    return QByteArray(depth, '[') + QByteArray(depth, ']');
+}
+
+} // namespace
+
+class JsonTreeTest final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void agreesWithQt_data() {
+        QTest::addColumn<QByteArray>("json");
+        const auto add = [](const char* name, const QByteArray& json) { QTest::newRow(name) << json; };
+        add("empty input", "");
+        add("only spaces", "  \n\t ");
+        add("a bare string", R"("a")");
+        add("a bare number", "1");
+        add("empty object", "{}");
+        add("empty array", "[]");
+        add("spaces everywhere", " \r\n\t{ \"a\" :\t[ 1 , { } ] }\n ");
+        add("form feed is no space", "[\f1]");
+        add("byte order mark", "\xef\xbb\xbf{}");
+        add("byte order mark alone", "\xef\xbb\xbf");
+        add("garbage after the document", "{} x");
+        add("a second document", "[1][2]");
+        add("a nul after the document", QByteArray("{}\0", 3));
+        add("unterminated object", R"({"a":1)");
+        add("unterminated object after a key", R"({"a":)");
+        add("unterminated array", "[1,");
+        add("trailing comma in an object", R"({"a":1,})");
+        add("trailing comma in an array", "[1,]");
+        add("missing value", R"({"a":})");
+        add("comma for a value", R"({"a":,})");
+        add("missing name separator", R"({"a" 1})");
+        add("missing value separator", "[1 2]");
+        add("members without a comma", R"({"a":1 "b":2})");
+        add("a key that is no string", R"({1:2})");
+        add("literals", "[true,false,null]");
+        add("cut literal", "[tru]");
+        add("literal at the very end", "[true");
+        add("literal too long", "[nulll]");
+        add("escapes", "[\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t \\u0041 \\u00e9\"]");
+        add("surrogate pair", R"(["\ud83d\ude00"])");
+        add("upper-case surrogate pair", R"(["\uD83D\uDE00"])");
+        add("lone high surrogate", R"(["\ud800"])");
+        add("lone low surrogate", R"(["\udc00x"])");
+        add("reversed surrogates", R"(["\ude00\ud83d"])");
+        add("unknown escape", R"(["\x"])");
+        add("escaped non-ASCII byte", "[\"\\\xc3\xa9\"]");
+        add("short unicode escape", R"(["\u12"])");
+        add("bad hex digit", R"(["\u12g4"])");
+        add("escaped nul", R"(["a\u0000b"])");
+        add("backslash at the end", "[\"a\\");
+        add("escaped quote at the end", "[\"a\\\"]");
+        add("unterminated string", "[\"abc");
+        add("raw tab", "[\"a\tb\"]");
+        add("raw control character", "[\"a\x01\"]");
+        add("raw nul", QByteArray("[\"a\0b\"]", 7));
+        add("delete character", "[\"a\x7f\"]");
+        add("UTF-8 text", "[\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\"]");
+        add("UTF-8 noncharacter", "[\"\xef\xbf\xbe\"]");
+        add("UTF-8 cut short", "[\"\xc3\"]");
+        add("UTF-8 cut by the end", "[\"\xe2\x82");
+        add("UTF-8 overlong", "[\"\xc0\x80\"]");
+        add("UTF-8 overlong three bytes", "[\"\xe0\x80\xaf\"]");
+        add("UTF-8 surrogate", "[\"\xed\xa0\x80\"]");
+        add("UTF-8 beyond U+10FFFF", "[\"\xf4\x90\x80\x80\"]");
+        add("UTF-8 stray continuation", "[\"\x80\"]");
+        add("byte 0xff", "[\"\xff\"]");
+        add("invalid UTF-8 after an escape", "[\"\\n\xff\"]");
+        add("invalid UTF-8 in a key", "{\"\xff\":1}");
+        add("integers", "[0,-1,42,123456789012345678]");
+        add("minus zero", "[-0]");
+        add("minus zero point zero", "[-0.0]");
+        add("whole double", "[1.0]");
+        add("exponent makes a whole number", "[1e3,1E2,0.5e1]");
+        add("fractions", "[1.5,-0.25,1e-2]");
+        add("largest integer", "[9223372036854775807]");
+        add("smallest integer", "[-9223372036854775808]");
+        add("one past the largest integer", "[9223372036854775808]");
+        add("one past the smallest integer", "[-9223372036854775809]");
+        add("largest integer written as a double", "[9223372036854775807.0]");
+        add("beyond double precision", "[9007199254740993]");
+        add("twenty digits", "[18446744073709551615,100000000000000000000]");
+        add("largest double", "[1.7976931348623157e308]");
+        add("overflowing double", "[1e400]");
+        add("overflowing negative double", "[-1e400]");
+        add("underflowing double", "[1e-400]");
+        add("smallest subnormal", "[5e-324]");
+        add("rounds up to the smallest subnormal", "[2.5e-324]");
+        add("no digits after the point", "[1.]");
+        add("no digits before the point", "[.5,-.5]");
+        add("lone minus", "[-]");
+        add("plus sign", "[+1]");
+        add("leading zero", "[01]");
+        add("bare exponent", "[1e]");
+        add("exponent sign without digits", "[1e+]");
+        add("two points", "[1.5.5]");
+        add("hexadecimal", "[0x10]");
+        add("infinity", "[Infinity]");
+        add("not a number", "[NaN]");
+        add("a word", "[x]");
+        add("number at the very end", "[1");
+        add("duplicate keys", R"({"a":1,"b":2,"a":3})");
+        add("duplicate keys, an escaped twin", R"({"\u0061":1,"a":2})");
+        add("duplicate keys, the last one null", R"({"a":1,"a":null})");
+        add("keys out of order", R"({"b":1,"a":2,"c":{"z":1,"y":2}})");
+        add("non-ASCII keys", "{\"z\":1,\"\xc3\xa9\":2,\"\xef\xbc\xa1\":3,\"\xf0\x9f\x98\x80\":4}");
+        add("escaped non-ASCII keys", R"({"\uff21":1,"\ud83d\ude00":2,"\u00e9":3})");
+        add("escaped against plain keys", "{\"\xef\xbc\xa1\":1,\"\\ud83d\\ude00\":2,\"\\ud800\":3}");
+        add("empty key", R"({"":1,"a":2})");
+        add("nesting at the limit", nested(JsonTree::maximumDepth));
+        add("nesting past the limit", nested(JsonTree::maximumDepth + 1));
+        add("objects nested past the limit",
+            QByteArray(JsonTree::maximumDepth + 1, '{').replace("{", "{\"a\":") + "1" +
+                QByteArray(JsonTree::maximumDepth + 1, '}'));
+    }
+
+    void agreesWithQt() {
+        QFETCH(QByteArray, json);
+        QJsonParseError expectedError;
+        const QJsonDocument expected = QJsonDocument::fromJson(json, &expectedError);
+        QJsonParseError error;
+        const JsonNode tree = JsonTree::parse(json, &error);
+        QCOMPARE(error.errorString(), expectedError.errorString());
+        QCOMPARE(error.offset, expectedError.offset);
+        QCOMPARE(tree.isUndefined(), expected.isNull());
+        if (expected.isNull())
+            return;
+
+        const QJsonValue value =
+            expected.isArray() ? QJsonValue(expected.array()) : QJsonValue(expected.object());
+        QVERIFY(same(tree.toJsonValue(), value));
+        // The slow way in, from the Qt value, holds the same tree.
+        QVERIFY(same(JsonNode(value).toJsonValue(), value));
+        if (!tree.isObject())
+            return;
+        const QJsonObject object = expected.object();
+        const QList<JsonMember> members = tree.members();
+        QCOMPARE(members.size(), object.size());
+        QCOMPARE(tree.size(), object.size());
+        auto it = object.begin();
+        for (const JsonMember& member : members) {
+            QCOMPARE(member.key, it.key());
+            QVERIFY(same(member.value.toJsonValue(), it.value()));
+            ++it;
+        }
+    }
+
+    void lookupTakesTheLastDuplicate() {
+        const JsonNode tree = JsonReader::parse(R"({"a":1,"b":[true,"x"],"a":{"c":null}})");
+        QVERIFY(tree.value(u"a").isObject());
+        QVERIFY(tree.value(u"a").value(u"c").isNull());
+        QVERIFY(tree.value(u"a").value(u"d").isUndefined());
+        QVERIFY(tree.value(u"missing").isUndefined());
+        QCOMPARE(tree.value(u"b").size(), 2);
+        QCOMPARE(tree.value(u"b").at(1).toString(), u"x");
+        QVERIFY(tree.value(u"b").at(2).isUndefined());
+        QCOMPARE(tree.size(), 2);
+    }
+
+    void wholeNumbers_data() {
+        QTest::addColumn<QByteArray>("number");
+        QTest::addColumn<QString>("integer");
+        QTest::addColumn<QString>("unsigned32");
+        const QString whole = "\"n\" must be a whole number";
+        const QString outside = "\"n\" must be a whole number from 0 to 4294967295";
+        row("zero", QByteArray("0"), QString("0"), QString("0"));
+        row("minus zero", QByteArray("-0"), QString("0"), QString("0"));
+        row("exponent", QByteArray("1e3"), QString("1000"), QString("1000"));
+        row("point zero", QByteArray("7.0"), QString("7"), QString("7"));
+        row("fraction", QByteArray("1.5"), whole, outside);
+        row("negative", QByteArray("-1"), QString("-1"), outside);
+        row("largest unsigned 32", QByteArray("4294967295"), QString("4294967295"), QString("4294967295"));
+        row("past unsigned 32", QByteArray("4294967296"), QString("4294967296"), outside);
+        row("largest integer", QByteArray("9223372036854775807"), QString("9223372036854775807"), outside);
+        row("past the largest integer", QByteArray("9223372036854775808"), whole, outside);
+        // Qt reads the literal as a double, which rounds to the smallest integer.
+        row("past the smallest integer", QByteArray("-9223372036854775809"), QString("-9223372036854775808"),
+            outside);
+        row("large double", QByteArray("9.3e18"), whole, outside);
+        row("whole double", QByteArray("1e18"), QString("1000000000000000000"), outside);
+        row("string", QByteArray("\"1\""), whole, outside);
+        row("null", QByteArray("null"), QString("\"n\" is missing"), QString("\"n\" is missing"));
+    }
+
+    void wholeNumbers() {
+        QFETCH(QByteArray, number);
+        QFETCH(QString, integer);
+        QFETCH(QString, unsigned32);
+        const JsonReader reader(JsonReader::parse("{\"n\":" + number + "}"));
+        QString read;
+        const QString problem = problemOf([&] { read = QString::number(reader.integer(u"n")); });
+        QCOMPARE(problem.isEmpty() ? read : problem, integer);
+        const QString problem32 = problemOf([&] { read = QString::number(reader.unsigned32(u"n")); });
+        QCOMPARE(problem32.isEmpty() ? read : problem32, unsigned32);
+    }
+};
+
+QTEST_GUILESS_MAIN(JsonTreeTest)
+#include "tst_JsonTree.moc"
