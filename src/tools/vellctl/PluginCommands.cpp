@@ -3,9 +3,9 @@
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/Presentation/PluginSnapshot.h"
 #include "VellPluginSDK/Protocol/PluginLines.h"
 #include "VellPluginSDK/Protocol/PluginManifest.h"
-#include "VellPluginSDK/Presentation/PluginSnapshot.h"
 
 #include <QFile>
 #include <QTextStream>
@@ -86,7 +86,8 @@ CommandStatus lines(const QStringList& arguments) {
     PluginLines framer;
     try {
         for (qsizetype offset = 0; offset < bytes.size(); offset += chunkSize) {
-            for (const PluginMessage& message : framer.append(QByteArrayView(bytes).sliced(offset, qMin(chunkSize, bytes.size() - offset))))
+            for (const PluginMessage& message :
+                 framer.append(QByteArrayView(bytes).sliced(offset, qMin(chunkSize, bytes.size() - offset))))
                 out << message.json() << '\n';
         }
     } catch (const ModuleProblem& problem) {

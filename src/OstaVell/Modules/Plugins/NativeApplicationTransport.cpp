@@ -43,7 +43,8 @@ void NativeApplicationTransport::listen(const QByteArray& hello) {
     ChildProcessOptions options = m_applicationOptions;
     // Ours replace any the environment already had: the first of two entries would win.
     options.environment.removeIf([](const QString& entry) {
-        return entry.startsWith(portVariable.toString() + u'=') || entry.startsWith(tokenVariable.toString() + u'=');
+        return entry.startsWith(portVariable.toString() + u'=') ||
+               entry.startsWith(tokenVariable.toString() + u'=');
     });
     options.environment.append(portVariable.toString() + u'=' + QString::number(m_listener->serverPort()));
     options.environment.append(tokenVariable.toString() + u'=' + m_token);
