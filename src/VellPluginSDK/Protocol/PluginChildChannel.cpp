@@ -55,7 +55,7 @@ bool PluginChildChannel::write(const QByteArray& data) {
             return false;
         sent += count;
     }
-    // Nothing stays queued: the bytes are in the pipe.
+    // A blocking write: nothing stays queued once it returns.
     written(data.size());
     return true;
 }

@@ -15,11 +15,14 @@ void PluginConnection::send(const PluginMessage& message) {
     const QByteArray data = message.encoded();
     if (m_stopped)
         return;
-    if (m_queuedBytes + data.size() > maximumQueuedBytes || !write(data)) {
+    if (m_queuedBytes + data.size() > maximumQueuedBytes) {
         end();
         return;
     }
+    // Counted before the write, which may report the bytes gone before it returns.
     m_queuedBytes += data.size();
+    if (!write(data))
+        end();
 }
 
 void PluginConnection::stop() {

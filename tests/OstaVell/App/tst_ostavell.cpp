@@ -15,6 +15,9 @@ using namespace vell;
 namespace {
 
 const QRect wholeScreen(0, 0, 1920, 1080);
+// Longer than the panel's close wait (0.65 s) and its closing animation (0.18 s) together: a
+// panel still open after this was not going to close. Only for proving that nothing happens.
+constexpr int pastTheCloseWait = 1000;
 const QString onScreen = QString::fromUtf8("OstaVell — screen");
 
 QString app() {
@@ -153,7 +156,7 @@ void TestOstaVell::hoverOpensAndLeavingCloses() {
     // Moving inside the open panel keeps it open; leaving closes it after the close wait.
     run(QStringLiteral("xdotool"), {"mousemove", "700", "300"});
     // Proves that something does not happen: past the close wait, the panel is still open.
-    QTest::qWait(1000);
+    QTest::qWait(pastTheCloseWait);
     QCOMPARE(panels().value(onScreen), openStageFrame(wholeScreen));
     run(QStringLiteral("xdotool"), {"mousemove", "960", "1000"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
@@ -169,7 +172,7 @@ void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
     // once the window manager has handed it the keyboard.
     QTRY_VERIFY_WITH_TIMEOUT(hasFocus(onScreen), 10000);
     // Proves that something does not happen: past the close wait, the panel is still open.
-    QTest::qWait(1000);
+    QTest::qWait(pastTheCloseWait);
     QCOMPARE(panels().value(onScreen), openStageFrame(wholeScreen));
     run(QStringLiteral("xdotool"), {"key", "Escape"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
