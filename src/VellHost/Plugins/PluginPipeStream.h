@@ -1,7 +1,7 @@
 #pragma once
 
-#include "OstaVell/Modules/Plugins/PluginSendState.h"
-#include "OstaVell/Modules/Plugins/PluginStream.h"
+#include "VellHost/Plugins/PluginSendState.h"
+#include "VellHost/Plugins/PluginStream.h"
 
 #include <QByteArray>
 #include <QList>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OstaVell/Modules/Plugins/PluginStream.h"
+#include "VellHost/Plugins/PluginStream.h"
 #include "VellHost/ChildProcess.h"
 
 #include <QByteArray>

@@ -1,6 +1,6 @@
-#include "OstaVell/Modules/Plugins/NativeApplicationTransport.h"
+#include "VellHost/Plugins/NativeApplicationTransport.h"
 
-#include "OstaVell/Modules/Plugins/PluginSendState.h"
+#include "VellHost/Plugins/PluginSendState.h"
 #include "VellPluginSDK/Actions/PluginBusMessage.h"
 
 #include <QTcpServer>

@@ -1,4 +1,4 @@
-#include "OstaVell/Modules/Plugins/PluginStream.h"
+#include "VellHost/Plugins/PluginStream.h"
 
 #include "VellPluginSDK/ModuleProblem.h"
 

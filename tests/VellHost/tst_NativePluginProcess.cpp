@@ -1,4 +1,4 @@
-#include "OstaVell/Modules/Plugins/NativePluginProcess.h"
+#include "VellHost/Plugins/NativePluginProcess.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QElapsedTimer>

@@ -1,4 +1,4 @@
-#include "OstaVell/Modules/Plugins/PluginPipeStream.h"
+#include "VellHost/Plugins/PluginPipeStream.h"
 
 #include <QSocketNotifier>
 

@@ -1,4 +1,4 @@
-#include "OstaVell/Modules/Plugins/PluginTransportThread.h"
+#include "VellHost/Plugins/PluginTransportThread.h"
 
 #include <QThread>
 

@@ -1,0 +1,190 @@
+#pragma once
+
+#include "OstaVell/Modules/Plugins/NativePluginIndex.h"
+#include "OstaVell/Modules/Plugins/PluginResourceUsage.h"
+#include "VellHost/NativePluginBundle.h"
+#include "VellHost/Plugins/NativePluginSessions.h"
+#include "VellPluginSDK/Protocol/NativePluginRecord.h"
+
+#include <QList>
+#include <QObject>
+#include <QUrl>
+#include <QVariantList>
+#include <QVariantMap>
+#include <QtQml/qqmlregistration.h>
+
+#include <functional>
+#include <optional>
+
+class QJSEngine;
+class QQmlEngine;
+
+namespace vell {
+
+// The single owner of installed native plugins: the index "OstaVell/Plugins/installed-v1.json"
+// with the bundles it names, the running sessions, and the app's action router, which every
+// plugin and built-in service meets on.
+//
+// What is installed is exactly what was reviewed: the fingerprint taken at review is checked
+// at install, on the private copy and at every launch. Memory and disk never disagree: every
+// change of the index is saved first and assigned only when the save succeeded, and an index
+// that exists and can't be used is kept untouched and nothing is saved for the rest of the
+// process. Main thread only.
+class NativePluginStore final : public QObject {
+    Q_OBJECT
+    QML_NAMED_ELEMENT(NativePluginStore)
+    QML_SINGLETON
+
+    // Each installed plugin as a map: id, name, version, summary, capabilities (texts),
+    // launchMode ("child" or "application"), icon ({symbol, color, badge}, absent when none),
+    // fingerprint, enabled, compactActivity, hiddenDisplayIDs, status (the line, "" when none),
+    // running (status is "Running"), previousVersions ([{folder, name, version, fingerprint,
+    // savedAt}], savedAt in milliseconds since 1970 for Date), and usage ({cpuSeconds,
+    // residentBytes} over the last minute, absent while the plugin has no process of its own).
+    Q_PROPERTY(QVariantList plugins READ pluginsForViews NOTIFY pluginsChanged)
+    // The store-wide message for the settings screen; empty when there is none.
+    Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
+    Q_PROPERTY(bool storageFailed READ storageFailed CONSTANT)
+    // Plugin id to its current snapshot in its JSON form (binary data as base64 text).
+    Q_PROPERTY(QVariantMap snapshots READ snapshotsForViews NOTIFY snapshotsChanged)
+    // The bundle or saved version under review: id, name, version, summary, capabilities,
+    // launchMode, icon, fingerprint, signature ("valid"), update (an installed id), restore (a
+    // saved version), and the screen's sentences: warning, trust and, for a restore,
+    // restoreWarning. Empty when nothing is under review.
+    Q_PROPERTY(QVariantMap reviewed READ reviewed NOTIFY reviewedChanged)
+    // Runs waiting for a person: id, caller, callerName, provider, providerName, title,
+    // effect, arguments ([{name, value}] as text), expires (milliseconds since 1970).
+    Q_PROPERTY(QVariantList reviews READ reviewsForViews NOTIFY routerChanged)
+    // Per connected caller, every action and channel another peer offers: caller, callerName,
+    // provider, providerName, name, title, effect ("" for a channel), channel, allowed.
+    Q_PROPERTY(QVariantList allowedActions READ allowedActionsForViews NOTIFY routerChanged)
+    // Newest first: caller, callerName, provider, providerName, name, title, phase, date.
+    Q_PROPERTY(QVariantList history READ historyForViews NOTIFY routerChanged)
+    // The router's latch, where grants are managed; empty when grants and history are sound.
+    Q_PROPERTY(QString actionsError READ actionsError NOTIFY routerChanged)
+    // Display appearance id to the plugin its panel shows; held for this run only.
+    Q_PROPERTY(QVariantMap selections READ selections NOTIFY selectionsChanged)
+
+public:
+    // Seconds a session is given to stop before the next launch of the same plugin.
+    explicit NativePluginStore(QString directory, std::optional<QString> routerDirectory = std::nullopt,
+                               QObject* parent = nullptr);
+    ~NativePluginStore() override;
+    Q_DISABLE_COPY_MOVE(NativePluginStore)
+
+    // $XDG_DATA_HOME/OstaVell/Plugins and the router's files in $XDG_DATA_HOME/OstaVell/Actions.
+    static NativePluginStore* instance();
+    static NativePluginStore* create(QQmlEngine*, QJSEngine*);
+    static QString defaultDirectory();
+    static QString defaultRouterDirectory();
+    // The settings pane, and the plugins' page of an open panel.
+    static QUrl settingsPaneView();
+    static QUrl dashboardView();
+
+    // Launches every enabled plugin and starts the health checks and the sleep watch; a
+    // second call does nothing. stop() ends every session, at quit.
+    void start();
+    void stop();
+
+    NativePluginSessions& sessions() { return *m_sessions; }
+    ActionRouter& router() { return m_sessions->router(); }
+    const QList<NativePluginRecord>& plugins() const { return m_plugins; }
+    std::optional<NativePluginRecord> plugin(const QString& id) const;
+    QString notice() const { return m_notice; }
+    bool storageFailed() const { return m_storageFailed; }
+    // The folder of an installed or saved version's bundle.
+    QString bundlePath(const QString& folder) const { return m_index.bundlePath(folder); }
+
+    // Asks the shell to show a plugin's panel.
+    std::function<void(const QString& id)> presentPlugin;
+    // Asks the shell to open a panel where a person can review a waiting run.
+    std::function<void()> presentReview;
+
+    // Throw ModuleProblem with the sentence for the review or settings screen.
+    void install(const QString& source, const QString& reviewedFingerprint);
+    NativePluginInspection reviewRestore(const QString& id, const QString& folder) const;
+    void restore(const QString& id, const QString& folder, const QString& reviewedFingerprint,
+                 const QString& currentFingerprint);
+    // These report failures in notice.
+    Q_INVOKABLE void remove(const QString& id);
+    Q_INVOKABLE void setEnabled(const QString& id, bool enabled);
+    Q_INVOKABLE void setVisible(const QString& id, const QString& displayID, bool visible);
+    Q_INVOKABLE void setCompact(const QString& id, bool compact);
+    Q_INVOKABLE void restart(const QString& id);
+
+    // The review screen: look at a chosen bundle or a saved version, then install or cancel.
+    // Each answers the failure's sentence, or an empty text.
+    Q_INVOKABLE QString review(const QUrl& bundle);
+    Q_INVOKABLE QString reviewSaved(const QString& id, const QString& folder);
+    Q_INVOKABLE QString installReviewed();
+    Q_INVOKABLE void cancelReview();
+    QVariantMap reviewed() const { return m_reviewed; }
+
+    // For the panel: a button, the plugin's own settings, and which displays show a plugin.
+    Q_INVOKABLE void press(const QString& id, const QString& action);
+    Q_INVOKABLE void configure(const QString& id);
+    Q_INVOKABLE void setPresented(const QString& id, const QString& displayID, bool visible);
+    // Enabled plugins not hidden on that display, as maps like those of plugins.
+    Q_INVOKABLE QVariantList visiblePlugins(const QString& displayID) const;
+    Q_INVOKABLE void select(const QString& displayID, const QString& id);
+    QVariantMap selections() const { return m_selections; }
+
+    // Reviews and grants. Each answers the failure's sentence, or an empty text.
+    Q_INVOKABLE QString approve(const QString& runID);
+    Q_INVOKABLE QString decline(const QString& runID);
+    Q_INVOKABLE QString setAllowed(const QString& caller, const QString& provider, const QString& name,
+                                   bool channel, bool allowed);
+
+signals:
+    void pluginsChanged();
+    void noticeChanged();
+    void snapshotsChanged();
+    void reviewedChanged();
+    void routerChanged();
+    void selectionsChanged();
+
+private slots:
+    void onPrepareForSleep(bool sleeping);
+
+private:
+    void load();
+    // Saves first; throws ModuleProblem and changes nothing when the save fails.
+    void persist(const QList<NativePluginRecord>& records);
+    void assign(QList<NativePluginRecord> records);
+    void launch(const NativePluginRecord& record);
+    void edit(const QString& id, const std::function<void(NativePluginRecord&)>& change);
+    qsizetype indexOf(const QString& id) const;
+    void setNotice(const QString& notice);
+    void setReviewed(QVariantMap reviewed);
+    void sampleUsage();
+    QString peerName(const QString& peer) const;
+
+    QVariantList pluginsForViews() const;
+    QVariantMap snapshotsForViews() const;
+    QVariantList reviewsForViews() const;
+    QVariantList allowedActionsForViews() const;
+    QVariantList historyForViews() const;
+    QString actionsError() const;
+
+    NativePluginIndex m_index;
+    NativePluginSessions* m_sessions;
+    PluginResourceUsage m_usage;
+    QList<NativePluginRecord> m_plugins;
+    QString m_notice;
+    bool m_storageFailed = false;
+    bool m_started = false;
+
+    // What the review screen shows, and what installReviewed() acts on.
+    QVariantMap m_reviewed;
+    struct Review {
+        QString source;
+        QString fingerprint;
+        QString restoreID;
+        QString restoreFolder;
+        QString currentFingerprint;
+    };
+    std::optional<Review> m_review;
+    QVariantMap m_selections;
+};
+
+} // namespace vell
