@@ -1,5 +1,7 @@
 #include "tools/vellctl/PluginCommands.h"
 
+#include "tools/vellctl/PluginHostCommand.h"
+
 #include "VellHost/NativePluginBundle.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
@@ -168,6 +170,7 @@ const std::array subcommands{
     Subcommand{"manifest", "FILE", &manifest}, Subcommand{"lines", "[--chunk N] [FILE]", &lines},
     Subcommand{"snapshot", "FILE", &snapshot}, Subcommand{"fingerprint", "BUNDLE", &fingerprint},
     Subcommand{"inspect", "BUNDLE", &inspect}, Subcommand{"sign", "BUNDLE KEY", &sign},
+    Subcommand{"host", "BUNDLE [--send FILE]", &PluginHostCommand::run},
 };
 
 } // namespace

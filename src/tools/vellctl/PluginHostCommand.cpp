@@ -29,8 +29,8 @@ void onStopSignal(int) {
     [[maybe_unused]] const ssize_t written = ::write(stopPipe[1], &byte, 1);
 }
 
-void printLine(const QJsonObject& object) {
-    QTextStream(stdout) << QJsonDocument(object).toJson(QJsonDocument::Compact) << Qt::endl;
+void printLine(const QByteArray& line) {
+    QTextStream(stdout) << line << Qt::endl;
 }
 
 // Each line of the file a host message; its identity is filled in when it is sent.
@@ -83,29 +83,50 @@ CommandStatus run(const QStringList& arguments) {
 
     // The host as the app runs it, with a router that keeps nothing on disk.
     NativePluginSessions sessions(std::nullopt);
+    // Each message as it travels, in its own key order.
     sessions.trace = [](const QString&, bool fromPlugin, const PluginMessage& message) {
-        printLine(QJsonObject{{QStringLiteral("from"), fromPlugin ? QStringLiteral("plugin") : QStringLiteral("host")},
-                              {QStringLiteral("message"), QJsonDocument::fromJson(message.json()).object()}});
+        printLine((fromPlugin ? QByteArrayLiteral("{\"from\":\"plugin\",\"message\":")
+                              : QByteArrayLiteral("{\"from\":\"host\",\"message\":")) +
+                  message.json() + '}');
     };
-    bool sent = false;
-    const auto end = [&](const QString& status) {
-        printLine(QJsonObject{{QStringLiteral("end"), status}});
-        QCoreApplication::exit(0);
-    };
-    QObject::connect(&sessions, &NativePluginSessions::statusChanged, [&] {
-        const QString status = sessions.status().value(id);
-        if (!sessions.hasWorker(id)) {
-            end(status);
-            return;
-        }
-        if (sent || !sessions.ready().contains(id))
-            return;
-        sent = true;
+    // Bus traffic and the like go once the handshake is done; a press needs a button to press,
+    // so presses wait for the first snapshot.
+    bool sentMessages = false;
+    bool sentPresses = false;
+    const auto inject = [&](bool presses) {
         for (const PluginMessage& message : std::as_const(injected)) {
-            if (message.type == u"action")
+            if ((message.type == u"action") != presses)
+                continue;
+            if (presses)
                 sessions.action(id, message.action.value_or(QString()));
             else
                 sessions.sendHostMessage(id, message);
+        }
+    };
+    bool ended = false;
+    QObject::connect(&sessions, &NativePluginSessions::statusChanged, [&] {
+        if (!sessions.hasWorker(id) && !ended) {
+            // The status line is written just after the session is wiped.
+            ended = true;
+            QMetaObject::invokeMethod(
+                &sessions,
+                [&] {
+                    printLine(QJsonDocument(QJsonObject{{QStringLiteral("end"), sessions.status().value(id)}})
+                                  .toJson(QJsonDocument::Compact));
+                    QCoreApplication::exit(0);
+                },
+                Qt::QueuedConnection);
+            return;
+        }
+        if (!sentMessages && sessions.ready().contains(id)) {
+            sentMessages = true;
+            inject(false);
+        }
+    });
+    QObject::connect(&sessions, &NativePluginSessions::snapshotsChanged, [&] {
+        if (!sentPresses && sessions.snapshots().contains(id)) {
+            sentPresses = true;
+            inject(true);
         }
     });
 

@@ -90,6 +90,7 @@ public:
 
     NativePluginSessions& sessions() { return *m_sessions; }
     ActionRouter& router() { return m_sessions->router(); }
+    const ActionRouter& router() const { return m_sessions->router(); }
     const QList<NativePluginRecord>& plugins() const { return m_plugins; }
     std::optional<NativePluginRecord> plugin(const QString& id) const;
     QString notice() const { return m_notice; }
