@@ -198,7 +198,7 @@ private slots:
             write(bundle + u"/Contents/Resources/extra"_s, "");
         }) << signatureInvalid;
 
-        // Step 1, and the order of the first steps: the manifest is read before the signature.
+        // The path, and the order of the first checks: the manifest is read before the signature.
         QTest::newRow("the path is a link") << Change([this](const QString& bundle) {
             sign(bundle);
             QFile::link(bundle, bundle + u"-link.app"_s);
