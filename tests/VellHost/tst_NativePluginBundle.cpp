@@ -109,6 +109,27 @@ void sizeTo(const QString& bundle, qint64 bytes) {
         qFatal("cannot size the padding");
 }
 
+// Edits a copy of a bundle in place.
+using Edit = std::function<void(const QString& bundle)>;
+
+void unchanged(const QString&) {}
+
+Edit manifestOf(qsizetype size) {
+    return [size](const QString& bundle) {
+        const QString path = bundle + u"/Contents/Resources/VellPlugin.json"_s;
+        const QByteArray json = read(path).trimmed();
+        write(path, json + QByteArray(size - json.size(), ' '));
+    };
+}
+
+Edit infoPlistOf(const QByteArray& text) {
+    return [text](const QString& bundle) { write(bundle + u"/Contents/Info.plist"_s, text); };
+}
+
+Edit executableNamed(const QByteArray& value) {
+    return infoPlistOf(plist(diceIdentity + "<key>CFBundleExecutable</key>" + value + "\n"));
+}
+
 } // namespace
 
 // Real bundles built from examples/, real signatures from ssh-keygen.
@@ -125,46 +146,11 @@ private slots:
             run(u"ssh-keygen"_s, {u"-t"_s, u"ed25519"_s, u"-N"_s, QString(), u"-q"_s, u"-f"_s, key});
     }
 
-    void inspect_data() {
-        QTest::addColumn<Change>("change");
-        QTest::addColumn<QString>("message");
-        const auto signedAfter = [this](std::function<void(const QString&)> change) {
-            return Change([this, change](const QString& bundle) {
-                change(bundle);
-                sign(bundle);
-                return bundle;
-            });
-        };
-        const auto changedAfterSigning = [this](std::function<void(const QString&)> change) {
-            return Change([this, change](const QString& bundle) {
-                sign(bundle);
-                change(bundle);
-                return bundle;
-            });
-        };
-        const auto unsignedWith = [](std::function<void(const QString&)> change) {
-            return Change([change](const QString& bundle) {
-                QFile::remove(bundle + u'/' + NativePluginBundle::signatureFile.toString());
-                change(bundle);
-                return bundle;
-            });
-        };
-        const auto nothing = [](const QString&) {};
-        const auto manifestOf = [](qsizetype size) {
-            return [size](const QString& bundle) {
-                const QString path = bundle + u"/Contents/Resources/VellPlugin.json"_s;
-                const QByteArray json = read(path).trimmed();
-                write(path, json + QByteArray(size - json.size(), ' '));
-            };
-        };
-        const auto infoPlist = [](const QByteArray& text) {
-            return [text](const QString& bundle) { write(bundle + u"/Contents/Info.plist"_s, text); };
-        };
-        const auto executableNamed = [infoPlist](const QByteArray& value) {
-            return infoPlist(plist(diceIdentity + "<key>CFBundleExecutable</key>" + value + "\n"));
-        };
-
-        QTest::newRow("signed") << signedAfter(nothing) << QString();
+    // The path, the signature, and the order of the first checks: the manifest is read before the
+    // signature, and the signature before Info.plist.
+    void pathAndSignature_data() {
+        columns();
+        QTest::newRow("signed") << signedAfter(unchanged) << QString();
         QTest::newRow("path with a trailing slash") << Change([this](const QString& bundle) {
             sign(bundle);
             return bundle + u'/';
@@ -177,7 +163,7 @@ private slots:
         }) << QString();
 
         // The signature: present, made over these very contents, in our namespace.
-        QTest::newRow("unsigned") << unsignedWith(nothing) << signatureInvalid;
+        QTest::newRow("unsigned") << unsignedWith(unchanged) << signatureInvalid;
         QTest::newRow("signature tampered") << changedAfterSigning([](const QString& bundle) {
             const QString path = bundle + u'/' + NativePluginBundle::signatureFile.toString();
             QByteArray armored = read(path);
@@ -198,7 +184,7 @@ private slots:
             write(bundle + u"/Contents/Resources/extra"_s, "");
         }) << signatureInvalid;
 
-        // The path, and the order of the first checks: the manifest is read before the signature.
+        // Only an ".app" of its own; the manifest is read, and judged, before the signature.
         QTest::newRow("the path is a link") << Change([this](const QString& bundle) {
             sign(bundle);
             QFile::link(bundle, bundle + u"-link.app"_s);
@@ -217,41 +203,46 @@ private slots:
             write(path, read(path).replace("1.0.0", "1.0"));
         }) << u"Invalid plugin manifest."_s;
         QTest::newRow("identity mismatch, unsigned")
-            << unsignedWith(infoPlist(plist(entry("CFBundleIdentifier", "app.ostavell.example.clock"))))
+            << unsignedWith(infoPlistOf(plist(entry("CFBundleIdentifier", "app.ostavell.example.clock"))))
             << signatureInvalid;
+    }
 
-        // Info.plist: the identity, then the executable's name.
+    void pathAndSignature() { checkInspection(); }
+
+    // Info.plist: the identity, then the executable's name and file.
+    void infoPlist_data() {
+        columns();
         QTest::newRow("identity mismatch")
-            << signedAfter(infoPlist(plist(entry("CFBundleIdentifier", "app.ostavell.example.clock") +
-                                           entry("CFBundleExecutable", "dice"))))
+            << signedAfter(infoPlistOf(plist(entry("CFBundleIdentifier", "app.ostavell.example.clock") +
+                                             entry("CFBundleExecutable", "dice"))))
             << identityMismatch;
         QTest::newRow("Info.plist missing")
             << signedAfter([](const QString& bundle) { QFile::remove(bundle + u"/Contents/Info.plist"_s); })
             << identityMismatch;
         QTest::newRow("Info.plist not a property list")
-            << signedAfter(infoPlist("CFBundleIdentifier = app.ostavell.example.dice")) << identityMismatch;
+            << signedAfter(infoPlistOf("CFBundleIdentifier = app.ostavell.example.dice")) << identityMismatch;
         QTest::newRow("Info.plist not well-formed")
-            << signedAfter(infoPlist(plist(diceIdentity + entry("CFBundleExecutable", "dice")).chopped(3)))
+            << signedAfter(infoPlistOf(plist(diceIdentity + entry("CFBundleExecutable", "dice")).chopped(3)))
             << identityMismatch;
         QTest::newRow("identifier not a string")
-            << signedAfter(infoPlist(plist("<key>CFBundleIdentifier</key><array><string>"
-                                           "app.ostavell.example.dice</string></array>\n" +
-                                           entry("CFBundleExecutable", "dice"))))
+            << signedAfter(infoPlistOf(plist("<key>CFBundleIdentifier</key><array><string>"
+                                             "app.ostavell.example.dice</string></array>\n" +
+                                             entry("CFBundleExecutable", "dice"))))
             << identityMismatch;
         QTest::newRow("identifier named twice")
-            << signedAfter(infoPlist(plist(diceIdentity + entry("CFBundleExecutable", "dice") +
-                                           entry("CFBundleIdentifier", "app.ostavell.example.clock"))))
+            << signedAfter(infoPlistOf(plist(diceIdentity + entry("CFBundleExecutable", "dice") +
+                                             entry("CFBundleIdentifier", "app.ostavell.example.clock"))))
             << identityMismatch;
         const QByteArray dicePlist = plist(diceIdentity + entry("CFBundleExecutable", "dice"));
         const qsizetype plistLimit = NativePluginBundle::maximumInfoPlistBytes;
         QTest::newRow("Info.plist at its limit")
-            << signedAfter(infoPlist(dicePlist + QByteArray(plistLimit - dicePlist.size(), '\n')))
+            << signedAfter(infoPlistOf(dicePlist + QByteArray(plistLimit - dicePlist.size(), '\n')))
             << QString();
         QTest::newRow("Info.plist over its limit")
-            << signedAfter(infoPlist(dicePlist + QByteArray(plistLimit + 1 - dicePlist.size(), '\n')))
+            << signedAfter(infoPlistOf(dicePlist + QByteArray(plistLimit + 1 - dicePlist.size(), '\n')))
             << identityMismatch;
         QTest::newRow("executable not named")
-            << signedAfter(infoPlist(plist(diceIdentity))) << invalidExecutable;
+            << signedAfter(infoPlistOf(plist(diceIdentity))) << invalidExecutable;
         QTest::newRow("executable name not a string")
             << signedAfter(executableNamed("<integer>1</integer>")) << invalidExecutable;
         for (const char* name : {"", "MacOS/dice", "..", "dice..", "../MacOS/dice"})
@@ -263,12 +254,17 @@ private slots:
         QTest::newRow("executable without an execute bit") << signedAfter([](const QString& bundle) {
             QFile::setPermissions(bundle + u"/Contents/MacOS/dice"_s, QFile::ReadOwner | QFile::WriteOwner);
         }) << executableMissing;
-        QTest::newRow("executable is a folder") << signedAfter([executableNamed](const QString& bundle) {
+        QTest::newRow("executable is a folder") << signedAfter([](const QString& bundle) {
             QDir().mkpath(bundle + u"/Contents/MacOS/folder"_s);
             executableNamed("<string>folder</string>")(bundle);
         }) << executableMissing;
+    }
 
-        // The walk: links never followed, nothing but files and folders, and its limits.
+    void infoPlist() { checkInspection(); }
+
+    // The walk: links never followed, nothing but files and folders, and its limits.
+    void walk_data() {
+        columns();
         QTest::newRow("a link to a file inside") << changedAfterSigning([](const QString& bundle) {
             QFile::link(u"VellPlugin.json"_s, bundle + u"/Contents/Resources/Alias.json"_s);
         }) << symlinks;
@@ -301,12 +297,7 @@ private slots:
         }) << tooLarge;
     }
 
-    void inspect() {
-        QFETCH(Change, change);
-        QFETCH(QString, message);
-        const QString path = change(copy());
-        QCOMPARE(problemOf([&] { NativePluginBundle::inspect(path); }), message);
-    }
+    void walk() { checkInspection(); }
 
     // The build leaves signed bundles; what their inspection answers, and that vellctl computes
     // the same fingerprint.
@@ -368,6 +359,42 @@ private slots:
     }
 
 private:
+    void columns() {
+        QTest::addColumn<Change>("change");
+        QTest::addColumn<QString>("message");
+    }
+
+    void checkInspection() {
+        QFETCH(Change, change);
+        QFETCH(QString, message);
+        const QString path = change(copy());
+        QCOMPARE(problemOf([&] { NativePluginBundle::inspect(path); }), message);
+    }
+
+    Change signedAfter(Edit edit) {
+        return [this, edit](const QString& bundle) {
+            edit(bundle);
+            sign(bundle);
+            return bundle;
+        };
+    }
+
+    Change changedAfterSigning(Edit edit) {
+        return [this, edit](const QString& bundle) {
+            sign(bundle);
+            edit(bundle);
+            return bundle;
+        };
+    }
+
+    static Change unsignedWith(Edit edit) {
+        return [edit](const QString& bundle) {
+            QFile::remove(bundle + u'/' + NativePluginBundle::signatureFile.toString());
+            edit(bundle);
+            return bundle;
+        };
+    }
+
     // A fresh copy of a built example bundle, in a folder of its own, with the build's signature.
     QString copy(const QString& name = u"Dice"_s) {
         const QString folder = m_dir.filePath(QString::number(++m_copies));
