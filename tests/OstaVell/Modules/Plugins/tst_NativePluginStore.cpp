@@ -300,7 +300,87 @@ private slots:
         QCOMPARE(store->router().grants().size(), 2);
         store->stop();
     }
+
+    // The app killed at any moment of an install or update leaves an index that loads, whose
+    // every record names a complete copy of what was installed, and which holds every install
+    // that was acknowledged before the kill.
+    void killedDuringInstallsLosesNothing() {
+        QTemporaryDir data;
+        const QString root = data.filePath(QStringLiteral("Plugins"));
+        const QStringList sources{copy(QStringLiteral("Dice")), copy(QStringLiteral("Dice"))};
+        remake(sources.at(1), QStringLiteral("1.0.1"));
+        const QStringList fingerprints{NativePluginBundle::inspect(sources.at(0)).fingerprint,
+                                       NativePluginBundle::inspect(sources.at(1)).fingerprint};
+        {
+            // Installed and switched off first, so that the loop's updates start nothing.
+            NativePluginStore store(root);
+            QCOMPARE(install(store, sources.at(0)), QString());
+            store.setEnabled(diceID, false);
+        }
+        constexpr int installs = 200;
+        int acknowledged = 0;
+        int kills = 0;
+        while (acknowledged < installs) {
+            QProcess loop;
+            loop.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            loop.start(QCoreApplication::applicationFilePath(),
+                       {QStringLiteral("--install-loop"), root, sources.at(0), sources.at(1),
+                        QString::number(acknowledged), QString::number(installs)});
+            QVERIFY(loop.waitForStarted());
+            // Once it has got going, a kill at a random moment: that is the point, not a wait
+            // for something.
+            QByteArray output;
+            while (!output.contains("ok ") && loop.state() == QProcess::Running)
+                if (loop.waitForReadyRead(30000))
+                    output += loop.readAllStandardOutput();
+            QTest::qWait(QRandomGenerator::global()->bounded(0, 400));
+            if (const qint64 pid = loop.processId(); pid > 0) {
+                ::kill(pid_t(pid), SIGKILL);
+                ++kills;
+            }
+            QVERIFY(loop.waitForFinished());
+            output += loop.readAllStandardOutput();
+            for (const QByteArray& line : output.split('\n'))
+                if (line.startsWith("ok "))
+                    acknowledged = line.mid(3).toInt() + 1;
+
+            const QList<NativePluginRecord> records = NativePluginIndex(root).load();
+            QCOMPARE(records.size(), 1);
+            const NativePluginRecord& record = records.first();
+            // The last acknowledged install, or the one in flight when the kill came.
+            const QString last = fingerprints.at((acknowledged - 1 + 2) % 2);
+            QVERIFY(record.fingerprint == last || record.fingerprint == fingerprints.at(acknowledged % 2));
+            const NativePluginIndex index(root);
+            QCOMPARE(NativePluginBundle::inspect(index.bundlePath(record.folder)).fingerprint, record.fingerprint);
+            for (const NativePluginVersion& version : record.previousVersions.value_or(QList<NativePluginVersion>()))
+                QCOMPARE(NativePluginBundle::inspect(index.bundlePath(version.folder)).fingerprint,
+                         version.fingerprint);
+        }
+        qInfo("%d installs, killed %d times", installs, kills);
+    }
 };
 
-QTEST_GUILESS_MAIN(NativePluginStoreTest)
+// The child of the kill test: installs the two bundles in turn, and says so after each.
+static int installLoop(const QStringList& arguments) {
+    NativePluginStore store(arguments.at(0));
+    const QStringList sources{arguments.at(1), arguments.at(2)};
+    const QStringList fingerprints{NativePluginBundle::inspect(sources.at(0)).fingerprint,
+                                   NativePluginBundle::inspect(sources.at(1)).fingerprint};
+    for (int i = arguments.at(3).toInt(); i < arguments.at(4).toInt(); ++i) {
+        store.install(sources.at(i % 2), fingerprints.at(i % 2));
+        std::printf("ok %d\n", i);
+        std::fflush(stdout);
+    }
+    return 0;
+}
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() == 7 && arguments.at(1) == u"--install-loop")
+        return installLoop(arguments.mid(2));
+    NativePluginStoreTest test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_NativePluginStore.moc"
