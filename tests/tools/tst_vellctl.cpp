@@ -221,6 +221,30 @@ private slots:
         QCOMPARE(vellctl.exitCode(), exitCode);
     }
 
+    // An author runs a plugin in a real session: the handshake, the snapshot, a press sent from
+    // a file and its answer, then the end the app would show.
+    void hostRunsASession() {
+        QFile send(m_dir.filePath(u"send.jsonl"_s));
+        QVERIFY(send.open(QIODevice::WriteOnly));
+        send.write(R"({"apiVersion":1,"type":"action","pluginID":"x","session":"00000000-0000-0000-0000-000000000000","sequence":0,"action":"roll"})"
+                   "\n");
+        send.close();
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+                      {u"plugin"_s, u"host"_s, examplePlugins() + u"/Dice.app"_s, u"--send"_s, send.fileName()});
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += vellctl.readAllStandardOutput()).contains("You rolled"), 30000);
+        vellctl.terminate();
+        QVERIFY(vellctl.waitForFinished(30000));
+        output += vellctl.readAllStandardOutput();
+        const QList<QByteArray> lines = output.trimmed().split('\n');
+        QVERIFY(lines.first().startsWith(R"({"from":"host","message":{"apiVersion":1,"type":"hello")"));
+        QVERIFY(lines.at(1).startsWith(R"({"from":"plugin","message":{"apiVersion":1,"type":"ready")"));
+        QVERIFY(output.contains(R"("type":"action","pluginID":"app.ostavell.example.dice")"));
+        QCOMPARE(lines.last(), QByteArray(R"({"end":"Stopped"})"));
+        QCOMPARE(vellctl.exitCode(), 0);
+    }
+
     // The README shows the smallest example plugin whole; it must be the one that builds.
     void readmeShowsTheClockExample() {
         const QString source = qEnvironmentVariable("VELL_SOURCE_DIR");
@@ -236,7 +260,8 @@ private:
                                 u"usage: vellctl plugin snapshot FILE\n"
                                 u"usage: vellctl plugin fingerprint BUNDLE\n"
                                 u"usage: vellctl plugin inspect BUNDLE\n"
-                                u"usage: vellctl plugin sign BUNDLE KEY\n"_s;
+                                u"usage: vellctl plugin sign BUNDLE KEY\n"
+                                u"usage: vellctl plugin host BUNDLE [--send FILE]\n"_s;
 
     // A copy of the built Dice bundle without its signature.
     QString unsignedDice() {
