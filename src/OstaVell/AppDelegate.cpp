@@ -4,6 +4,7 @@
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "OstaVell/Modules/Plugins/PluginFrameProvider.h"
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/Logging.h"
@@ -49,6 +50,12 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
     connect(m_engine, &QQmlEngine::quit, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     Accessibility::instance()->startWatchingDesktop();
+    // Plugins' video frames, drawn by the plugin views; the engine owns the provider.
+    auto* frames = new PluginFrameProvider;
+    m_engine->addImageProvider(PluginFrameProvider::name.toString(), frames);
+    NativePluginStore::instance()->setFrameSink([frames](QHash<QString, QByteArray> latest) {
+        frames->setFrames(std::move(latest));
+    });
 
     // Launch order: plugins (and with them the action router), then automations and the bus
     // services once they exist, then the panels, then media, calendar, power and HUD services,
@@ -89,6 +96,7 @@ void AppDelegate::applicationWillTerminate() {
     // runners, unsaved notes, the panels.
     qCInfo(lcApp) << "shutdown: stopping plugins";
     NativePluginStore::instance()->stop();
+    NativePluginStore::instance()->setFrameSink({});
     qCInfo(lcApp) << "shutdown: killing module runners";
     ModuleStore::instance()->killAll();
     if (NotesStore::instance()->dirty()) {

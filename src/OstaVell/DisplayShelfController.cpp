@@ -1,6 +1,7 @@
 #include "OstaVell/DisplayShelfController.h"
 
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/ColorHex.h"
@@ -95,7 +96,9 @@ NotchTab DisplayShelfController::initialTab(const QString& savedRaw, bool hasWor
 }
 
 bool DisplayShelfController::hasWorkspace() const {
-    // Native plugins join this test once they can be installed.
+    for (const NativePluginRecord& plugin : NativePluginStore::instance()->plugins())
+        if (plugin.enabled && !plugin.hiddenDisplayIDs.contains(m_appearanceID))
+            return true;
     return !ModuleStore::instance()->visible(m_appearanceID).isEmpty();
 }
 

@@ -40,6 +40,16 @@ NativePluginStore::NativePluginStore(QString directory, std::optional<QString> r
     connect(m_sessions, &NativePluginSessions::snapshotsChanged, this, &NativePluginStore::snapshotsChanged);
     connect(m_sessions, &NativePluginSessions::routerChanged, this, &NativePluginStore::onRouterChanged);
     connect(m_sessions, &NativePluginSessions::healthChecked, this, &NativePluginStore::sampleUsage);
+    connect(m_sessions, &NativePluginSessions::framesChanged, this, [this] {
+        if (m_frameSink) {
+            QHash<QString, QByteArray> frames;
+            for (auto frame = m_sessions->frames().cbegin(); frame != m_sessions->frames().cend(); ++frame)
+                frames.insert(frame.key(), frame->jpeg);
+            m_frameSink(frames);
+        }
+        ++m_frameRevision;
+        emit framesChanged();
+    });
     m_sessions->presentPlugin = [this](const QString& id) {
         if (const auto present = presentPlugin)
             present(id);

@@ -57,6 +57,10 @@ class NativePluginStore final : public QObject {
     // Runs waiting for a person: id, caller, callerName, provider, providerName, title,
     // effect, arguments ([{name, value}] as text), expires (milliseconds since 1970).
     Q_PROPERTY(QVariantList reviews READ reviewsForViews NOTIFY routerChanged)
+    // Runs under way between peers, oldest first: id, callerName, providerName, title, phase,
+    // message, progress (absent when the provider gives none) and display ({title, step, detail,
+    // completedSteps, totalSteps, needsReview}, absent when none).
+    Q_PROPERTY(QVariantList activeRuns READ activeRunsForViews NOTIFY routerChanged)
     // Per connected caller, every action and channel another peer offers: caller, callerName,
     // provider, providerName, name, title, effect ("" for a channel), channel, allowed.
     Q_PROPERTY(QVariantList allowedActions READ allowedActionsForViews NOTIFY routerChanged)
@@ -64,6 +68,8 @@ class NativePluginStore final : public QObject {
     Q_PROPERTY(QVariantList history READ historyForViews NOTIFY routerChanged)
     // The router's latch, where grants are managed; empty when grants and history are sound.
     Q_PROPERTY(QString actionsError READ actionsError NOTIFY routerChanged)
+    // Changes with every video frame of any plugin; a view's frame address carries it.
+    Q_PROPERTY(int frameRevision READ frameRevision NOTIFY framesChanged)
     // Display appearance id to the plugin its panel shows; held for this run only.
     Q_PROPERTY(QVariantMap selections READ selections NOTIFY selectionsChanged)
 
@@ -131,6 +137,9 @@ public:
     Q_INVOKABLE QVariantList visiblePlugins(const QString& displayID) const;
     Q_INVOKABLE void select(const QString& displayID, const QString& id);
     QVariantMap selections() const { return m_selections; }
+    int frameRevision() const { return m_frameRevision; }
+    // Gets every frame as it comes, for the views' image provider.
+    void setFrameSink(std::function<void(QHash<QString, QByteArray>)> sink) { m_frameSink = std::move(sink); }
 
     // Reviews and grants. Each answers the failure's sentence, or an empty text.
     Q_INVOKABLE QString approve(const QString& runID);
@@ -146,6 +155,7 @@ signals:
     void routerChanged();
     void selectionsChanged();
     void usageChanged();
+    void framesChanged();
 
 private slots:
     void onPrepareForSleep(bool sleeping);
@@ -167,6 +177,7 @@ private:
     QVariantList pluginsForViews() const;
     QVariantMap snapshotsForViews() const;
     QVariantList reviewsForViews() const;
+    QVariantList activeRunsForViews() const;
     QVariantList allowedActionsForViews() const;
     QVariantList historyForViews() const;
     QString actionsError() const;
@@ -193,6 +204,8 @@ private:
     QVariantMap m_selections;
     QSet<QUuid> m_waitingReviews;
     QSet<qint64> m_sampled;
+    int m_frameRevision = 0;
+    std::function<void(QHash<QString, QByteArray>)> m_frameSink;
 };
 
 } // namespace vell

@@ -127,6 +127,28 @@ QVariantList NativePluginStore::reviewsForViews() const {
     return reviews;
 }
 
+QVariantList NativePluginStore::activeRunsForViews() const {
+    QVariantList runs;
+    for (const ActionRun& run : router().runs()) {
+        if (!run.isLive() || run.phase() == PluginRunPhase::waitingReview)
+            continue;
+        QVariantMap map{
+            {QStringLiteral("id"), uuidText(run.id)},
+            {QStringLiteral("callerName"), peerName(run.caller)},
+            {QStringLiteral("providerName"), peerName(run.address.plugin)},
+            {QStringLiteral("title"), run.definition.title},
+            {QStringLiteral("phase"), pluginRunPhaseName(run.phase())},
+            {QStringLiteral("message"), run.update.message},
+        };
+        if (run.update.progress)
+            map.insert(QStringLiteral("progress"), *run.update.progress);
+        if (run.update.display)
+            map.insert(QStringLiteral("display"), run.update.display->toJson().toVariantMap());
+        runs.append(map);
+    }
+    return runs;
+}
+
 QVariantList NativePluginStore::allowedActionsForViews() const {
     QVariantList entries;
     const QList<PluginCatalogEntry> catalogue = router().exported();
