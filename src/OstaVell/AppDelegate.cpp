@@ -3,6 +3,7 @@
 #include "OstaVell/Features/Notes/NotesStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/Logging.h"
@@ -13,6 +14,7 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QPointer>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickWindow>
@@ -48,8 +50,21 @@ void AppDelegate::applicationDidFinishLaunching() {
     connect(m_engine, &QQmlEngine::quit, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     Accessibility::instance()->startWatchingDesktop();
 
-    // Launch order. Plugins, automations and the bus services come first once they exist,
-    // then the panels, then media, calendar, power and HUD services, then the drag watch.
+    // Launch order: plugins (and with them the action router), then automations and the bus
+    // services once they exist, then the panels, then media, calendar, power and HUD services,
+    // then the drag watch. Services reach the shell only through these callbacks.
+    NativePluginStore* plugins = NativePluginStore::instance();
+    const QPointer<ShelfController> shelf(m_shelf);
+    plugins->presentPlugin = [shelf](const QString& id) {
+        if (shelf)
+            shelf->presentPlugin(id);
+    };
+    plugins->presentReview = [shelf] {
+        if (shelf)
+            shelf->presentReview();
+    };
+    plugins->start();
+
     m_shelf->setEngine(m_engine);
     m_shelf->showSettings = [this] { showSettings(); };
     m_shelf->quit = [] { QCoreApplication::quit(); };
@@ -62,14 +77,18 @@ void AppDelegate::offerViews() {
     // What each feature adds to the shell's views, one line a feature.
     ShellContributions* shell = ShellContributions::instance();
     shell->offerSettingsPane(QStringLiteral("Modules"), ModuleStore::settingsPaneView());
+    shell->offerSettingsPane(QStringLiteral("Plugins"), NativePluginStore::settingsPaneView());
+    shell->offerTab(NotchTab::home, {}, NativePluginStore::dashboardView());
 }
 
 void AppDelegate::applicationWillTerminate() {
     if (!m_launched || m_terminated)
         return;
     m_terminated = true;
-    // Shutdown order, waiting for nothing: the automation run and plugins come first once
-    // they exist; then module runners, unsaved notes and the panels.
+    // Shutdown order, waiting for nothing: the automation run once it exists, plugins, module
+    // runners, unsaved notes, the panels.
+    qCInfo(lcApp) << "shutdown: stopping plugins";
+    NativePluginStore::instance()->stop();
     qCInfo(lcApp) << "shutdown: killing module runners";
     ModuleStore::instance()->killAll();
     if (NotesStore::instance()->dirty()) {

@@ -1,5 +1,7 @@
 #include "OstaVell/ShelfController.h"
 
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
+
 #include "OstaVell/DisplayShelfController.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/DisplayIdentity.h"
@@ -248,6 +250,37 @@ void ShelfController::open(const QString& displayID) {
     reconcile();
     if (DisplayShelfController* panel = m_panels.value(displayID))
         panel->expand(true);
+}
+
+void ShelfController::presentPlugin(const QString& id) {
+    if (!m_isEnabled)
+        return;
+    const std::optional<NativePluginRecord> record = NativePluginStore::instance()->plugin(id);
+    if (!record || !record->enabled)
+        return;
+    // Among the panels showing this plugin, the one under the pointer, else the first by id.
+    DisplayShelfController* target = nullptr;
+    const QPoint pointer = QCursor::pos();
+    for (DisplayShelfController* panel : std::as_const(m_panels)) {
+        if (record->hiddenDisplayIDs.contains(panel->appearanceID()))
+            continue;
+        if (!target || (panel->screen() && panel->screen()->geometry().contains(pointer)))
+            target = panel;
+        if (panel->screen() && panel->screen()->geometry().contains(pointer))
+            break;
+    }
+    if (!target)
+        return;
+    NativePluginStore::instance()->select(target->appearanceID(), id);
+    target->setTab(NotchTab::home);
+    target->expand(true);
+}
+
+void ShelfController::presentReview() {
+    // A run waits for a person for a limited time; with the panels switched off the settings
+    // pane is where it is found.
+    if (m_isEnabled)
+        openAtPointer(notchTabRaw(NotchTab::home), true);
 }
 
 void ShelfController::openAtPointer(const QString& tab, bool focus) {

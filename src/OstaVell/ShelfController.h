@@ -61,6 +61,10 @@ public:
     Q_INVOKABLE void open(const QString& displayID);
     Q_INVOKABLE void openAtPointer(const QString& tab, bool focus);
     Q_INVOKABLE void openAll();
+    // A plugin asks to be shown: its page opens, with focus, on a display that shows it.
+    void presentPlugin(const QString& id);
+    // A run waits for review: the panel under the pointer opens where the review is.
+    void presentReview();
     Q_INVOKABLE void collapse();
     // The hot key's action: close everything if anything is open, otherwise open here.
     Q_INVOKABLE void toggle();

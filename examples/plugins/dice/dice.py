@@ -1,14 +1,18 @@
 #!/usr/bin/python3
-"""Dice: rolls a die when its button is pressed.
+"""Dice: rolls a die when its button is pressed, and offers two actions to other plugins.
 
 A child-mode plugin in Python with nothing but the standard library: the plugin protocol is
 one JSON object per line on standard input and output, and belongs to no language.
+
+"roll" only reads (a fresh throw, the die on screen stays as it is), so a plugin allowed to use
+it runs it at once; "clear" changes what the die shows, so OstaVell asks a person each time.
 """
 import json
 import os
 import random
 import select
 import sys
+import uuid
 
 hello = None
 sequence = 0
@@ -34,15 +38,46 @@ def show():
         "fields": [], "actions": [{"id": "roll", "label": "Roll", "enabled": True, "symbol": "dice"}]})
 
 
+def offer():
+    """Registers the actions other plugins may ask for, each under a grant a person gives."""
+    face_schema = {"fields": [{"name": "face", "kind": "number", "required": True}]}
+    send("bus", bus={"operation": "register", "requestID": str(uuid.uuid4()).upper(), "registration": {
+        "actions": [
+            {"id": "roll", "title": "Roll the die", "input": {"fields": []}, "output": face_schema,
+             "effect": "readOnly", "cancellable": False, "timeoutSeconds": 10},
+            {"id": "clear", "title": "Clear the die", "input": {"fields": []}, "output": {"fields": []},
+             "effect": "localChange", "cancellable": False, "timeoutSeconds": 10}],
+        "channels": []}})
+
+
+def execute(bus):
+    """Runs one action the router hands over, and answers once with its outcome."""
+    global face
+    name = bus.get("address", {}).get("name")
+    values = {}
+    if name == "roll":
+        values["face"] = random.randint(1, 6)
+        text = "Rolled %d." % values["face"]
+    else:
+        face = None
+        text = "Cleared."
+        show()
+    send("bus", bus={"operation": "update", "requestID": bus["requestID"], "address": bus["address"],
+                     "update": {"phase": "succeeded", "message": text, "values": values}})
+
+
 def handle(message):
     global hello, face
     if message.get("type") == "hello":
         hello = message
-        send("ready", features=["dashboard-v1"])
+        send("ready", features=["dashboard-v1", "actions-v1"])
         show()
+        offer()
     elif message.get("type") == "action" and message.get("action") == "roll":
         face = random.randint(1, 6)
         show()
+    elif message.get("type") == "bus" and message["bus"].get("operation") == "execute":
+        execute(message["bus"])
 
 
 def main():

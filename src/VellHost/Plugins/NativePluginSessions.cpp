@@ -12,7 +12,7 @@
 namespace vell {
 
 namespace {
-Q_LOGGING_CATEGORY(lcPlugins, "ostavell.plugins")
+Q_LOGGING_CATEGORY(lcPlugins, "OstaVell Plugins", QtInfoMsg)
 
 // 2001-01-01 00:00:00 UTC in seconds since 1970.
 constexpr double referenceEpoch = 978307200;
@@ -153,7 +153,7 @@ void NativePluginSessions::wire(const QString& id, NativePluginProcess* process)
     process->onFailure = [self, id, process](const QString& reason) {
         if (!self || !self->isCurrent(id, process))
             return;
-        qCInfo(lcPlugins).noquote() << "OstaVell Plugins:" << id << "stream failed:" << reason;
+        qCInfo(lcPlugins).noquote() << id << "stream failed:" << reason;
         self->endSession(id, QStringLiteral("Plugin sent invalid data."));
     };
     process->onExit = [self, id, process] {

@@ -114,6 +114,9 @@ public:
     void volumeCommand(const QString& id, const PluginVolumeCommand& command);
     void requestAgenda(double date);
     QList<PluginAgendaEntry> agenda(double date) const;
+    // A host message as it stands, for an author's tools; false when the plugin has no
+    // running session or its queue refused it.
+    bool sendHostMessage(const QString& id, const PluginMessage& message);
 
     // A built-in service joins the bus as a peer: its name for the settings, the callback that
     // hears its traffic, a fingerprint naming what it is, and its registration.

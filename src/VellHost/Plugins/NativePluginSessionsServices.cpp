@@ -114,6 +114,17 @@ void NativePluginSessions::volumeCommand(const QString& id, const PluginVolumeCo
     send(id, message);
 }
 
+bool NativePluginSessions::sendHostMessage(const QString& id, const PluginMessage& message) {
+    if (!m_ready.contains(id))
+        return false;
+    try {
+        send(id, message);
+    } catch (const ModuleProblem&) {
+        return false;
+    }
+    return true;
+}
+
 void NativePluginSessions::sendAgendaRequest(const QString& id) {
     if (!negotiated(id, Capability::agenda) || !m_workers.contains(id))
         return;

@@ -1,5 +1,8 @@
 #include "tools/vellctl/PluginCommands.h"
 
+#include "tools/vellctl/PluginHostCommand.h"
+
+#include "VellHost/NativePluginBundle.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
@@ -8,6 +11,8 @@
 #include "VellPluginSDK/Protocol/PluginManifest.h"
 
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QTextStream>
 
 #include <array>
@@ -97,10 +102,75 @@ CommandStatus lines(const QStringList& arguments) {
     return CommandStatus::ok;
 }
 
+// `plugin fingerprint BUNDLE`: the digest of every file of a bundle, as the host computes it.
+CommandStatus fingerprint(const QStringList& arguments) {
+    if (arguments.size() != 1)
+        return CommandStatus::usage;
+    QString digest;
+    try {
+        digest = NativePluginBundle::fingerprint(arguments.first());
+    } catch (const ModuleProblem& problem) {
+        return refused(problem.message());
+    }
+    QTextStream(stdout) << digest << '\n';
+    return CommandStatus::ok;
+}
+
+// A name on one line: a line break in it could pass for another line of the report.
+QString oneLine(QString text) {
+    for (QChar& character : text) {
+        if (character.category() == QChar::Other_Control || character == QChar::LineSeparator ||
+            character == QChar::ParagraphSeparator)
+            character = u' ';
+    }
+    return text;
+}
+
+// `plugin inspect BUNDLE`: every check the host makes before it installs or launches a bundle,
+// and what the reviewer is shown when they pass.
+CommandStatus inspect(const QStringList& arguments) {
+    if (arguments.size() != 1)
+        return CommandStatus::usage;
+    NativePluginInspection inspection;
+    try {
+        inspection = NativePluginBundle::inspect(arguments.first());
+    } catch (const ModuleProblem& problem) {
+        return refused(problem.message());
+    }
+    const PluginManifest& manifest = inspection.manifest;
+    // Capabilities are free text, commas included: a JSON array keeps them apart.
+    const QByteArray capabilities =
+        QJsonDocument(QJsonArray::fromStringList(manifest.capabilities)).toJson(QJsonDocument::Compact);
+    QTextStream out(stdout);
+    out << "id: " << manifest.id << '\n'
+        << "name: " << oneLine(manifest.name) << '\n'
+        << "version: " << manifest.version << '\n'
+        << "capabilities: " << QString::fromUtf8(capabilities) << '\n'
+        << "launch mode: " << (manifest.launchesAsApplication() ? "application" : "child") << '\n'
+        << "signature: valid\n"
+        << "fingerprint: " << inspection.fingerprint << '\n';
+    return CommandStatus::ok;
+}
+
+// `plugin sign BUNDLE KEY`: signs a finished bundle with an SSH private key; any change to the
+// bundle afterwards needs a new signature.
+CommandStatus sign(const QStringList& arguments) {
+    if (arguments.size() != 2)
+        return CommandStatus::usage;
+    try {
+        NativePluginBundle::sign(arguments.at(0), arguments.at(1));
+    } catch (const ModuleProblem& problem) {
+        return refused(problem.message());
+    }
+    QTextStream(stdout) << "OK\n";
+    return CommandStatus::ok;
+}
+
 const std::array subcommands{
-    Subcommand{"manifest", "FILE", &manifest},
-    Subcommand{"lines", "[--chunk N] [FILE]", &lines},
-    Subcommand{"snapshot", "FILE", &snapshot},
+    Subcommand{"manifest", "FILE", &manifest}, Subcommand{"lines", "[--chunk N] [FILE]", &lines},
+    Subcommand{"snapshot", "FILE", &snapshot}, Subcommand{"fingerprint", "BUNDLE", &fingerprint},
+    Subcommand{"inspect", "BUNDLE", &inspect}, Subcommand{"sign", "BUNDLE KEY", &sign},
+    Subcommand{"host", "BUNDLE [--send FILE]", &PluginHostCommand::run},
 };
 
 } // namespace

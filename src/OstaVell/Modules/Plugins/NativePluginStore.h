@@ -39,9 +39,11 @@ class NativePluginStore final : public QObject {
     // launchMode ("child" or "application"), icon ({symbol, color, badge}, absent when none),
     // fingerprint, enabled, compactActivity, hiddenDisplayIDs, status (the line, "" when none),
     // running (status is "Running"), previousVersions ([{folder, name, version, fingerprint,
-    // savedAt}], savedAt in milliseconds since 1970 for Date), and usage ({cpuSeconds,
-    // residentBytes} over the last minute, absent while the plugin has no process of its own).
+    // savedAt}], savedAt in milliseconds since 1970 for Date).
     Q_PROPERTY(QVariantList plugins READ pluginsForViews NOTIFY pluginsChanged)
+    // Plugin id to {cpuSeconds, residentBytes}: CPU time over the last minute and resident
+    // memory of each plugin with a process of its own, refreshed every two seconds while one runs.
+    Q_PROPERTY(QVariantMap usage READ usageForViews NOTIFY usageChanged)
     // The store-wide message for the settings screen; empty when there is none.
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(bool storageFailed READ storageFailed CONSTANT)
@@ -88,6 +90,7 @@ public:
 
     NativePluginSessions& sessions() { return *m_sessions; }
     ActionRouter& router() { return m_sessions->router(); }
+    const ActionRouter& router() const { return m_sessions->router(); }
     const QList<NativePluginRecord>& plugins() const { return m_plugins; }
     std::optional<NativePluginRecord> plugin(const QString& id) const;
     QString notice() const { return m_notice; }
@@ -142,6 +145,7 @@ signals:
     void reviewedChanged();
     void routerChanged();
     void selectionsChanged();
+    void usageChanged();
 
 private slots:
     void onPrepareForSleep(bool sleeping);
@@ -157,6 +161,7 @@ private:
     void setNotice(const QString& notice);
     void setReviewed(QVariantMap reviewed);
     void sampleUsage();
+    void onRouterChanged();
     QString peerName(const QString& peer) const;
 
     QVariantList pluginsForViews() const;
@@ -165,6 +170,7 @@ private:
     QVariantList allowedActionsForViews() const;
     QVariantList historyForViews() const;
     QString actionsError() const;
+    QVariantMap usageForViews() const;
 
     NativePluginIndex m_index;
     NativePluginSessions* m_sessions;
@@ -185,6 +191,8 @@ private:
     };
     std::optional<Review> m_review;
     QVariantMap m_selections;
+    QSet<QUuid> m_waitingReviews;
+    bool m_hadUsage = false;
 };
 
 } // namespace vell
