@@ -50,6 +50,7 @@ ColumnLayout {
         color: "#ff9a8a"
     }
     Label {
+        objectName: "failure"
         textFormat: Text.PlainText
         visible: root.failure.length > 0
         Layout.fillWidth: true
@@ -144,7 +145,9 @@ ColumnLayout {
             }
             Label {
                 textFormat: Text.PlainText
+                Layout.maximumWidth: 140
                 text: ActionWords.phase(run.modelData.phase)
+                elide: Text.ElideRight
                 opacity: 0.8
                 font.pixelSize: 12
             }

@@ -35,7 +35,6 @@ Column {
         id: card
         // {title, detail, imagePNG}
         required property var section
-        width: root.width
         height: sectionBody.implicitHeight + 24
         radius: 14
         color: Qt.rgba(1, 1, 1, 0.085)
@@ -53,7 +52,8 @@ Column {
                 visible: status === Image.Ready
                 width: visible ? Math.min(implicitWidth, 96) : 0
                 height: visible ? Math.min(implicitHeight, 96) : 0
-                sourceSize: Qt.size(192, 192)
+                sourceSize.width: 192
+                sourceSize.height: 192
                 fillMode: Image.PreserveAspectFit
                 asynchronous: false
                 cache: false
@@ -199,6 +199,7 @@ Column {
                 model: chosen.page.sections ?? []
                 delegate: SectionCard {
                     required property var modelData
+                    width: root.width
                     section: modelData
                 }
             }
@@ -286,6 +287,7 @@ Column {
                 model: own.shot.sections ?? []
                 delegate: SectionCard {
                     required property var modelData
+                    width: root.width
                     section: modelData
                 }
             }

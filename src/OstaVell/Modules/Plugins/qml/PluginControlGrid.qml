@@ -86,18 +86,19 @@ Column {
                 font.pixelSize: 12
             }
             delegate: ItemDelegate {
+                id: choice
                 required property var modelData
                 required property int index
                 width: groupMenu.width
                 height: 28
                 highlighted: groupMenu.highlightedIndex === index
                 background: Rectangle {
-                    color: parent.highlighted ? Qt.rgba(1, 1, 1, 0.12) : "transparent"
+                    color: choice.highlighted ? Qt.rgba(1, 1, 1, 0.12) : "transparent"
                     radius: 8
                 }
                 contentItem: Text {
                     textFormat: Text.PlainText
-                    text: modelData
+                    text: choice.modelData
                     elide: Text.ElideRight
                     verticalAlignment: Text.AlignVCenter
                     color: Qt.rgba(1, 1, 1, 0.88)

@@ -43,8 +43,8 @@ ColumnLayout {
         Layout.topMargin: 6
         spacing: 12
         Rectangle {
-            width: 40
-            height: 40
+            implicitWidth: 40
+            implicitHeight: 40
             radius: 10
             color: Qt.rgba(1, 1, 1, 0.08)
             SymbolIcon {

@@ -13,10 +13,9 @@ Item {
     readonly property string displayID: root.controller ? root.controller.appearanceID : ""
     readonly property color accent: root.controller && root.controller.accentColor !== undefined
                                     ? root.controller.accentColor : "#C7EB87"
-    readonly property var plugins: {
-        NativePluginStore.plugins // re-asked whenever the plugins change
-        return NativePluginStore.visiblePlugins(root.displayID)
-    }
+    // Asked again whenever the plugins change, which the call alone would not tell.
+    readonly property var plugins: NativePluginStore.plugins.length >= 0
+                                   ? NativePluginStore.visiblePlugins(root.displayID) : []
     readonly property var chosen: {
         const id = NativePluginStore.selections[root.displayID]
         return root.plugins.find(p => p.id === id) ?? root.plugins[0] ?? null
@@ -95,6 +94,7 @@ Item {
 
     // Nothing to show on this display.
     Rectangle {
+        objectName: "empty"
         visible: root.chosen === null && NativePluginStore.reviews.length === 0
         anchors.fill: parent
         radius: 16

@@ -69,7 +69,7 @@ ScrollView {
         Label {
             textFormat: Text.PlainText
             objectName: "notice"
-            visible: NativePluginStore.notice.length > 0
+            visible: NativePluginStore.notice.length > 0 && !pane.reviewing
             Layout.fillWidth: true
             wrapMode: Text.WordWrap
             text: NativePluginStore.notice
@@ -119,8 +119,8 @@ ScrollView {
                             Layout.fillWidth: true
                             spacing: 10
                             Rectangle {
-                                width: 32
-                                height: 32
+                                implicitWidth: 32
+                                implicitHeight: 32
                                 radius: 8
                                 color: Qt.rgba(1, 1, 1, 0.08)
                                 SymbolIcon {
@@ -159,9 +159,10 @@ ScrollView {
                         }
 
                         Caption {
-                            visible: entry.modelData.running === true && entry.modelData.usage !== undefined
+                            readonly property var usage: NativePluginStore.usage[entry.modelData.id]
+                            visible: entry.modelData.running === true && usage !== undefined
                             Layout.fillWidth: true
-                            text: visible ? pane.usageLine(entry.modelData.usage) : ""
+                            text: visible ? pane.usageLine(usage) : ""
                         }
 
                         RowLayout {
@@ -178,6 +179,7 @@ ScrollView {
                             }
                             Item { Layout.fillWidth: true }
                             Button {
+                                objectName: "remove"
                                 text: "Remove…"
                                 flat: true
                                 onClicked: {
@@ -197,6 +199,7 @@ ScrollView {
                                     id: display
                                     required property var modelData
                                     CheckBox {
+                                        objectName: "display:" + display.modelData.appearanceID
                                         anchors.verticalCenter: parent.verticalCenter
                                         checked: entry.hidden.indexOf(display.modelData.appearanceID) < 0
                                         Accessible.name: display.modelData.name
@@ -210,7 +213,9 @@ ScrollView {
                                     Label {
                                         textFormat: Text.PlainText
                                         anchors.verticalCenter: parent.verticalCenter
+                                        width: Math.min(implicitWidth, 240)
                                         text: display.modelData.name
+                                        elide: Text.ElideRight
                                     }
                                 }
                             }
@@ -245,7 +250,9 @@ ScrollView {
                                 Layout.fillWidth: true
                                 Label {
                                     textFormat: Text.PlainText
+                                    Layout.maximumWidth: 160
                                     text: saved.modelData.version
+                                    elide: Text.ElideRight
                                 }
                                 Caption {
                                     Layout.fillWidth: true
@@ -298,8 +305,16 @@ ScrollView {
             text: "The plugin will stop and disappear from OstaVell. Its own settings and credentials are retained for reinstalling; manage them in Plugin Settings."
         }
         footer: DialogButtonBox {
-            Button { text: "Cancel"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole }
-            Button { text: "Remove"; DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole }
+            Button {
+                objectName: "cancelRemove"
+                text: "Cancel"
+                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+            }
+            Button {
+                objectName: "confirmRemove"
+                text: "Remove"
+                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
+            }
             onClicked: button => {
                 if (button.DialogButtonBox.buttonRole === DialogButtonBox.DestructiveRole)
                     NativePluginStore.remove(pane.removing.id)
