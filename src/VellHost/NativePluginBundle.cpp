@@ -212,8 +212,8 @@ QString inBundle(const QString& root, QStringView relative) {
     return root + u'/' + relative.toString();
 }
 
-// Steps 1 and 2: an ".app" that is not itself a symbolic link, and its path with every link
-// resolved.
+// The bundle's root: an ".app" that is not itself a symbolic link, with every link in the path
+// above it resolved.
 QByteArray resolvedRoot(const QString& path) {
     // Lexically, as a path typed or chosen: "a/b/../C.app" is "a/C.app", and a trailing slash goes,
     // so that the link test below looks at the bundle's own entry.
@@ -298,7 +298,8 @@ KeygenRun runKeygen(const QStringList& arguments, const QByteArray& input, int s
     return run;
 }
 
-// Step 5.
+// The signature must be a valid one, by any signer, over the contents without itself. A check
+// that does not finish in time counts as a failed one.
 void verifySignature(const QByteArray& root, const BundleDigest& contents) {
     const QByteArray signature = root + '/' + NativePluginBundle::signatureFile.toUtf8();
     const QStringList arguments{QStringLiteral("-Y"), QStringLiteral("check-novalidate"),
@@ -316,7 +317,7 @@ bool signaturePresent(const QByteArray& root) {
     return ::lstat(signature.constData(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
-// Steps 6 to 8: the executable that Info.plist names, for the manifest's id.
+// The executable that Info.plist names, once its identifier is the manifest's id.
 QString checkedExecutable(const QByteArray& root, const PluginManifest& manifest) {
     const QString rootPath = QFile::decodeName(root);
     const FileContents plist = JsonFile::readBytes(inBundle(rootPath, NativePluginBundle::infoPlistFile),

@@ -46,7 +46,10 @@ public:
     // Signing may wait for a passphrase typed at the terminal.
     static constexpr int signingSeconds = 60;
 
-    // All eleven checks in order; the first that fails throws ModuleProblem with its sentence.
+    // Every check in order; the first that fails throws ModuleProblem with its sentence. The
+    // signature covers the bundle's contents, so the walk and the reading of every file come with
+    // it, after the manifest and before Info.plist: a link, an unreadable entry or a bundle over
+    // its limits is refused at that point.
     static NativePluginInspection inspect(const QString& path);
     // The bundle's fingerprint without looking at its manifest or signature.
     static QString fingerprint(const QString& path);

@@ -1,3 +1,5 @@
+#include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Protocol/NativePluginRecord.h"
 #include "VellPluginSDK/Protocol/PluginApplicationChannel.h"
 #include "VellPluginSDK/Protocol/PluginCapabilities.h"
 #include "VellPluginSDK/Protocol/PluginLines.h"
@@ -204,6 +206,42 @@ private slots:
         QCOMPARE(problemOf([&] { PluginManifest::read(write(json + QByteArray(8193 - json.size(), ' '))); }),
                  "Plugin manifest exceeds its limit.");
         QCOMPARE(problemOf([&] { PluginManifest::read(write(R"({"id":"a.b"})")); }), "\"name\" is missing");
+    }
+
+    void nativePluginRecordJson() {
+        // Written plainly: moc misreads some raw strings that hold JSON.
+        const QByteArray manifestJson = manifest().encoded();
+        const QByteArray fingerprint(64, 'a');
+        const QByteArray version =
+            "{\"savedAt\":0,\"fingerprint\":\"" + fingerprint +
+            "\",\"folder\":\"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB\",\"manifest\":" + manifestJson + "}";
+        // Keys in any order; the hidden displays are a set, written sorted without repeats.
+        const QByteArray head = "{\"previousVersions\":";
+        const QByteArray rest =
+            ",\"compactActivity\":true,\"hiddenDisplayIDs\":[\"HDMI-1\",\"DP-2\",\"HDMI-1\"],"
+            "\"enabled\":false,\"fingerprint\":\"f\",\"folder\":\"F\",\"manifest\":" +
+            manifestJson + "}";
+        const NativePluginRecord record =
+            NativePluginRecord::fromJson(JsonReader::parse(head + "[" + version + "]" + rest));
+        QCOMPARE(record.hiddenDisplayIDs, QStringList({"DP-2", "HDMI-1"}));
+        QCOMPARE(record.encoded(), "{\"manifest\":" + manifestJson +
+                                       ",\"folder\":\"F\",\"fingerprint\":\"f\",\"enabled\":false,"
+                                       "\"hiddenDisplayIDs\":[\"DP-2\",\"HDMI-1\"],\"compactActivity\":true,"
+                                       "\"previousVersions\":[{\"manifest\":" +
+                                       manifestJson +
+                                       ",\"folder\":\"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB\","
+                                       "\"fingerprint\":\"" +
+                                       fingerprint + "\",\"savedAt\":0}]}");
+        QCOMPARE(NativePluginRecord::fromJson(JsonReader::parse(record.encoded())), record);
+
+        // A null history is no history, and no history is not written.
+        const NativePluginRecord bare = NativePluginRecord::fromJson(JsonReader::parse(head + "null" + rest));
+        QVERIFY(!bare.previousVersions);
+        QVERIFY(!bare.encoded().contains("previousVersions"));
+        QCOMPARE(problemOf([&] {
+                     NativePluginVersion::fromJson(JsonReader::parse("{\"manifest\":" + manifestJson + "}"));
+                 }),
+                 "\"folder\" is missing");
     }
 
     void capabilities() {

@@ -1,9 +1,12 @@
+#include "VellHost/NativePluginBundle.h"
+
 #include <QDir>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
+using vell::NativePluginBundle;
 
 // Runs the built vellctl as an author would and checks what it prints and how it exits.
 class TestVellctl final : public QObject {
@@ -141,6 +144,69 @@ private slots:
             << QByteArray() << 1 << u"\"title\" is missing\n"_s;
     }
 
+    // Bundles: what the host's checks answer, and signing.
+    void bundle_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("output");
+        const auto command = [](const char* name, const QStringList& rest) {
+            return QStringList{u"plugin"_s, QLatin1String(name)} + rest;
+        };
+        const QString dice = examplePlugins() + u"/Dice.app"_s;
+        const QString counter = examplePlugins() + u"/Counter.app"_s;
+        const QString absent = examplePlugins() + u"/Absent.app"_s;
+        QTest::addRow("fingerprint") << command("fingerprint", {dice}) << 0
+                                     << NativePluginBundle::fingerprint(dice) + u'\n';
+        QTest::addRow("fingerprint: not a bundle") << command("fingerprint", {examplePlugins()}) << 1
+                                                   << u"Choose a plugin app bundle, not a symlink.\n"_s;
+        QTest::addRow("fingerprint: nothing there")
+            << command("fingerprint", {absent}) << 1 << u"Cannot read plugin bundle.\n"_s;
+        QTest::addRow("inspect: child") << command("inspect", {dice}) << 0
+                                        << u"id: app.ostavell.example.dice\nname: Dice\nversion: 1.0.0\n"
+                                           u"capabilities: [\"Rolls a die\"]\nlaunch mode: child\n"
+                                           u"signature: valid\nfingerprint: "_s +
+                                               NativePluginBundle::fingerprint(dice) + u'\n';
+        QTest::addRow("inspect: application")
+            << command("inspect", {counter}) << 0
+            << u"id: app.ostavell.example.counter\nname: Counter\nversion: 1.0.0\n"
+               u"capabilities: [\"Counts button presses\"]\nlaunch mode: application\n"
+               u"signature: valid\nfingerprint: "_s +
+                   NativePluginBundle::fingerprint(counter) + u'\n';
+        QTest::addRow("inspect: unsigned")
+            << command("inspect", {unsignedDice()}) << 1 << u"The plugin's code signature is invalid.\n"_s;
+        QTest::addRow("inspect: nothing there")
+            << command("inspect", {absent}) << 1 << u"No such file or directory\n"_s;
+        QTest::addRow("sign: no key") << command("sign", {dice}) << 2 << QString();
+        QTest::addRow("sign: key absent")
+            << command("sign", {unsignedDice(), absent}) << 1
+            << u"Could not sign the plugin: Couldn't load public key %1: No such file or directory\n"_s.arg(
+                   absent);
+    }
+
+    void bundle() {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, output);
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s, arguments);
+        QVERIFY(vellctl.waitForFinished(60000));
+        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
+        QCOMPARE(vellctl.exitCode(), exitCode);
+    }
+
+    // An author signs with any SSH key, and the host's checks then pass.
+    void signThenInspect() {
+        const QString bundle = unsignedDice();
+        const QString key = examplePlugins() + u"/signing-key"_s;
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+                      {u"plugin"_s, u"sign"_s, bundle, key});
+        QVERIFY(vellctl.waitForFinished(60000));
+        QCOMPARE(vellctl.readAllStandardOutput(), QByteArray("OK\n"));
+        QCOMPARE(vellctl.exitCode(), 0);
+        QCOMPARE(NativePluginBundle::inspect(bundle).fingerprint, NativePluginBundle::fingerprint(bundle));
+    }
+
     void plugin() {
         QFETCH(QStringList, arguments);
         QFETCH(QByteArray, input);
@@ -155,6 +221,30 @@ private slots:
         QCOMPARE(vellctl.exitCode(), exitCode);
     }
 
+    // An author runs a plugin in a real session: the handshake, the snapshot, a press sent from
+    // a file and its answer, then the end the app would show.
+    void hostRunsASession() {
+        QFile send(m_dir.filePath(u"send.jsonl"_s));
+        QVERIFY(send.open(QIODevice::WriteOnly));
+        send.write(R"({"apiVersion":1,"type":"action","pluginID":"x","session":"00000000-0000-0000-0000-000000000000","sequence":0,"action":"roll"})"
+                   "\n");
+        send.close();
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+                      {u"plugin"_s, u"host"_s, examplePlugins() + u"/Dice.app"_s, u"--send"_s, send.fileName()});
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += vellctl.readAllStandardOutput()).contains("You rolled"), 30000);
+        vellctl.terminate();
+        QVERIFY(vellctl.waitForFinished(30000));
+        output += vellctl.readAllStandardOutput();
+        const QList<QByteArray> lines = output.trimmed().split('\n');
+        QVERIFY(lines.first().startsWith(R"({"from":"host","message":{"apiVersion":1,"type":"hello")"));
+        QVERIFY(lines.at(1).startsWith(R"({"from":"plugin","message":{"apiVersion":1,"type":"ready")"));
+        QVERIFY(output.contains(R"("type":"action","pluginID":"app.ostavell.example.dice")"));
+        QCOMPARE(lines.last(), QByteArray(R"({"end":"Stopped"})"));
+        QCOMPARE(vellctl.exitCode(), 0);
+    }
+
     // The README shows the smallest example plugin whole; it must be the one that builds.
     void readmeShowsTheClockExample() {
         const QString source = qEnvironmentVariable("VELL_SOURCE_DIR");
@@ -167,7 +257,26 @@ private slots:
 private:
     const QString pluginUsage = u"usage: vellctl plugin manifest FILE\n"
                                 u"usage: vellctl plugin lines [--chunk N] [FILE]\n"
-                                u"usage: vellctl plugin snapshot FILE\n"_s;
+                                u"usage: vellctl plugin snapshot FILE\n"
+                                u"usage: vellctl plugin fingerprint BUNDLE\n"
+                                u"usage: vellctl plugin inspect BUNDLE\n"
+                                u"usage: vellctl plugin sign BUNDLE KEY\n"
+                                u"usage: vellctl plugin host BUNDLE [--send FILE]\n"_s;
+
+    // A copy of the built Dice bundle without its signature.
+    QString unsignedDice() {
+        const QString folder = m_dir.filePath(u"unsigned-%1"_s.arg(++m_copies));
+        QDir().mkpath(folder);
+        QProcess::execute(u"cp"_s, {u"-a"_s, examplePlugins() + u"/Dice.app"_s, folder});
+        QFile::remove(folder + u"/Dice.app/"_s + NativePluginBundle::signatureFile.toString());
+        return folder + u"/Dice.app"_s;
+    }
+
+    static QString examplePlugins() {
+        return qEnvironmentVariable("VELL_BUILD_DIR") + u"/examples/plugins"_s;
+    }
+
+    int m_copies = 0;
 
     // A legacy module with a feed: it echoes the event it gets, and fails without one.
     QString writeEcho() {

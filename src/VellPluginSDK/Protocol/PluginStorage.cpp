@@ -9,10 +9,14 @@
 
 namespace vell::PluginStorage {
 
-QString directory(const QString& id) {
-    // The id pattern has no slash and no leading dot, so the folder can't lie outside its parent.
+void checkIdentity(const QString& id) {
     if (!Identifiers::isID(id) || TextMetrics::characterCount(id) > maximumIDCharacters)
         throw ModuleProblem(QStringLiteral("Invalid plugin storage identity."));
+}
+
+QString directory(const QString& id) {
+    // The id pattern has no slash and no leading dot, so the folder can't lie outside its parent.
+    checkIdentity(id);
     const QString path = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
                          QStringLiteral("/OstaVellPlugins/") + id;
     const FileResult made = JsonFile::makeFolder(path, JsonFile::privateFolder);

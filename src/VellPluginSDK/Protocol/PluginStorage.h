@@ -8,6 +8,11 @@ namespace vell::PluginStorage {
 
 inline constexpr int maximumIDCharacters = 100;
 
+// Throws "Invalid plugin storage identity." unless id is a plugin id of at most
+// maximumIDCharacters: the test every private place of a plugin (its folder, its keychain slot)
+// passes before anything is touched.
+void checkIdentity(const QString& id);
+
 // "$XDG_DATA_HOME/OstaVellPlugins/<id>", created with its parents when missing, the folder
 // itself readable by its owner alone. id is the plugin's manifest id; anything else, "../x"
 // among others, fails with "Invalid plugin storage identity." before anything is touched.

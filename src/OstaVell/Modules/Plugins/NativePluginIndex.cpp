@@ -50,7 +50,8 @@ void checkSavedVersion(const NativePluginVersion& version, const QString& id) {
         throw ModuleProblem(invalid);
 }
 
-// Steps 3 to 6 of a load, each over the whole list before the next.
+// What a decoded index must be, one check at a time over the whole list: its size and ids, each
+// record's manifest and folder, the length of each history, then each saved version.
 void checkRecords(const QList<NativePluginRecord>& records) {
     QSet<QString> ids;
     for (const NativePluginRecord& record : records)

@@ -343,12 +343,13 @@ void NativePluginStore::sampleUsage() {
     for (const QString& id : running)
         if (const qint64 pid = m_sessions->processID(id))
             processes.insert(pid);
-    m_usage.retain(processes);
-    if (processes.isEmpty() && !m_hadUsage)
+    for (const qint64 pid : m_sampled - processes)
+        m_usage.forget(pid_t(pid));
+    if (processes.isEmpty() && m_sampled.isEmpty())
         return;
     for (const qint64 pid : std::as_const(processes))
-        m_usage.sample(pid);
-    m_hadUsage = !processes.isEmpty();
+        m_usage.sample(pid_t(pid));
+    m_sampled = processes;
     emit usageChanged();
 }
 

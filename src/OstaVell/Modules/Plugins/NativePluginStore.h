@@ -192,7 +192,7 @@ private:
     std::optional<Review> m_review;
     QVariantMap m_selections;
     QSet<QUuid> m_waitingReviews;
-    bool m_hadUsage = false;
+    QSet<qint64> m_sampled;
 };
 
 } // namespace vell

@@ -75,8 +75,8 @@ QVariantMap NativePluginStore::usageForViews() const {
     const QStringList running = m_sessions->running();
     for (const QString& id : running) {
         const qint64 pid = m_sessions->processID(id);
-        const std::optional<double> cpu = pid ? m_usage.cpuSecondsLastMinute(pid) : std::nullopt;
-        const std::optional<qint64> resident = pid ? m_usage.residentBytes(pid) : std::nullopt;
+        const std::optional<double> cpu = pid ? m_usage.cpuSecondsLastMinute(pid_t(pid)) : std::nullopt;
+        const std::optional<qint64> resident = pid ? m_usage.residentBytes(pid_t(pid)) : std::nullopt;
         if (cpu && resident)
             usage.insert(id, QVariantMap{{QStringLiteral("cpuSeconds"), *cpu},
                                          {QStringLiteral("residentBytes"), double(*resident)}});
