@@ -402,7 +402,7 @@ void tst_PluginViews::hostileTextIsNeverFetched() {
     QVERIFY(click(window, findItem(root, QStringLiteral("cancelRemove"))));
     QTRY_VERIFY(!shown(root, QStringLiteral("confirmRemove")));
     QVERIFY(click(window, findItem(root, QStringLiteral("panel:p2"))));
-    QVERIFY(drawn(window));
+    screenshot(window, QStringLiteral("plugins-hostile"));
 
     waitForOneMore(QStringLiteral("/last"));
     QStringList fetched = m_listener.paths;
