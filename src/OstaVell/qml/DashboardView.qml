@@ -11,11 +11,17 @@ Item {
     // A feature's view for this tab, when one is offered; the shell's own otherwise.
     readonly property url offered: ShellContributions.tabView(tab)
 
+    // A tab's view belongs to one display: it is given that display's controller.
     Loader {
+        id: offeredView
         anchors.fill: parent
         active: root.offered.toString().length > 0
-        source: root.offered
+        function load() {
+            setSource(root.offered, { controller: root.controller })
+        }
+        Component.onCompleted: load()
     }
+    onOfferedChanged: offeredView.load()
     readonly property bool isTray: tab === "Tray"
     readonly property bool isTools: tab === "Tools" || tab === "Automations"
 

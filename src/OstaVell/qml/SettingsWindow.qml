@@ -64,6 +64,8 @@ ApplicationWindow {
                 Loader {
                     required property var modelData
                     source: modelData.view
+                    // A pane that lists displays asks the shell for them.
+                    onLoaded: if (item.hasOwnProperty("shelf")) item.shelf = window.shelf
                 }
             }
         }
