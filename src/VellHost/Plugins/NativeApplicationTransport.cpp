@@ -52,6 +52,8 @@ void NativeApplicationTransport::listen(const QByteArray& hello) {
     m_application = ChildProcess::start(options, &error);
     if (!m_application)
         fail(error);
+    else
+        emit started(m_application->pid());
 }
 
 void NativeApplicationTransport::accept(QTcpSocket* socket) {

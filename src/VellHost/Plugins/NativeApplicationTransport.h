@@ -41,6 +41,11 @@ public:
     // Two random UUIDs' text joined: 72 characters.
     static QString makeToken();
 
+signals:
+    // The application was spawned, with this process id.
+    void started(qint64 processID);
+
+public:
     // All of these run on the transport thread.
     // Listens, starts the application, and sends hello to the peer once it has proved itself.
     void listen(const QByteArray& hello);

@@ -46,6 +46,8 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
             new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options);
         m_applicationTransport->moveToThread(PluginTransportThread::instance());
         connectStream(m_applicationTransport);
+        connect(m_applicationTransport, &NativeApplicationTransport::started, this,
+                [this](qint64 processID) { m_processID = processID; });
         QMetaObject::invokeMethod(
             m_applicationTransport,
             [transport = m_applicationTransport, data = greeting.encoded()] { transport->listen(data); });

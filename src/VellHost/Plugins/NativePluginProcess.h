@@ -44,7 +44,7 @@ public:
     std::function<void(const QString& reason)> onFailure;
 
     const QUuid& session() const { return m_session; }
-    // The child's process id in child mode, or 0.
+    // The plugin's process id once it was spawned, or 0.
     qint64 processID() const { return m_processID; }
 
     // Starts the plugin and sends it "hello". Throws the system's reason when it cannot start.

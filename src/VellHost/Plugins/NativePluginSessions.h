@@ -131,7 +131,7 @@ public:
     QSet<QString> features(const QString& id) const { return m_pluginFeatures.value(id); }
     bool hasWorker(const QString& id) const { return m_workers.contains(id); }
     QStringList running() const { return m_workers.keys(); }
-    // The plugin's process id in child mode, else 0.
+    // The plugin's process id once it was spawned, else 0.
     qint64 processID(const QString& id) const;
     const QMap<QString, QHash<double, PluginAgenda>>& agendas() const { return m_agendas; }
     double agendaDate() const { return m_agendaDate; }
