@@ -63,6 +63,62 @@ Item {
                 }
             }
 
+            // Runs under way between plugins, with the steps a provider reports.
+            Repeater {
+                model: NativePluginStore.activeRuns
+                delegate: Rectangle {
+                    required property var modelData
+                    readonly property var display: modelData.display ?? null
+                    readonly property real fraction: display && display.totalSteps > 0
+                                                     ? display.completedSteps / display.totalSteps
+                                                     : (modelData.progress ?? -1) / 100
+                    width: content.width
+                    height: runText.implicitHeight + 20
+                    radius: 12
+                    color: Qt.rgba(1, 1, 1, 0.06)
+                    Column {
+                        id: runText
+                        x: 12; y: 10
+                        width: parent.width - 24
+                        spacing: 4
+                        Text {
+                            width: parent.width
+                            textFormat: Text.PlainText
+                            elide: Text.ElideRight
+                            text: modelData.callerName + " \u2192 " + modelData.providerName + " \u00b7 "
+                                  + (display ? display.title : modelData.title)
+                            color: Qt.rgba(1, 1, 1, 0.9)
+                            font.pixelSize: 12
+                        }
+                        Text {
+                            width: parent.width
+                            visible: text.length > 0
+                            textFormat: Text.PlainText
+                            elide: Text.ElideRight
+                            text: display && display.step.length > 0
+                                  ? display.step + (display.totalSteps > 0
+                                                    ? " (" + display.completedSteps + "/" + display.totalSteps + ")" : "")
+                                  : modelData.message
+                            color: Qt.rgba(1, 1, 1, 0.6)
+                            font.pixelSize: 11
+                        }
+                        Rectangle {
+                            visible: fraction >= 0
+                            width: parent.width
+                            height: 3
+                            radius: 1.5
+                            color: Qt.rgba(1, 1, 1, 0.12)
+                            Rectangle {
+                                width: parent.width * Math.max(0, Math.min(1, fraction))
+                                height: parent.height
+                                radius: parent.radius
+                                color: root.accent
+                            }
+                        }
+                    }
+                }
+            }
+
             // The plugins to choose from.
             Flow {
                 visible: root.plugins.length > 0
