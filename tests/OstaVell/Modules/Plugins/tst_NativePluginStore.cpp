@@ -222,6 +222,54 @@ private slots:
         QVERIFY(store.plugin(diceID)->enabled);
     }
 
+    // Twenty installed: a new id is refused, an update of one of them passes.
+    void twentyPlugins() {
+        QTemporaryDir data;
+        const QString root = data.filePath(QStringLiteral("Plugins"));
+        const QString dice = copy(QStringLiteral("Dice"));
+        const NativePluginInspection inspection = NativePluginBundle::inspect(dice);
+        QList<NativePluginRecord> records;
+        for (int i = 0; i < NativePluginIndex::maximumPlugins; ++i) {
+            NativePluginRecord record;
+            record.manifest = inspection.manifest;
+            if (i > 0)
+                record.manifest.id = QStringLiteral("app.ostavell.filler%1").arg(i);
+            record.folder = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+            record.fingerprint = inspection.fingerprint;
+            record.enabled = false;
+            records.append(record);
+        }
+        NativePluginIndex(root).persist(records);
+        NativePluginStore store(root);
+        const QString clock = copy(QStringLiteral("Clock"));
+        QCOMPARE(install(store, clock), QStringLiteral("Up to 20 plugins can be installed."));
+        remake(dice, QStringLiteral("1.0.1"));
+        QCOMPARE(install(store, dice), QString());
+        QCOMPARE(store.plugins().size(), NativePluginIndex::maximumPlugins);
+        QCOMPARE(store.notice(), QStringLiteral("Plugin updated. Its settings and monitor placement were kept."));
+    }
+
+    // No plugin runs across a sleep; waking starts every enabled one again, also one that had
+    // stopped before, and none that is switched off.
+    void sleepAndWake() {
+        QTemporaryDir data;
+        NativePluginStore store(data.filePath(QStringLiteral("Plugins")));
+        QCOMPARE(install(store, copy(QStringLiteral("Dice"))), QString());
+        QCOMPARE(install(store, copy(QStringLiteral("Clock"))), QString());
+        const QString clockID = QStringLiteral("app.ostavell.example.clock");
+        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+        store.setEnabled(clockID, false);
+        ::kill(pid_t(store.sessions().processID(diceID)), SIGKILL);
+        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID),
+                                  QStringLiteral("Plugin stopped. Restart it when ready."), launchTimeout);
+        QVERIFY(QMetaObject::invokeMethod(&store, "onPrepareForSleep", Q_ARG(bool, true)));
+        QVERIFY(store.sessions().running().isEmpty());
+        QVERIFY(QMetaObject::invokeMethod(&store, "onPrepareForSleep", Q_ARG(bool, false)));
+        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+        QCOMPARE(store.sessions().status().value(clockID), QStringLiteral("Disabled"));
+        QVERIFY(!store.sessions().hasWorker(clockID));
+    }
+
     void unusableIndexIsKept() {
         QTemporaryDir data;
         const QString root = data.filePath(QStringLiteral("Plugins"));
