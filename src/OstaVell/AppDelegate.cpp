@@ -53,9 +53,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     // Plugins' video frames, drawn by the plugin views; the engine owns the provider.
     auto* frames = new PluginFrameProvider;
     m_engine->addImageProvider(PluginFrameProvider::name.toString(), frames);
-    NativePluginStore::instance()->setFrameSink([frames](QHash<QString, QByteArray> latest) {
-        frames->setFrames(std::move(latest));
-    });
+    NativePluginStore::instance()->setFrameSink(
+        [frames](QHash<QString, QByteArray> latest) { frames->setFrames(std::move(latest)); });
 
     // Launch order: plugins (and with them the action router), then automations and the bus
     // services once they exist, then the panels, then media, calendar, power and HUD services,

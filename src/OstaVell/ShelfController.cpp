@@ -1,8 +1,7 @@
 #include "OstaVell/ShelfController.h"
 
-#include "OstaVell/Modules/Plugins/NativePluginStore.h"
-
 #include "OstaVell/DisplayShelfController.h"
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/DisplayIdentity.h"
 #include "OstaVell/Support/GlobalHotKey.h"

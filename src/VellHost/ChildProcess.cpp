@@ -1,5 +1,7 @@
 #include "VellHost/ChildProcess.h"
 
+#include "VellHost/FileDescriptor.h"
+
 #include <QFile>
 #include <QThreadPool>
 
@@ -16,12 +18,6 @@
 namespace vell {
 
 namespace {
-
-void closeQuietly(int& fd) {
-    if (fd >= 0)
-        ::close(fd);
-    fd = -1;
-}
 
 // A write into a pipe whose reader has gone raises SIGPIPE for the writing thread, which
 // would end the whole application. Blocked for the exchanging thread only, and any such

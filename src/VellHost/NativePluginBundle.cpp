@@ -1,6 +1,7 @@
 #include "VellHost/NativePluginBundle.h"
 
 #include "VellHost/ChildProcess.h"
+#include "VellHost/FileDescriptor.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
@@ -43,23 +44,6 @@ constexpr qsizetype maximumKeygenOutputBytes = 65536;
 [[noreturn]] void tooLarge() {
     refuse("Plugin bundle exceeds its size limit.");
 }
-
-// Closes a descriptor when it goes out of scope.
-class Descriptor final {
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Q_DISABLE_COPY_MOVE(Descriptor)
-    int get() const { return m_fd; }
-    bool valid() const { return m_fd >= 0; }
-
-private:
-    int m_fd;
-};
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -178,7 +162,7 @@ private:
         const QByteArray real(resolved.get());
         if (!real.startsWith(root + '/'))
             refuse("Plugin file escaped its bundle.");
-        const Descriptor fd(
+        const FileDescriptor fd(
             ::open(real.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
         struct stat info {};
         if (!fd.valid() || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))

@@ -226,12 +226,14 @@ private slots:
     void hostRunsASession() {
         QFile send(m_dir.filePath(u"send.jsonl"_s));
         QVERIFY(send.open(QIODevice::WriteOnly));
-        send.write(R"({"apiVersion":1,"type":"action","pluginID":"x","session":"00000000-0000-0000-0000-000000000000","sequence":0,"action":"roll"})"
-                   "\n");
+        send.write(
+            R"({"apiVersion":1,"type":"action","pluginID":"x","session":"00000000-0000-0000-0000-000000000000","sequence":0,"action":"roll"})"
+            "\n");
         send.close();
         QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
-                      {u"plugin"_s, u"host"_s, examplePlugins() + u"/Dice.app"_s, u"--send"_s, send.fileName()});
+        vellctl.start(
+            qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+            {u"plugin"_s, u"host"_s, examplePlugins() + u"/Dice.app"_s, u"--send"_s, send.fileName()});
         QByteArray output;
         QTRY_VERIFY_WITH_TIMEOUT((output += vellctl.readAllStandardOutput()).contains("You rolled"), 30000);
         vellctl.terminate();

@@ -89,7 +89,8 @@ int main(int argc, char** argv) {
             heartbeat.start(10000);
         } else if (message->type == u"action") {
             if (message->action == u"rollDice" || message->action == u"clearDice")
-                return invoke(message->action == u"rollDice" ? QStringLiteral("roll") : QStringLiteral("clear"));
+                return invoke(message->action == u"rollDice" ? QStringLiteral("roll")
+                                                             : QStringLiteral("clear"));
             count = message->action == u"add" ? count + 1 : 0;
             show();
         } else if (message->type == u"bus" && message->bus) {

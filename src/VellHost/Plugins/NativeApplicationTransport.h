@@ -1,7 +1,7 @@
 #pragma once
 
-#include "VellHost/Plugins/PluginStream.h"
 #include "VellHost/ChildProcess.h"
+#include "VellHost/Plugins/PluginStream.h"
 
 #include <QByteArray>
 #include <QHash>

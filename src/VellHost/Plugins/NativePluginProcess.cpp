@@ -1,10 +1,10 @@
 #include "VellHost/Plugins/NativePluginProcess.h"
 
+#include "VellHost/ChildProcess.h"
 #include "VellHost/Plugins/NativeApplicationTransport.h"
 #include "VellHost/Plugins/PluginPipeStream.h"
 #include "VellHost/Plugins/PluginSendState.h"
 #include "VellHost/Plugins/PluginTransportThread.h"
-#include "VellHost/ChildProcess.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/Protocol/PluginCapabilities.h"
 

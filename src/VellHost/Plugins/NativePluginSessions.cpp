@@ -33,7 +33,8 @@ NativePluginSessions::NativePluginSessions(std::optional<QString> routerDirector
     : QObject(parent)
     , m_router(std::make_unique<ActionRouter>(std::move(routerDirectory)))
     , m_agendaDate(startOfDay(currentTime())) {
-    m_router->setDeliver([this](const QString& peer, const PluginBusMessage& message) { deliver(peer, message); });
+    m_router->setDeliver(
+        [this](const QString& peer, const PluginBusMessage& message) { deliver(peer, message); });
     m_router->setChanged([this] { emit routerChanged(); });
     m_healthTimer.setInterval(healthPeriodMilliseconds);
     connect(&m_healthTimer, &QTimer::timeout, this, &NativePluginSessions::checkHealth);
@@ -113,7 +114,8 @@ void NativePluginSessions::launch(const NativePluginRecord& record, const QStrin
     }
 
     auto* process = new NativePluginProcess;
-    m_workers.insert(id, Worker{std::shared_ptr<NativePluginProcess>(process, &deleteLaterProcess), record.fingerprint, bundlePath});
+    m_workers.insert(id, Worker{std::shared_ptr<NativePluginProcess>(process, &deleteLaterProcess),
+                                record.fingerprint, bundlePath});
     // The silence watch covers the handshake too.
     m_lastMessages.insert(id, clock());
     setStatus(id, startingStatus.toString());
@@ -201,7 +203,8 @@ void NativePluginSessions::stopAll(QStringView status) {
         endSession(id, status.toString());
 }
 
-void NativePluginSessions::receive(const QString& id, NativePluginProcess* process, const PluginMessage& message) {
+void NativePluginSessions::receive(const QString& id, NativePluginProcess* process,
+                                   const PluginMessage& message) {
     if (message.pluginID != id || message.session != process->session() ||
         message.apiVersion != PluginMessage::interfaceVersion)
         fail("Plugin identity or session mismatch.");
@@ -244,7 +247,8 @@ void NativePluginSessions::checkHealth() {
     const double now = clock();
     bool agendasTouched = false;
     for (auto plugin = m_agendas.begin(); plugin != m_agendas.end(); ++plugin)
-        agendasTouched |= plugin->removeIf([now](const auto& day) { return day.value().expiresAt <= now; }) > 0;
+        agendasTouched |=
+            plugin->removeIf([now](const auto& day) { return day.value().expiresAt <= now; }) > 0;
     if (agendasTouched)
         emit agendasChanged();
 

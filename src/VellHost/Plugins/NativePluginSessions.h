@@ -121,7 +121,8 @@ public:
     // A built-in service joins the bus as a peer: its name for the settings, the callback that
     // hears its traffic, a fingerprint naming what it is, and its registration.
     void joinLocal(const QString& id, const QString& name, const QString& fingerprint,
-                   std::function<void(const PluginBusMessage&)> consumer, const PluginBusMessage& registration);
+                   std::function<void(const PluginBusMessage&)> consumer,
+                   const PluginBusMessage& registration);
 
     const QMap<QString, QString>& status() const { return m_status; }
     const QMap<QString, PluginSnapshot>& snapshots() const { return m_snapshots; }
@@ -155,7 +156,8 @@ signals:
 private:
     // A handler answers false when the message was dropped before it counted, which leaves the
     // sequence and the silence watch where they were.
-    using Handler = bool (NativePluginSessions::*)(const QString& id, const PluginMessage& message, double now);
+    using Handler = bool (NativePluginSessions::*)(const QString& id, const PluginMessage& message,
+                                                   double now);
 
     struct Worker {
         std::shared_ptr<NativePluginProcess> process;

@@ -95,7 +95,8 @@ bool NativePluginSessions::onAgenda(const QString& id, const PluginMessage& mess
     return true;
 }
 
-void NativePluginSessions::checkSnapshotCapabilities(const QString& id, const PluginSnapshot& snapshot) const {
+void NativePluginSessions::checkSnapshotCapabilities(const QString& id,
+                                                     const PluginSnapshot& snapshot) const {
     if (snapshot.panels) {
         for (const PluginPanel& panel : *snapshot.panels) {
             if (panel.forms && !(negotiated(id, Capability::forms) && negotiated(id, Capability::actions)))
@@ -137,7 +138,8 @@ bool NativePluginSessions::onSnapshot(const QString& id, const PluginMessage& me
     return true;
 }
 
-void NativePluginSessions::reconcilePendingForms(const QString& id, const PluginSnapshot& snapshot, double now) {
+void NativePluginSessions::reconcilePendingForms(const QString& id, const PluginSnapshot& snapshot,
+                                                 double now) {
     const auto stillShown = [&snapshot](const PluginForm& form) {
         if (!snapshot.panels)
             return false;
@@ -166,7 +168,8 @@ void NativePluginSessions::reconcilePendingForms(const QString& id, const Plugin
 
 bool NativePluginSessions::onFrame(const QString& id, const PluginMessage& message, double now) {
     // The cheap refusals come first: size, then whether anybody looks, then time.
-    if (!negotiated(id, Capability::inlineMedia) || !message.frame || message.frame->jpeg.size() > maximumFrameBytes)
+    if (!negotiated(id, Capability::inlineMedia) || !message.frame ||
+        message.frame->jpeg.size() > maximumFrameBytes)
         fail("Invalid media frame.");
     if (m_visibleDisplays.value(id).isEmpty())
         return true;

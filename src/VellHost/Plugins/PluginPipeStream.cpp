@@ -1,5 +1,7 @@
 #include "VellHost/Plugins/PluginPipeStream.h"
 
+#include "VellHost/FileDescriptor.h"
+
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -10,12 +12,6 @@
 namespace vell {
 
 namespace {
-
-void closeQuietly(int& fd) {
-    if (fd >= 0)
-        ::close(fd);
-    fd = -1;
-}
 
 // The largest read at a time: small enough that one read of short lines is a batch the main
 // thread handles in a moment, well inside the framer's limits.

@@ -1,7 +1,5 @@
 #include "tools/vellctl/PluginCommands.h"
 
-#include "tools/vellctl/PluginHostCommand.h"
-
 #include "VellHost/NativePluginBundle.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
@@ -9,6 +7,7 @@
 #include "VellPluginSDK/Presentation/PluginSnapshot.h"
 #include "VellPluginSDK/Protocol/PluginLines.h"
 #include "VellPluginSDK/Protocol/PluginManifest.h"
+#include "tools/vellctl/PluginHostCommand.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -167,9 +166,12 @@ CommandStatus sign(const QStringList& arguments) {
 }
 
 const std::array subcommands{
-    Subcommand{"manifest", "FILE", &manifest}, Subcommand{"lines", "[--chunk N] [FILE]", &lines},
-    Subcommand{"snapshot", "FILE", &snapshot}, Subcommand{"fingerprint", "BUNDLE", &fingerprint},
-    Subcommand{"inspect", "BUNDLE", &inspect}, Subcommand{"sign", "BUNDLE KEY", &sign},
+    Subcommand{"manifest", "FILE", &manifest},
+    Subcommand{"lines", "[--chunk N] [FILE]", &lines},
+    Subcommand{"snapshot", "FILE", &snapshot},
+    Subcommand{"fingerprint", "BUNDLE", &fingerprint},
+    Subcommand{"inspect", "BUNDLE", &inspect},
+    Subcommand{"sign", "BUNDLE KEY", &sign},
     Subcommand{"host", "BUNDLE [--send FILE]", &PluginHostCommand::run},
 };
 

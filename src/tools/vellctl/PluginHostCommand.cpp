@@ -37,7 +37,8 @@ void printLine(const QByteArray& line) {
 std::optional<QList<PluginMessage>> readMessages(const QString& path) {
     const FileContents file = JsonFile::readBytes(path, maximumSendFileBytes);
     if (!file.read()) {
-        QTextStream(stdout) << (file.status == FileContents::Status::TooLarge ? QStringLiteral("Too many host messages.")
+        QTextStream(stdout) << (file.status == FileContents::Status::TooLarge
+                                    ? QStringLiteral("Too many host messages.")
                                 : file.missing() ? QStringLiteral("No such file.")
                                                  : file.error)
                             << '\n';
@@ -142,7 +143,8 @@ CommandStatus run(const QStringList& arguments) {
     std::signal(SIGTERM, onStopSignal);
 
     sessions.startHealthChecks();
-    QMetaObject::invokeMethod(&sessions, [&] { sessions.launch(record, inspection.root); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        &sessions, [&] { sessions.launch(record, inspection.root); }, Qt::QueuedConnection);
     QCoreApplication::exec();
     return CommandStatus::ok;
 }

@@ -1,5 +1,6 @@
 #include "OstaVell/Modules/Plugins/NativePluginIndex.h"
 
+#include "VellHost/FileDescriptor.h"
 #include "VellPluginSDK/Actions/PluginBusMessage.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
@@ -80,21 +81,6 @@ void checkRecords(const QList<NativePluginRecord>& records) {
         QStringLiteral("Could not copy the plugin: %1").arg(QString::fromLocal8Bit(std::strerror(error))));
 }
 
-class Descriptor final {
-public:
-    explicit Descriptor(int fd)
-        : m_fd(fd) {}
-    ~Descriptor() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    Q_DISABLE_COPY_MOVE(Descriptor)
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
-
 struct DirectoryCloser {
     void operator()(DIR* directory) const { ::closedir(directory); }
 };
@@ -102,7 +88,7 @@ struct DirectoryCloser {
 // Copies a regular file's bytes and permission bits. Opened without following a link and
 // without blocking, and left out when it is no longer a regular file by then.
 void copyFile(int sourceFolder, int targetFolder, const char* name) {
-    const Descriptor source(
+    const FileDescriptor source(
         ::openat(sourceFolder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (source.get() < 0)
         copyFailed(errno);
@@ -111,7 +97,7 @@ void copyFile(int sourceFolder, int targetFolder, const char* name) {
         copyFailed(errno);
     if (!S_ISREG(info.st_mode))
         return;
-    const Descriptor target(::openat(targetFolder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    const FileDescriptor target(::openat(targetFolder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (target.get() < 0)
         copyFailed(errno);
     const auto buffer = std::make_unique<char[]>(copyChunkBytes);
@@ -147,7 +133,8 @@ void copyDirectory(int source, mode_t mode, int targetParent, const char* name) 
     }
     if (::mkdirat(targetParent, name, 0700) != 0)
         copyFailed(errno);
-    const Descriptor target(::openat(targetParent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const FileDescriptor target(
+        ::openat(targetParent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (target.get() < 0)
         copyFailed(errno);
     const int sourceFd = ::dirfd(listing.get());
@@ -277,7 +264,7 @@ QString NativePluginIndex::copyBundle(const QString& bundleRoot) const {
     if (::mkdir(folderPath.constData(), 0700) != 0)
         copyFailed(errno);
     try {
-        const Descriptor target(
+        const FileDescriptor target(
             ::open(folderPath.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (target.get() < 0)
             copyFailed(errno);

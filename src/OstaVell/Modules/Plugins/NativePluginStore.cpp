@@ -3,9 +3,9 @@
 #include "VellPluginSDK/ModuleProblem.h"
 
 #include <QDBusConnection>
+#include <QDir>
 #include <QJSEngine>
 #include <QLoggingCategory>
-#include <QDir>
 #include <QStandardPaths>
 
 namespace vell {
@@ -26,13 +26,16 @@ void logind(QObject* receiver, bool watch) {
     const QString interface = QStringLiteral("org.freedesktop.login1.Manager");
     const QString signal = QStringLiteral("PrepareForSleep");
     if (watch)
-        QDBusConnection(bus).connect(service, path, interface, signal, receiver, SLOT(onPrepareForSleep(bool)));
+        QDBusConnection(bus).connect(service, path, interface, signal, receiver,
+                                     SLOT(onPrepareForSleep(bool)));
     else
-        QDBusConnection(bus).disconnect(service, path, interface, signal, receiver, SLOT(onPrepareForSleep(bool)));
+        QDBusConnection(bus).disconnect(service, path, interface, signal, receiver,
+                                        SLOT(onPrepareForSleep(bool)));
 }
 } // namespace
 
-NativePluginStore::NativePluginStore(QString directory, std::optional<QString> routerDirectory, QObject* parent)
+NativePluginStore::NativePluginStore(QString directory, std::optional<QString> routerDirectory,
+                                     QObject* parent)
     : QObject(parent)
     , m_index(std::move(directory))
     , m_sessions(new NativePluginSessions(std::move(routerDirectory), this)) {
@@ -220,13 +223,15 @@ NativePluginInspection NativePluginStore::reviewRestore(const QString& id, const
     const std::optional<NativePluginRecord> record = plugin(id);
     if (m_storageFailed || !record || !record->previousVersions)
         unavailable();
-    const auto saved = std::find_if(record->previousVersions->cbegin(), record->previousVersions->cend(),
-                                    [&folder](const NativePluginVersion& version) { return version.folder == folder; });
+    const auto saved =
+        std::find_if(record->previousVersions->cbegin(), record->previousVersions->cend(),
+                     [&folder](const NativePluginVersion& version) { return version.folder == folder; });
     if (saved == record->previousVersions->cend())
         unavailable();
     const NativePluginInspection inspection = NativePluginBundle::inspect(bundlePath(folder));
     if (inspection.manifest.id != saved->manifest.id || inspection.fingerprint != saved->fingerprint)
-        throw ModuleProblem(QStringLiteral("The saved package changed on disk. The current plugin was kept."));
+        throw ModuleProblem(
+            QStringLiteral("The saved package changed on disk. The current plugin was kept."));
     return inspection;
 }
 
@@ -234,10 +239,12 @@ void NativePluginStore::restore(const QString& id, const QString& folder, const 
                                 const QString& currentFingerprint) {
     const std::optional<NativePluginRecord> current = plugin(id);
     if (!current || current->fingerprint != currentFingerprint)
-        throw ModuleProblem(QStringLiteral("The installed plugin changed during review. Review the restore again."));
+        throw ModuleProblem(
+            QStringLiteral("The installed plugin changed during review. Review the restore again."));
     const NativePluginInspection saved = reviewRestore(id, folder);
     if (saved.fingerprint != reviewedFingerprint)
-        throw ModuleProblem(QStringLiteral("The saved package changed during review. The current plugin was kept."));
+        throw ModuleProblem(
+            QStringLiteral("The saved package changed during review. The current plugin was kept."));
     // A restore is an install of the saved copy, so the version that ran goes to the history.
     install(bundlePath(folder), reviewedFingerprint);
     setNotice(QStringLiteral("Restored %1 %2. Current settings and monitor placement were kept.")

@@ -56,7 +56,8 @@ QVariantList NativePluginStore::pluginsForViews() const {
         map.insert(QStringLiteral("status"), status);
         map.insert(QStringLiteral("running"), status == NativePluginSessions::runningStatus);
         QVariantList versions;
-        for (const NativePluginVersion& version : record.previousVersions.value_or(QList<NativePluginVersion>()))
+        for (const NativePluginVersion& version :
+             record.previousVersions.value_or(QList<NativePluginVersion>()))
             versions.append(QVariantMap{
                 {QStringLiteral("folder"), version.folder},
                 {QStringLiteral("name"), version.manifest.name},
@@ -86,7 +87,8 @@ QVariantMap NativePluginStore::usageForViews() const {
 
 QVariantMap NativePluginStore::snapshotsForViews() const {
     QVariantMap snapshots;
-    for (auto snapshot = m_sessions->snapshots().cbegin(); snapshot != m_sessions->snapshots().cend(); ++snapshot)
+    for (auto snapshot = m_sessions->snapshots().cbegin(); snapshot != m_sessions->snapshots().cend();
+         ++snapshot)
         snapshots.insert(snapshot.key(), snapshot->toJson().toVariantMap());
     return snapshots;
 }
@@ -216,10 +218,11 @@ QString NativePluginStore::setAllowed(const QString& caller, const QString& prov
                                       bool channel, bool allowed) {
     // The entry is looked up afresh: a grant is given for what is offered at this moment.
     const QList<PluginCatalogEntry> catalogue = router().exported();
-    const auto entry = std::find_if(catalogue.cbegin(), catalogue.cend(), [&](const PluginCatalogEntry& candidate) {
-        return candidate.address.plugin == provider && candidate.address.name == name &&
-               candidate.channel.has_value() == channel;
-    });
+    const auto entry =
+        std::find_if(catalogue.cbegin(), catalogue.cend(), [&](const PluginCatalogEntry& candidate) {
+            return candidate.address.plugin == provider && candidate.address.name == name &&
+                   candidate.channel.has_value() == channel;
+        });
     if (entry == catalogue.cend())
         return QStringLiteral("The action is no longer available.");
     try {
@@ -248,12 +251,14 @@ QString NativePluginStore::review(const QUrl& bundle) {
     map.insert(QStringLiteral("signature"), QStringLiteral("valid"));
     map.insert(QStringLiteral("update"), indexOf(inspection.manifest.id) >= 0);
     map.insert(QStringLiteral("restore"), false);
-    map.insert(QStringLiteral("warning"),
-               QStringLiteral("This plugin runs its own application code on your computer. It is not confined "
-                              "by the lightweight module sandbox. Its declared capabilities are:"));
-    map.insert(QStringLiteral("trust"),
-               QStringLiteral("The package signature and contents are checked. This preview does not establish "
-                              "publisher trust or notarization; install plugins you trust."));
+    map.insert(
+        QStringLiteral("warning"),
+        QStringLiteral("This plugin runs its own application code on your computer. It is not confined "
+                       "by the lightweight module sandbox. Its declared capabilities are:"));
+    map.insert(
+        QStringLiteral("trust"),
+        QStringLiteral("The package signature and contents are checked. This preview does not establish "
+                       "publisher trust or notarization; install plugins you trust."));
     m_review = Review{source, inspection.fingerprint, {}, {}, {}};
     setReviewed(map);
     return {};
@@ -272,10 +277,11 @@ QString NativePluginStore::reviewSaved(const QString& id, const QString& folder)
     map.insert(QStringLiteral("signature"), QStringLiteral("valid"));
     map.insert(QStringLiteral("update"), true);
     map.insert(QStringLiteral("restore"), true);
-    map.insert(QStringLiteral("restoreWarning"),
-               QStringLiteral("Restore this saved version? Your current plugin will stop. Settings and monitor "
-                              "placement are kept, but plugin-owned data is not rewound. Older versions may not "
-                              "understand newer settings. In-flight actions are not replayed."));
+    map.insert(
+        QStringLiteral("restoreWarning"),
+        QStringLiteral("Restore this saved version? Your current plugin will stop. Settings and monitor "
+                       "placement are kept, but plugin-owned data is not rewound. Older versions may not "
+                       "understand newer settings. In-flight actions are not replayed."));
     m_review = Review{{}, inspection.fingerprint, id, folder, current ? current->fingerprint : QString()};
     setReviewed(map);
     return {};

@@ -95,21 +95,28 @@ private slots:
     void initTestCase() {
         QVERIFY(m_work.isValid());
         m_key = m_work.filePath(QStringLiteral("key"));
-        run(QStringLiteral("ssh-keygen"), {QStringLiteral("-t"), QStringLiteral("ed25519"), QStringLiteral("-N"),
-                                            QString(), QStringLiteral("-q"), QStringLiteral("-f"), m_key});
+        run(QStringLiteral("ssh-keygen"),
+            {QStringLiteral("-t"), QStringLiteral("ed25519"), QStringLiteral("-N"), QString(),
+             QStringLiteral("-q"), QStringLiteral("-f"), m_key});
     }
 
     void refusals_data() {
         QTest::addColumn<QString>("change");
         QTest::addColumn<QString>("expected");
-        QTest::addRow("signed") << "" << "";
-        QTest::addRow("unsigned") << "unsign" << "The plugin's code signature is invalid.";
+        QTest::addRow("signed") << ""
+                                << "";
+        QTest::addRow("unsigned") << "unsign"
+                                  << "The plugin's code signature is invalid.";
         QTest::addRow("symbolic link inside")
-            << "link" << "This native plugin preview does not accept bundle symlinks.";
-        QTest::addRow("a byte changed after signing") << "byte" << "The plugin's code signature is invalid.";
+            << "link"
+            << "This native plugin preview does not accept bundle symlinks.";
+        QTest::addRow("a byte changed after signing") << "byte"
+                                                      << "The plugin's code signature is invalid.";
         QTest::addRow("a byte changed and signed again after review")
-            << "resigned" << "The plugin changed after review. Review the new package.";
-        QTest::addRow("reserved namespace") << "reserved" << "This namespace is reserved for built-in services.";
+            << "resigned"
+            << "The plugin changed after review. Review the new package.";
+        QTest::addRow("reserved namespace") << "reserved"
+                                            << "This namespace is reserved for built-in services.";
     }
     void refusals() {
         QFETCH(QString, change);
@@ -123,7 +130,8 @@ private slots:
         if (change == u"unsign")
             QVERIFY(QFile::remove(bundle + u'/' + NativePluginBundle::signatureFile.toString()));
         if (change == u"link")
-            QVERIFY(QFile::link(QStringLiteral("VellPlugin.json"), bundle + QStringLiteral("/Contents/Resources/x")));
+            QVERIFY(QFile::link(QStringLiteral("VellPlugin.json"),
+                                bundle + QStringLiteral("/Contents/Resources/x")));
         if (change == u"byte" || change == u"resigned") {
             QFile script(bundle + QStringLiteral("/Contents/MacOS/dice"));
             QVERIFY(script.open(QIODevice::Append));
@@ -135,8 +143,8 @@ private slots:
         QCOMPARE(problemOf([&] { store.install(bundle, reviewed); }), expected);
         QCOMPARE(store.plugins().size(), expected.isEmpty() ? 1 : 0);
         // A refused install leaves no folder behind; the accepted one leaves exactly its own.
-        const QStringList folders = QDir(data.filePath(QStringLiteral("Plugins")))
-                                        .entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const QStringList folders =
+            QDir(data.filePath(QStringLiteral("Plugins"))).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
         QCOMPARE(folders.size(), expected.isEmpty() ? 1 : 0);
         if (expected.isEmpty())
             QCOMPARE(store.notice(), QStringLiteral("Plugin installed."));
@@ -149,14 +157,16 @@ private slots:
         const QString second = copy(QStringLiteral("Dice"));
         remake(second, QStringLiteral("1.0.1"));
         QCOMPARE(install(*store, first), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(store->sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+        QTRY_COMPARE_WITH_TIMEOUT(store->sessions().status().value(diceID), QStringLiteral("Running"),
+                                  launchTimeout);
         store->setVisible(diceID, QStringLiteral("display-HDMI-1"), false);
         store->setEnabled(diceID, false);
         QCOMPARE(store->sessions().status().value(diceID), QStringLiteral("Disabled"));
 
         // An update keeps placement and the switch, and saves the version it replaces.
         QCOMPARE(install(*store, second), QString());
-        QCOMPARE(store->notice(), QStringLiteral("Plugin updated. Its settings and monitor placement were kept."));
+        QCOMPARE(store->notice(),
+                 QStringLiteral("Plugin updated. Its settings and monitor placement were kept."));
         NativePluginRecord record = *store->plugin(diceID);
         QCOMPARE(record.manifest.version, QStringLiteral("1.0.1"));
         QCOMPARE(record.hiddenDisplayIDs, QStringList{QStringLiteral("display-HDMI-1")});
@@ -172,11 +182,13 @@ private slots:
         // A restore brings the saved version back and puts the running one at the head.
         const NativePluginInspection reviewed = store->reviewRestore(diceID, saved.folder);
         QCOMPARE(problemOf([&] {
-                     store->restore(diceID, saved.folder, reviewed.fingerprint, QStringLiteral("0").repeated(64));
+                     store->restore(diceID, saved.folder, reviewed.fingerprint,
+                                    QStringLiteral("0").repeated(64));
                  }),
                  QStringLiteral("The installed plugin changed during review. Review the restore again."));
         store->restore(diceID, saved.folder, reviewed.fingerprint, store->plugin(diceID)->fingerprint);
-        QCOMPARE(store->notice(), QStringLiteral("Restored Dice 1.0.0. Current settings and monitor placement were kept."));
+        QCOMPARE(store->notice(),
+                 QStringLiteral("Restored Dice 1.0.0. Current settings and monitor placement were kept."));
         record = *store->plugin(diceID);
         QCOMPARE(record.manifest.version, QStringLiteral("1.0.0"));
         QCOMPARE(record.previousVersions->first().manifest.version, QStringLiteral("1.0.1"));
@@ -206,14 +218,16 @@ private slots:
         QTemporaryDir data;
         NativePluginStore store(data.filePath(QStringLiteral("Plugins")));
         QCOMPARE(install(store, copy(QStringLiteral("Dice"))), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"),
+                                  launchTimeout);
         const QString installed = store.bundlePath(store.plugin(diceID)->folder);
         QFile script(installed + QStringLiteral("/Contents/MacOS/dice"));
         QVERIFY(script.open(QIODevice::Append));
         script.write("\n");
         script.close();
         store.restart(diceID);
-        QCOMPARE(store.sessions().status().value(diceID), QStringLiteral("The plugin's code signature is invalid."));
+        QCOMPARE(store.sessions().status().value(diceID),
+                 QStringLiteral("The plugin's code signature is invalid."));
         NativePluginBundle::sign(installed, m_key);
         store.restart(diceID);
         QCOMPARE(store.sessions().status().value(diceID),
@@ -246,7 +260,8 @@ private slots:
         remake(dice, QStringLiteral("1.0.1"));
         QCOMPARE(install(store, dice), QString());
         QCOMPARE(store.plugins().size(), NativePluginIndex::maximumPlugins);
-        QCOMPARE(store.notice(), QStringLiteral("Plugin updated. Its settings and monitor placement were kept."));
+        QCOMPARE(store.notice(),
+                 QStringLiteral("Plugin updated. Its settings and monitor placement were kept."));
     }
 
     // No plugin runs across a sleep; waking starts every enabled one again, also one that had
@@ -257,7 +272,8 @@ private slots:
         QCOMPARE(install(store, copy(QStringLiteral("Dice"))), QString());
         QCOMPARE(install(store, copy(QStringLiteral("Clock"))), QString());
         const QString clockID = QStringLiteral("app.ostavell.example.clock");
-        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"),
+                                  launchTimeout);
         store.setEnabled(clockID, false);
         ::kill(pid_t(store.sessions().processID(diceID)), SIGKILL);
         QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID),
@@ -265,7 +281,8 @@ private slots:
         QVERIFY(QMetaObject::invokeMethod(&store, "onPrepareForSleep", Q_ARG(bool, true)));
         QVERIFY(store.sessions().running().isEmpty());
         QVERIFY(QMetaObject::invokeMethod(&store, "onPrepareForSleep", Q_ARG(bool, false)));
-        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+        QTRY_COMPARE_WITH_TIMEOUT(store.sessions().status().value(diceID), QStringLiteral("Running"),
+                                  launchTimeout);
         QCOMPARE(store.sessions().status().value(clockID), QStringLiteral("Disabled"));
         QVERIFY(!store.sessions().hasWorker(clockID));
     }
@@ -280,8 +297,10 @@ private slots:
         index.close();
         NativePluginStore store(root);
         QVERIFY(store.storageFailed());
-        QCOMPARE(store.notice(), QStringLiteral("Plugin storage needs recovery. The original file was kept."));
-        QCOMPARE(install(store, copy(QStringLiteral("Dice"))), QStringLiteral("Recover plugin storage before installing."));
+        QCOMPARE(store.notice(),
+                 QStringLiteral("Plugin storage needs recovery. The original file was kept."));
+        QCOMPARE(install(store, copy(QStringLiteral("Dice"))),
+                 QStringLiteral("Recover plugin storage before installing."));
         QVERIFY(index.open(QIODevice::ReadOnly));
         QCOMPARE(index.readAll(), QByteArray("{\"not\":\"a list\"}"));
     }
@@ -299,7 +318,8 @@ private slots:
         QCOMPARE(install(*store, copy(QStringLiteral("Dice"))), QString());
         QCOMPARE(install(*store, copy(QStringLiteral("Counter"))), QString());
         const auto running = [&] {
-            QTRY_COMPARE_WITH_TIMEOUT(store->sessions().status().value(diceID), QStringLiteral("Running"), launchTimeout);
+            QTRY_COMPARE_WITH_TIMEOUT(store->sessions().status().value(diceID), QStringLiteral("Running"),
+                                      launchTimeout);
             QTRY_COMPARE_WITH_TIMEOUT(store->sessions().status().value(counterID), QStringLiteral("Running"),
                                       launchTimeout);
             QTRY_VERIFY_WITH_TIMEOUT(store->sessions().snapshots().contains(counterID), launchTimeout);
@@ -327,7 +347,8 @@ private slots:
         QCOMPARE(review.value(QStringLiteral("title")).toString(), QStringLiteral("Clear the die"));
         QCOMPARE(store->approve(review.value(QStringLiteral("id")).toString()), QString());
         QTRY_COMPARE(field(*store, counterID), QStringLiteral("Cleared."));
-        QCOMPARE(store->approve(review.value(QStringLiteral("id")).toString()), QStringLiteral("Review expired."));
+        QCOMPARE(store->approve(review.value(QStringLiteral("id")).toString()),
+                 QStringLiteral("Review expired."));
 
         // A restart keeps the grants: the same two bundles are allowed as before.
         store.reset();
@@ -400,8 +421,10 @@ private slots:
             const QString last = fingerprints.at((acknowledged - 1 + 2) % 2);
             QVERIFY(record.fingerprint == last || record.fingerprint == fingerprints.at(acknowledged % 2));
             const NativePluginIndex index(root);
-            QCOMPARE(NativePluginBundle::inspect(index.bundlePath(record.folder)).fingerprint, record.fingerprint);
-            for (const NativePluginVersion& version : record.previousVersions.value_or(QList<NativePluginVersion>()))
+            QCOMPARE(NativePluginBundle::inspect(index.bundlePath(record.folder)).fingerprint,
+                     record.fingerprint);
+            for (const NativePluginVersion& version :
+                 record.previousVersions.value_or(QList<NativePluginVersion>()))
                 QCOMPARE(NativePluginBundle::inspect(index.bundlePath(version.folder)).fingerprint,
                          version.fingerprint);
         }
