@@ -98,6 +98,10 @@ private:
             if (S_ISLNK(info.st_mode))
                 refuse("This native plugin preview does not accept bundle symlinks.");
             if (S_ISDIR(info.st_mode)) {
+                // Folders hold no fingerprinted bytes, but each costs a visit: they are bounded
+                // like files, so a bundle of endless empty folders can't stall the host.
+                if (++m_directories > NativePluginBundle::maximumDirectories)
+                    tooLarge();
                 subdirectories.append(name);
             } else if (S_ISREG(info.st_mode)) {
                 m_bytes += info.st_size;
@@ -111,6 +115,8 @@ private:
         }
         if (errno != 0)
             cannotRead();
+        if (!subdirectories.isEmpty() && depth(relative) >= NativePluginBundle::maximumDepth)
+            tooLarge();
         for (const QByteArray& name : std::as_const(subdirectories)) {
             const int child = ::openat(::dirfd(listing.get()), name.constData(),
                                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -120,8 +126,11 @@ private:
         }
     }
 
+    static qsizetype depth(const QByteArray& relative) { return relative.count('/'); }
+
     QList<BundleFile> m_files;
     qint64 m_bytes = 0;
+    int m_directories = 0;
 };
 
 // The SHA-256 of each file's content, read in chunks. Bytes are counted again as they are read,
@@ -324,11 +333,24 @@ QString checkedExecutable(const QByteArray& root, const PluginManifest& manifest
     return executable;
 }
 
+// The manifest is read before the walk: no step of its path may be a link, or reading it could
+// open anything on the system.
+void refuseLinkedManifest(const QByteArray& root) {
+    QByteArray path = root;
+    for (const QByteArray& step : NativePluginBundle::manifestFile.toUtf8().split('/')) {
+        path += '/' + step;
+        struct stat info {};
+        if (::lstat(path.constData(), &info) == 0 && S_ISLNK(info.st_mode))
+            refuse("This native plugin preview does not accept bundle symlinks.");
+    }
+}
+
 } // namespace
 
 NativePluginInspection NativePluginBundle::inspect(const QString& path) {
     const QByteArray root = resolvedRoot(path);
     const QString rootPath = QFile::decodeName(root);
+    refuseLinkedManifest(root);
     PluginManifest manifest = PluginManifest::read(inBundle(rootPath, manifestFile));
 
     // The signature covers the contents, so the walk and the digests are taken here, before the

@@ -33,6 +33,9 @@ public:
     // Everything read for a fingerprint: the regular files of a bundle, in bytes and in number.
     static constexpr qint64 maximumBundleBytes = 134217728;
     static constexpr int maximumFiles = 4096;
+    // Folders are walked too: as many as files at most, and no deeper than any real bundle goes.
+    static constexpr int maximumDirectories = 4096;
+    static constexpr int maximumDepth = 32;
     // Info.plist names two strings; a larger one is no property list a bundle needs.
     static constexpr qint64 maximumInfoPlistBytes = 65536;
     static constexpr QStringView signatureFile = u"Contents/_CodeSignature/VellPlugin.sig";

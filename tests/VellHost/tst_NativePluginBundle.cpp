@@ -295,6 +295,31 @@ private slots:
         QTest::newRow("134217729 bytes") << changedAfterSigning([](const QString& bundle) {
             sizeTo(bundle, NativePluginBundle::maximumBundleBytes + 1);
         }) << tooLarge;
+        // Empty folders hold no bytes, but cost the walk all the same.
+        const auto folders = [](int count) {
+            return [count](const QString& bundle) {
+                for (int i = 0; i < count; ++i)
+                    QDir().mkpath(bundle + u"/Contents/Resources/Empty/"_s + QString::number(i));
+            };
+        };
+        // Contents, MacOS, Resources, _CodeSignature and Empty are there already.
+        QTest::newRow("4096 folders") << signedAfter(folders(4096 - 5)) << QString();
+        QTest::newRow("4097 folders") << changedAfterSigning(folders(4097 - 5)) << tooLarge;
+        const auto nested = [](int depth) {
+            return [depth](const QString& bundle) {
+                QString path = bundle;
+                for (int i = 0; i < depth; ++i)
+                    path += u"/d"_s;
+                QDir().mkpath(path);
+            };
+        };
+        QTest::newRow("32 folders deep") << signedAfter(nested(32)) << QString();
+        QTest::newRow("33 folders deep") << changedAfterSigning(nested(33)) << tooLarge;
+        QTest::newRow("the manifest's folder a link") << Change([](const QString& bundle) {
+            QDir(bundle + u"/Contents"_s).rename(u"Resources"_s, u"Real"_s);
+            QFile::link(u"Real"_s, bundle + u"/Contents/Resources"_s);
+            return bundle;
+        }) << symlinks;
     }
 
     void walk() { checkInspection(); }

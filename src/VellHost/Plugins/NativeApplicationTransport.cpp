@@ -15,9 +15,11 @@ constexpr std::chrono::milliseconds terminationGrace{2000};
 
 } // namespace
 
-NativeApplicationTransport::NativeApplicationTransport(QString token, ChildProcessOptions application)
+NativeApplicationTransport::NativeApplicationTransport(QString token, ChildProcessOptions application,
+                                                       std::shared_ptr<PluginSendState> sendState)
     : m_token(std::move(token))
-    , m_applicationOptions(std::move(application)) {}
+    , m_applicationOptions(std::move(application))
+    , m_sendState(std::move(sendState)) {}
 
 NativeApplicationTransport::~NativeApplicationTransport() {
     ChildProcess::terminate(std::move(m_application), terminationGrace);
@@ -37,7 +39,8 @@ void NativeApplicationTransport::listen(const QByteArray& hello) {
             accept(m_listener->nextPendingConnection());
     });
     if (!m_listener->listen(QHostAddress::LocalHost, 0)) {
-        fail(m_listener->errorString());
+        m_sendState->stop();
+        emit launched(0, m_listener->errorString());
         return;
     }
     ChildProcessOptions options = m_applicationOptions;
@@ -51,9 +54,8 @@ void NativeApplicationTransport::listen(const QByteArray& hello) {
     QString error;
     m_application = ChildProcess::start(options, &error);
     if (!m_application)
-        fail(error);
-    else
-        emit started(m_application->pid());
+        m_sendState->stop();
+    emit launched(m_application ? m_application->pid() : 0, error);
 }
 
 void NativeApplicationTransport::accept(QTcpSocket* socket) {
@@ -120,7 +122,12 @@ void NativeApplicationTransport::becomePeer(const QUuid& id, qsizetype lineEnd) 
         if (error != QAbstractSocket::RemoteHostClosedError)
             fail(m_connection->errorString());
     });
-    connect(m_connection, &QTcpSocket::bytesWritten, this, [this](qint64 bytes) { m_queuedBytes -= bytes; });
+    connect(m_connection, &QTcpSocket::bytesWritten, this,
+            [this](qint64 bytes) { m_sendState->release(qsizetype(bytes)); });
+    if (!m_sendState->reserve(m_hello.size())) {
+        fail(QStringLiteral("Plugin input queue is unavailable or full."));
+        return;
+    }
     send(m_hello);
     if (take(QByteArrayView(peer.gathered).sliced(lineEnd + 1)))
         receive();
@@ -148,21 +155,24 @@ void NativeApplicationTransport::peerClosed() {
 }
 
 void NativeApplicationTransport::send(const QByteArray& data) {
-    if (m_stopped || !m_connection || m_queuedBytes + data.size() > PluginSendState::maximumQueuedBytes) {
+    // Room for data was reserved by whoever sent it.
+    if (m_stopped || !m_connection) {
         fail(QStringLiteral("Plugin input queue is unavailable or full."));
         return;
     }
-    m_queuedBytes += data.size();
     m_connection->write(data);
 }
 
 void NativeApplicationTransport::fail(const QString& reason) {
+    // From here on the main thread's sends are refused at once.
+    m_sendState->stop();
     if (!m_stopped)
         emit failed(reason);
 }
 
 void NativeApplicationTransport::stop() {
     m_stopped = true;
+    m_sendState->stop();
     for (const QUuid& id : m_pending.keys())
         cancel(id);
     if (m_listener)

@@ -21,6 +21,8 @@ namespace vell {
 // environment, and takes exactly one connection: the first that sends the token as its first
 // line. Until then every connection is a stranger with a tight budget: at most four at a time,
 // 256 bytes and 3 seconds each. Afterwards there is no way in for another.
+struct PluginSendState;
+
 class NativeApplicationTransport final : public PluginStream {
     Q_OBJECT
 
@@ -34,7 +36,10 @@ public:
     static constexpr QStringView tokenVariable = u"OSTAVELL_PLUGIN_TOKEN";
 
     // application is how to start the plugin; the port and token are added to its environment.
-    NativeApplicationTransport(QString token, ChildProcessOptions application);
+    // The main thread reserves each message in sendState before handing it over, so that a full
+    // or ended connection is refused at once, before anything is queued.
+    NativeApplicationTransport(QString token, ChildProcessOptions application,
+                               std::shared_ptr<PluginSendState> sendState);
     ~NativeApplicationTransport() override;
     Q_DISABLE_COPY_MOVE(NativeApplicationTransport)
 
@@ -42,8 +47,8 @@ public:
     static QString makeToken();
 
 signals:
-    // The application was spawned, with this process id.
-    void started(qint64 processID);
+    // The application was spawned with this process id, or could not be (0), for this reason.
+    void launched(qint64 processID, const QString& error);
 
 public:
     // All of these run on the transport thread.
@@ -78,7 +83,7 @@ private:
     QTcpSocket* m_connection = nullptr;
     QHash<QUuid, Stranger> m_pending;
     QByteArray m_hello;
-    qsizetype m_queuedBytes = 0;
+    std::shared_ptr<PluginSendState> m_sendState;
     bool m_stopped = false;
 };
 

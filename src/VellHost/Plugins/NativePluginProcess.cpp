@@ -42,12 +42,17 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
             binary, {pluginArgument.toString()}, QProcessEnvironment::systemEnvironment().toStringList()};
         options.pipes = false;
         options.workingDirectory = QFileInfo(binary).absolutePath();
+        m_sendState = std::make_shared<PluginSendState>();
         m_applicationTransport =
-            new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options);
+            new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options, m_sendState);
         m_applicationTransport->moveToThread(PluginTransportThread::instance());
         connectStream(m_applicationTransport);
-        connect(m_applicationTransport, &NativeApplicationTransport::started, this,
-                [this](qint64 processID) { m_processID = processID; });
+        connect(m_applicationTransport, &NativeApplicationTransport::launched, this,
+                [this](qint64 processID, const QString& error) {
+                    m_processID = processID;
+                    if (const auto callback = onStartFailure; callback && !processID && !m_stopped)
+                        callback(error);
+                });
         QMetaObject::invokeMethod(
             m_applicationTransport,
             [transport = m_applicationTransport, data = greeting.encoded()] { transport->listen(data); });
@@ -110,13 +115,13 @@ void NativePluginProcess::deliver(const QList<PluginMessage>& messages, qsizetyp
 
 void NativePluginProcess::send(const PluginMessage& message) {
     const QByteArray data = message.encoded();
-    if (m_applicationTransport && !m_stopped) {
+    if ((!m_pipes && !m_applicationTransport) || !m_sendState->reserve(data.size()))
+        throw ModuleProblem(QStringLiteral("Plugin input queue is unavailable or full."));
+    if (m_applicationTransport) {
         QMetaObject::invokeMethod(m_applicationTransport,
                                   [transport = m_applicationTransport, data] { transport->send(data); });
         return;
     }
-    if (!m_pipes || !m_sendState->reserve(data.size()))
-        throw ModuleProblem(QStringLiteral("Plugin input queue is unavailable or full."));
     QMetaObject::invokeMethod(m_pipes, [pipes = m_pipes, data] { pipes->write(data); });
 }
 
@@ -127,8 +132,10 @@ void NativePluginProcess::stop() {
     onMessage = nullptr;
     onExit = nullptr;
     onFailure = nullptr;
+    onStartFailure = nullptr;
     if (m_applicationTransport) {
         m_applicationTransport->disconnect(this);
+        m_sendState->stop();
         QMetaObject::invokeMethod(m_applicationTransport,
                                   [transport = m_applicationTransport] { transport->stop(); });
         m_applicationTransport = nullptr;

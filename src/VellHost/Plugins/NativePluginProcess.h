@@ -42,6 +42,8 @@ public:
     std::function<void()> onExit;
     // The stream broke or held bad data; the reason is for the log.
     std::function<void(const QString& reason)> onFailure;
+    // An application plugin could not be started; start() itself throws this for a child.
+    std::function<void(const QString& reason)> onStartFailure;
 
     const QUuid& session() const { return m_session; }
     // The plugin's process id once it was spawned, or 0.
@@ -49,8 +51,8 @@ public:
 
     // Starts the plugin and sends it "hello". Throws the system's reason when it cannot start.
     void start(const QString& binary, const QString& id, const QString& workingDirectory, LaunchMode mode);
-    // Throws "Plugin input queue is unavailable or full." in child mode when the plugin's
-    // queue would pass its limit, or after stop; the message is then not queued.
+    // Throws "Plugin input queue is unavailable or full." when the plugin's queue would pass
+    // its limit, or its connection has ended, or after stop; the message is then not queued.
     void send(const PluginMessage& message);
     void stop();
 

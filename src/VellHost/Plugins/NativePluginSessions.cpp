@@ -14,9 +14,6 @@ namespace vell {
 namespace {
 Q_LOGGING_CATEGORY(lcPlugins, "OstaVell Plugins", QtInfoMsg)
 
-// 2001-01-01 00:00:00 UTC in seconds since 1970.
-constexpr double referenceEpoch = 978307200;
-
 void deleteLaterProcess(NativePluginProcess* process) {
     // A worker may be ended from inside its own callback; it goes once that call has returned.
     if (process)
@@ -150,6 +147,12 @@ void NativePluginSessions::wire(const QString& id, NativePluginProcess* process)
         } catch (const ModuleProblem& problem) {
             if (self->isCurrent(id, process))
                 self->endSession(id, problem.message());
+        } catch (const std::exception& error) {
+            // Nothing may escape into the event loop; a message that broke the host ends its
+            // session like any fault.
+            qCWarning(lcPlugins).noquote() << id << "message failed:" << error.what();
+            if (self->isCurrent(id, process))
+                self->endSession(id, QStringLiteral("Plugin sent invalid data."));
         }
     };
     process->onFailure = [self, id, process](const QString& reason) {
@@ -157,6 +160,10 @@ void NativePluginSessions::wire(const QString& id, NativePluginProcess* process)
             return;
         qCInfo(lcPlugins).noquote() << id << "stream failed:" << reason;
         self->endSession(id, QStringLiteral("Plugin sent invalid data."));
+    };
+    process->onStartFailure = [self, id, process](const QString& reason) {
+        if (self && self->isCurrent(id, process))
+            self->endSession(id, reason);
     };
     process->onExit = [self, id, process] {
         if (!self || !self->isCurrent(id, process))
@@ -184,6 +191,7 @@ void NativePluginSessions::stopWorker(const QString& id) {
     const bool hadFrame = m_frames.remove(id) > 0;
     m_frameDates.remove(id);
     m_pluginFeatures.remove(id);
+    m_pendingForms.removeIf([&id](const auto& entry) { return entry.value().pluginID == id; });
     m_sequences.remove(id);
     m_lastMessages.remove(id);
     // The volume routes hear of the end through this too.

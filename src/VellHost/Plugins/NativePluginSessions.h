@@ -75,6 +75,8 @@ public:
     ~NativePluginSessions() override;
     Q_DISABLE_COPY_MOVE(NativePluginSessions)
 
+    // 2001-01-01 00:00:00 UTC in seconds since 1970.
+    static constexpr double referenceEpoch = 978307200;
     // Seconds since 2001-01-01 00:00:00 UTC.
     static double currentTime();
     // Every instant here comes from this; tests hand in their own clock.

@@ -131,6 +131,9 @@ bool NativePluginSessions::onSnapshot(const QString& id, const PluginMessage& me
     const PluginSnapshot& snapshot = *message.snapshot;
     snapshot.validate();
     checkSnapshotCapabilities(id, snapshot);
+    // The same picture again changes nothing, and redraws nothing.
+    if (const auto current = m_snapshots.constFind(id); current != m_snapshots.cend() && *current == snapshot)
+        return true;
     m_snapshots.insert(id, snapshot);
     emit volumeEndpointsChanged(id);
     reconcilePendingForms(id, snapshot, now);

@@ -105,7 +105,8 @@ void NativePluginSessions::volumeCommand(const QString& id, const PluginVolumeCo
     if (!m_workers.contains(id) || !m_ready.contains(id) || !negotiated(id, Capability::volume))
         unavailable();
     try {
-        command.validate(clock());
+        // A command's expiry is written in seconds since 1970.
+        command.validate(clock() + referenceEpoch);
     } catch (const ModuleProblem&) {
         unavailable();
     }
@@ -165,7 +166,12 @@ QList<PluginAgendaEntry> NativePluginSessions::agenda(double date) const {
 void NativePluginSessions::deliver(const QString& peer, const PluginBusMessage& message) {
     if (const auto local = m_localConsumers.constFind(peer); local != m_localConsumers.cend()) {
         const auto consumer = *local;
-        consumer(message);
+        try {
+            consumer(message);
+        } catch (const std::exception& error) {
+            // A built-in service's fault stays its own; the router's loop goes on.
+            qWarning("OstaVell Plugins: %s failed: %s", qPrintable(peer), error.what());
+        }
         return;
     }
     if (!m_workers.contains(peer) || !m_ready.contains(peer))

@@ -112,9 +112,13 @@ CommandStatus run(const QStringList& arguments) {
             QMetaObject::invokeMethod(
                 &sessions,
                 [&] {
-                    printLine(QJsonDocument(QJsonObject{{QStringLiteral("end"), sessions.status().value(id)}})
+                    const QString status = sessions.status().value(id);
+                    printLine(QJsonDocument(QJsonObject{{QStringLiteral("end"), status}})
                                   .toJson(QJsonDocument::Compact));
-                    QCoreApplication::exit(0);
+                    // Ended from here, or by the plugin itself: fine. Any fault of the plugin: 1.
+                    const bool clean = status == NativePluginSessions::stoppedStatus ||
+                                       status == u"Plugin stopped. Restart it when ready.";
+                    QCoreApplication::exit(clean ? 0 : 1);
                 },
                 Qt::QueuedConnection);
             return;
@@ -145,8 +149,7 @@ CommandStatus run(const QStringList& arguments) {
     sessions.startHealthChecks();
     QMetaObject::invokeMethod(
         &sessions, [&] { sessions.launch(record, inspection.root); }, Qt::QueuedConnection);
-    QCoreApplication::exec();
-    return CommandStatus::ok;
+    return QCoreApplication::exec() == 0 ? CommandStatus::ok : CommandStatus::failed;
 }
 
 } // namespace vell::PluginHostCommand

@@ -1,6 +1,7 @@
 #include "OstaVell/Modules/Plugins/NativePluginIndex.h"
 
 #include "VellHost/FileDescriptor.h"
+#include "VellHost/NativePluginBundle.h"
 #include "VellPluginSDK/Actions/PluginBusMessage.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
@@ -87,7 +88,21 @@ struct DirectoryCloser {
 
 // Copies a regular file's bytes and permission bits. Opened without following a link and
 // without blocking, and left out when it is no longer a regular file by then.
-void copyFile(int sourceFolder, int targetFolder, const char* name) {
+// What a copy may still take. The source was inspected just before, but it may change while it
+// is copied; the copy never takes more than a bundle may hold.
+struct CopyBudget {
+    qint64 bytes = NativePluginBundle::maximumBundleBytes;
+    qint64 files = NativePluginBundle::maximumFiles;
+    qint64 directories = NativePluginBundle::maximumDirectories;
+
+    static void spend(qint64& left, qint64 amount) {
+        left -= amount;
+        if (left < 0)
+            throw ModuleProblem(QStringLiteral("Plugin bundle exceeds its size limit."));
+    }
+};
+
+void copyFile(int sourceFolder, int targetFolder, const char* name, CopyBudget& budget) {
     const FileDescriptor source(
         ::openat(sourceFolder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     if (source.get() < 0)
@@ -109,6 +124,7 @@ void copyFile(int sourceFolder, int targetFolder, const char* name) {
             copyFailed(errno);
         if (received == 0)
             break;
+        CopyBudget::spend(budget.bytes, received);
         for (ssize_t written = 0; written < received;) {
             const ssize_t sent = ::write(target.get(), buffer.get() + written, size_t(received - written));
             if (sent < 0 && errno == EINTR)
@@ -124,7 +140,8 @@ void copyFile(int sourceFolder, int targetFolder, const char* name) {
 
 // Makes name in targetParent as a copy of the directory source (taken), then its entries. The
 // directory's own mode is set last, so that a read-only one can still be filled.
-void copyDirectory(int source, mode_t mode, int targetParent, const char* name) {
+void copyDirectory(int source, mode_t mode, int targetParent, const char* name, CopyBudget& budget,
+                   int depth) {
     std::unique_ptr<DIR, DirectoryCloser> listing(::fdopendir(source));
     if (!listing) {
         const int error = errno;
@@ -152,13 +169,17 @@ void copyDirectory(int source, mode_t mode, int targetParent, const char* name) 
         if (::fstatat(sourceFd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0)
             copyFailed(errno);
         if (S_ISREG(info.st_mode)) {
-            copyFile(sourceFd, target.get(), entry->d_name);
+            CopyBudget::spend(budget.files, 1);
+            copyFile(sourceFd, target.get(), entry->d_name, budget);
         } else if (S_ISDIR(info.st_mode)) {
+            if (depth >= NativePluginBundle::maximumDepth)
+                CopyBudget::spend(budget.directories, budget.directories + 1);
+            CopyBudget::spend(budget.directories, 1);
             const int child =
                 ::openat(sourceFd, entry->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (child < 0)
                 copyFailed(errno);
-            copyDirectory(child, info.st_mode, target.get(), entry->d_name);
+            copyDirectory(child, info.st_mode, target.get(), entry->d_name, budget, depth + 1);
         }
     }
     if (::fchmod(target.get(), mode & permissionBits) != 0)
@@ -279,7 +300,8 @@ QString NativePluginIndex::copyBundle(const QString& bundleRoot) const {
             copyFailed(error);
         }
         const QByteArray name = QFile::encodeName(bundleFolder.toString());
-        copyDirectory(source, info.st_mode, target.get(), name.constData());
+        CopyBudget budget;
+        copyDirectory(source, info.st_mode, target.get(), name.constData(), budget, 0);
     } catch (const ModuleProblem&) {
         removeFolder(folder);
         throw;

@@ -40,7 +40,13 @@ NativePluginStore::NativePluginStore(QString directory, std::optional<QString> r
     , m_index(std::move(directory))
     , m_sessions(new NativePluginSessions(std::move(routerDirectory), this)) {
     connect(m_sessions, &NativePluginSessions::statusChanged, this, &NativePluginStore::pluginsChanged);
-    connect(m_sessions, &NativePluginSessions::snapshotsChanged, this, &NativePluginStore::snapshotsChanged);
+    connect(m_sessions, &NativePluginSessions::snapshotsChanged, this, [this] {
+        // Converted once per change, not at every read of a binding.
+        m_snapshotViews.clear();
+        for (auto snapshot = m_sessions->snapshots().cbegin(); snapshot != m_sessions->snapshots().cend(); ++snapshot)
+            m_snapshotViews.insert(snapshot.key(), snapshot->toJson().toVariantMap());
+        emit snapshotsChanged();
+    });
     connect(m_sessions, &NativePluginSessions::routerChanged, this, &NativePluginStore::onRouterChanged);
     connect(m_sessions, &NativePluginSessions::healthChecked, this, &NativePluginStore::sampleUsage);
     connect(m_sessions, &NativePluginSessions::framesChanged, this, [this] {
@@ -346,10 +352,12 @@ void NativePluginStore::onRouterChanged() {
     for (const ActionRun& run : router().runs())
         if (run.phase() == PluginRunPhase::waitingReview)
             waiting.insert(run.id);
-    const bool fresh = !(waiting - m_waitingReviews).isEmpty();
+    // Only the first waiting run opens a panel, and not more than once a second: a peer that
+    // asks again and again must not take the keyboard away each time.
+    const bool fresh = m_waitingReviews.isEmpty() && !waiting.isEmpty();
     m_waitingReviews = waiting;
     emit routerChanged();
-    if (fresh && presentReview)
+    if (fresh && presentReview && m_reviewGate.accept(QStringLiteral("review"), m_sessions->clock()))
         presentReview();
 }
 

@@ -70,6 +70,8 @@ class NativePluginStore final : public QObject {
     Q_PROPERTY(QString actionsError READ actionsError NOTIFY routerChanged)
     // Changes with every video frame of any plugin; a view's frame address carries it.
     Q_PROPERTY(int frameRevision READ frameRevision NOTIFY framesChanged)
+    // The plugins with a current video frame.
+    Q_PROPERTY(QStringList framed READ framed NOTIFY framesChanged)
     // Display appearance id to the plugin its panel shows; held for this run only.
     Q_PROPERTY(QVariantMap selections READ selections NOTIFY selectionsChanged)
 
@@ -138,6 +140,7 @@ public:
     Q_INVOKABLE void select(const QString& displayID, const QString& id);
     QVariantMap selections() const { return m_selections; }
     int frameRevision() const { return m_frameRevision; }
+    QStringList framed() const { return m_sessions->frames().keys(); }
     // Gets every frame as it comes, for the views' image provider.
     void setFrameSink(std::function<void(QHash<QString, QByteArray>)> sink) { m_frameSink = std::move(sink); }
 
@@ -175,7 +178,7 @@ private:
     QString peerName(const QString& peer) const;
 
     QVariantList pluginsForViews() const;
-    QVariantMap snapshotsForViews() const;
+    QVariantMap snapshotsForViews() const { return m_snapshotViews; }
     QVariantList reviewsForViews() const;
     QVariantList activeRunsForViews() const;
     QVariantList allowedActionsForViews() const;
@@ -203,6 +206,8 @@ private:
     std::optional<Review> m_review;
     QVariantMap m_selections;
     QSet<QUuid> m_waitingReviews;
+    PluginPresentationGate m_reviewGate;
+    QVariantMap m_snapshotViews;
     QSet<qint64> m_sampled;
     int m_frameRevision = 0;
     std::function<void(QHash<QString, QByteArray>)> m_frameSink;

@@ -85,14 +85,6 @@ QVariantMap NativePluginStore::usageForViews() const {
     return usage;
 }
 
-QVariantMap NativePluginStore::snapshotsForViews() const {
-    QVariantMap snapshots;
-    for (auto snapshot = m_sessions->snapshots().cbegin(); snapshot != m_sessions->snapshots().cend();
-         ++snapshot)
-        snapshots.insert(snapshot.key(), snapshot->toJson().toVariantMap());
-    return snapshots;
-}
-
 QVariantList NativePluginStore::visiblePlugins(const QString& displayID) const {
     QVariantList visible;
     const QVariantList all = pluginsForViews();

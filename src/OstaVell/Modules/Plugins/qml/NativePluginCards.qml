@@ -22,6 +22,11 @@ Column {
         const chosen = root.chosenPanels[root.pluginID]
         return root.panels.find(p => p.id === chosen) ?? root.panels[0] ?? null
     }
+    // Whether what is shown wants video frames: before any snapshot, yes; on a page, as the page
+    // says; otherwise when the plugin offers video.
+    readonly property bool wantsMedia: !root.hasSnapshot ? true
+                                       : root.panel !== null ? root.panel.usesMedia === true
+                                       : root.snapshot.media !== undefined
 
     function choosePanel(id) {
         const next = Object.assign({}, root.chosenPanels)
@@ -30,6 +35,64 @@ Column {
     }
 
     spacing: 12
+
+    // The plugin's video: its newest frame, or what the area waits for. Frames come only while
+    // a view that wants them is on screen, and a stalled stream goes back to waiting.
+    component VideoArea: Rectangle {
+        id: video
+        property var media: ({})
+        readonly property bool framed: NativePluginStore.framed.indexOf(root.pluginID) >= 0
+        width: Math.min(root.width, 420)
+        height: width * 9 / 16
+        radius: 14
+        color: Qt.rgba(0, 0, 0, 0.35)
+        border.color: Qt.rgba(1, 1, 1, 0.1)
+        clip: true
+        Image {
+            anchors.fill: parent
+            visible: video.framed
+            fillMode: Image.PreserveAspectFit
+            asynchronous: false
+            cache: false
+            source: video.framed ? "image://pluginframe/" + root.pluginID + "/" + NativePluginStore.frameRevision : ""
+        }
+        Column {
+            visible: !video.framed
+            anchors.centerIn: parent
+            width: parent.width - 32
+            spacing: 4
+            Text {
+                textFormat: Text.PlainText
+                width: parent.width
+                horizontalAlignment: Text.AlignHCenter
+                text: "Waiting for video"
+                color: Qt.rgba(1, 1, 1, 0.6)
+                font.pixelSize: 13
+            }
+            Text {
+                textFormat: Text.PlainText
+                visible: text.length > 0
+                width: parent.width
+                horizontalAlignment: Text.AlignHCenter
+                text: video.media.label ?? ""
+                elide: Text.ElideRight
+                color: Qt.rgba(1, 1, 1, 0.85)
+                font.pixelSize: 12
+            }
+            Text {
+                textFormat: Text.PlainText
+                visible: text.length > 0
+                width: parent.width
+                horizontalAlignment: Text.AlignHCenter
+                text: video.media.status ?? ""
+                wrapMode: Text.Wrap
+                maximumLineCount: 3
+                elide: Text.ElideRight
+                color: Qt.rgba(1, 1, 1, 0.5)
+                font.pixelSize: 11
+            }
+        }
+    }
 
     component SectionCard: Rectangle {
         id: card
@@ -187,6 +250,9 @@ Column {
                 text: "This page can't be shown here yet."
                 color: Qt.rgba(1, 1, 1, 0.5)
                 font.pixelSize: 12
+            }
+            VideoArea {
+                visible: chosen.page.usesMedia === true
             }
             PluginControlGrid {
                 visible: chosen.page.cards !== undefined
@@ -349,51 +415,10 @@ Column {
                 }
             }
 
-            // The video offer. Frames are not drawn here; the area says what it waits for.
-            Rectangle {
+            // The video offer.
+            VideoArea {
                 visible: own.shot.media !== undefined
-                width: Math.min(root.width, 420)
-                height: width * 9 / 16
-                radius: 14
-                color: Qt.rgba(0, 0, 0, 0.35)
-                border.color: Qt.rgba(1, 1, 1, 0.1)
-                id: video
-                readonly property var media: own.shot.media ?? ({})
-                Column {
-                    anchors.centerIn: parent
-                    width: parent.width - 32
-                    spacing: 4
-                    Text {
-                        textFormat: Text.PlainText
-                        width: parent.width
-                        horizontalAlignment: Text.AlignHCenter
-                        text: "Waiting for video"
-                        color: Qt.rgba(1, 1, 1, 0.6)
-                        font.pixelSize: 13
-                    }
-                    Text {
-                        textFormat: Text.PlainText
-                        visible: text.length > 0
-                        width: parent.width
-                        horizontalAlignment: Text.AlignHCenter
-                        text: video.media.label ?? ""
-                        elide: Text.ElideRight
-                        color: Qt.rgba(1, 1, 1, 0.85)
-                        font.pixelSize: 12
-                    }
-                    Text {
-                        textFormat: Text.PlainText
-                        visible: text.length > 0
-                        width: parent.width
-                        horizontalAlignment: Text.AlignHCenter
-                        text: video.media.status ?? ""
-                        wrapMode: Text.Wrap
-                        maximumLineCount: 3
-                        elide: Text.ElideRight
-                        color: Qt.rgba(1, 1, 1, 0.5)
-                        font.pixelSize: 11
-                    }
-                }
+                media: own.shot.media ?? ({})
             }
         }
     }

@@ -21,7 +21,8 @@ Item {
         return root.plugins.find(p => p.id === id) ?? root.plugins[0] ?? null
     }
     // The plugin this view shows on screen now; "" while hidden or with none.
-    readonly property string presented: root.visible && root.chosen !== null ? root.chosen.id : ""
+    readonly property string presented: root.visible && root.chosen !== null && cards.wantsMedia
+                                        ? root.chosen.id : ""
     property string told: ""
 
     function tell() {
@@ -140,6 +141,7 @@ Item {
             }
 
             NativePluginCards {
+                id: cards
                 visible: root.chosen !== null
                 width: content.width
                 plugin: root.chosen ?? ({})
