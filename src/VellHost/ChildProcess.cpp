@@ -125,7 +125,12 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const ChildProcessOptions& opt
          {SIGPIPE, SIGXCPU, SIGXFSZ, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGCHLD, SIGALRM, SIGUSR1, SIGUSR2})
         sigaddset(&defaults, signal);
     posix_spawnattr_setsigdefault(&spawn.attributes, &defaults);
-    posix_spawnattr_setflags(&spawn.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    if (options.ownProcessGroup) {
+        posix_spawnattr_setpgroup(&spawn.attributes, 0);
+        flags |= POSIX_SPAWN_SETPGROUP;
+    }
+    posix_spawnattr_setflags(&spawn.attributes, flags);
 
     const QByteArray program = QFile::encodeName(options.program);
     QList<QByteArray> argumentBytes{program};
@@ -151,6 +156,7 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const ChildProcessOptions& opt
 
     std::unique_ptr<ChildProcess> child(new ChildProcess);
     child->m_pid = pid;
+    child->m_group = options.ownProcessGroup;
     child->m_processFd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     child->m_input = pipes.take(1);
     child->m_output = pipes.take(2);
@@ -194,10 +200,13 @@ void ChildProcess::signal(int signal) const {
     std::lock_guard guard(m_lock);
     if (m_reaped)
         return;
-    if (m_processFd >= 0)
+    // Not yet reaped, so the id, and the group named after it, are still this child's.
+    if (m_group)
+        ::kill(-m_pid, signal);
+    else if (m_processFd >= 0)
         syscall(SYS_pidfd_send_signal, m_processFd, signal, nullptr, 0);
     else
-        ::kill(m_pid, signal); // not yet reaped, so the id is still this child's
+        ::kill(m_pid, signal);
 }
 
 bool ChildProcess::exitedWithin(int milliseconds) const {
@@ -343,7 +352,9 @@ void ChildProcess::terminate(std::unique_ptr<ChildProcess> child, std::chrono::m
     child->signal(SIGTERM);
     std::shared_ptr<ChildProcess> held(std::move(child));
     blockingPool()->start([held, grace] {
-        if (!held->exitedWithin(static_cast<int>(grace.count())))
+        // A group is killed whatever its leader did: what it forked may outlive it. The leader
+        // is reaped only afterwards, so the group's id can't have gone to anybody else.
+        if (!held->exitedWithin(static_cast<int>(grace.count())) || held->m_group)
             held->signal(SIGKILL);
         held->wait();
     });

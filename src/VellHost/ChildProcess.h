@@ -28,6 +28,9 @@ struct ChildProcessOptions {
     bool pipes = true;
     // Where the child starts; empty keeps ours.
     QString workingDirectory = {};
+    // The child leads a process group of its own, and signals reach the whole group, so that
+    // what it forks goes with it when it is stopped.
+    bool ownProcessGroup = false;
 };
 
 // One child process and the host's ends of its pipes. The child gets its standard input and
@@ -109,6 +112,7 @@ private:
     // process descriptor to offer.
     mutable std::mutex m_lock;
     bool m_reaped = false;
+    bool m_group = false;
 };
 
 } // namespace vell

@@ -112,6 +112,37 @@ private slots:
         // SIGTERM came first, and the child outlived it.
         QVERIFY(QFile::exists(dir.filePath(u"term"_s)));
     }
+
+    // What a child of its own group forks, even something that ignores SIGTERM and outlives
+    // its parent, is stopped with it; without a group of its own it would stay.
+    void aGroupGoesWhole() {
+        QTemporaryDir dir;
+        QStringList command = shell(u"(trap '' TERM; while :; do sleep 0.05; done) & echo $! > %1/helper; "
+                                    u"touch %1/ready; exec sleep 300"_s.arg(dir.path()));
+        ChildProcessOptions options{command.takeFirst(), command, path};
+        options.ownProcessGroup = true;
+        std::unique_ptr<ChildProcess> child = ChildProcess::start(options);
+        QVERIFY(child);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath(u"ready"_s)), 30000);
+        QFile helperFile(dir.filePath(u"helper"_s));
+        QVERIFY(helperFile.open(QIODevice::ReadOnly));
+        const pid_t helper = pid_t(helperFile.readAll().trimmed().toInt());
+        QVERIFY(helper > 0 && kill(helper, 0) == 0);
+
+        ChildProcess::terminate(std::move(child), std::chrono::milliseconds(2000));
+        // The helper is a child of the shell, reparented when the shell goes; gone means killed
+        // and reaped by whoever adopted it, or a zombie of ours at worst.
+        QTRY_VERIFY_WITH_TIMEOUT(kill(helper, 0) != 0 || isZombie(helper), 30000);
+    }
+
+private:
+    static bool isZombie(pid_t pid) {
+        QFile stat(u"/proc/%1/stat"_s.arg(pid));
+        if (!stat.open(QIODevice::ReadOnly))
+            return false;
+        const QByteArray text = stat.readAll();
+        return text.mid(text.lastIndexOf(')') + 2, 1) == "Z";
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_ChildProcess)

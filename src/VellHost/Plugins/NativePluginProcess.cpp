@@ -42,6 +42,7 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
             binary, {pluginArgument.toString()}, QProcessEnvironment::systemEnvironment().toStringList()};
         options.pipes = false;
         options.workingDirectory = QFileInfo(binary).absolutePath();
+        options.ownProcessGroup = true;
         m_sendState = std::make_shared<PluginSendState>();
         m_applicationTransport =
             new NativeApplicationTransport(NativeApplicationTransport::makeToken(), options, m_sendState);
@@ -66,6 +67,8 @@ void NativePluginProcess::start(const QString& binary, const QString& id, const 
                                  QStringLiteral("HOME=") + QDir::homePath(),
                                  QStringLiteral("TMPDIR=") + QDir::tempPath()}};
     options.workingDirectory = workingDirectory;
+    // What a plugin forks is stopped with it.
+    options.ownProcessGroup = true;
     QString error;
     m_child = ChildProcess::start(options, &error);
     if (!m_child)
