@@ -1,3 +1,6 @@
+# Where this file and its templates lie, for the functions below that use them.
+set(VELL_CMAKE_DIR ${CMAKE_CURRENT_LIST_DIR})
+
 # Helpers every target of the tree goes through, so that warnings, sanitizers,
 # include roots and the test harness are decided in one place.
 include_guard(GLOBAL)
@@ -187,4 +190,54 @@ function(vell_link_qml_modules target)
     file(CONFIGURE OUTPUT ${imports} CONTENT "${content}")
     target_sources(${target} PRIVATE ${imports})
     target_link_libraries(${target} PRIVATE ${plugins})
+endfunction()
+
+# vell_plugin_signing_key(VAR LABEL): a throwaway ed25519 key made once per build tree in the
+# current binary folder, for signing the plugin bundles built there. The host accepts any
+# signer, so a throwaway key proves as much as a real one.
+function(vell_plugin_signing_key var label)
+    set(key ${CMAKE_CURRENT_BINARY_DIR}/signing-key)
+    find_program(VELL_SSH_KEYGEN ssh-keygen PATHS /usr/bin REQUIRED)
+    add_custom_command(OUTPUT ${key}
+        COMMAND ${CMAKE_COMMAND} -E rm -f ${key} ${key}.pub
+        COMMAND ${VELL_SSH_KEYGEN} -t ed25519 -N "" -q -C ${label} -f ${key}
+        COMMENT "Making a signing key for ${label}"
+        VERBATIM)
+    set(${var} ${key} PARENT_SCOPE)
+endfunction()
+
+# vell_add_plugin_bundle(Name DESTINATION dir KEY key STAMPS var EXECUTABLE exe MANIFEST file
+#                        [TARGET target | SCRIPT file]):
+# a bundle dir/Name.app laid out as the host installs it (Contents/Info.plist, Contents/MacOS/exe,
+# Contents/Resources/VellPlugin.json), whose executable is either a target built into it or a
+# script copied into it. It is signed with key whenever its executable, its manifest or its
+# Info.plist changes; the stamp that records this lies outside the bundle, since everything
+# inside is signed, and is appended to the list var for a target to depend on.
+function(vell_add_plugin_bundle name)
+    cmake_parse_arguments(ARG "" "DESTINATION;KEY;STAMPS;EXECUTABLE;MANIFEST;TARGET;SCRIPT" "" ${ARGN})
+    set(bundle ${ARG_DESTINATION}/${name}.app)
+    set(contents ${bundle}/Contents)
+    file(READ ${ARG_MANIFEST} manifest)
+    string(JSON VELL_BUNDLE_IDENTIFIER GET "${manifest}" id)
+    set(VELL_BUNDLE_NAME ${name})
+    set(VELL_BUNDLE_EXECUTABLE ${ARG_EXECUTABLE})
+    configure_file(${VELL_CMAKE_DIR}/PluginInfo.plist.in ${contents}/Info.plist @ONLY)
+    configure_file(${ARG_MANIFEST} ${contents}/Resources/VellPlugin.json COPYONLY)
+    if(ARG_TARGET)
+        set_target_properties(${ARG_TARGET} PROPERTIES
+            OUTPUT_NAME ${ARG_EXECUTABLE} RUNTIME_OUTPUT_DIRECTORY ${contents}/MacOS)
+        set(executable ${ARG_TARGET})
+    else()
+        file(GENERATE OUTPUT ${contents}/MacOS/${ARG_EXECUTABLE} INPUT ${ARG_SCRIPT}
+             FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+        set(executable ${contents}/MacOS/${ARG_EXECUTABLE})
+    endif()
+    set(stamp ${CMAKE_CURRENT_BINARY_DIR}/${name}.signed)
+    add_custom_command(OUTPUT ${stamp}
+        COMMAND vellctl plugin sign ${bundle} ${ARG_KEY}
+        COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
+        DEPENDS ${executable} ${contents}/Info.plist ${contents}/Resources/VellPlugin.json ${ARG_KEY}
+        COMMENT "Signing the ${name} plugin"
+        VERBATIM)
+    set(${ARG_STAMPS} ${${ARG_STAMPS}} ${stamp} PARENT_SCOPE)
 endfunction()

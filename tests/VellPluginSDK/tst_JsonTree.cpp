@@ -5,6 +5,7 @@
 
 #include "VellPluginSDK/Json/JsonNode.h"
 #include "VellPluginSDK/Json/JsonReader.h"
+#include "VellPluginSDK/Json/JsonWriter.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -263,6 +264,22 @@ private slots:
         QCOMPARE(problem.isEmpty() ? read : problem, integer);
         const QString problem32 = problemOf([&] { read = QString::number(reader.unsigned32(u"n")); });
         QCOMPARE(problem32.isEmpty() ? read : problem32, unsigned32);
+    }
+
+    // The writer's shortcut for plain text writes exactly what Qt writes, at every character
+    // where the shortcut starts or stops applying, and alone or among others.
+    void writerMatchesQt() {
+        const auto qt = [](const QJsonValue& value) {
+            const QByteArray wrapped = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+            return wrapped.mid(1, wrapped.size() - 2);
+        };
+        QList<QJsonValue> values{true, false, QJsonValue(), QString(), QStringLiteral("a/b c~"), QStringLiteral("caf\u00e9"), QStringLiteral("\u2603")};
+        for (char16_t c = 0; c < 0x100; ++c) {
+            values.append(QString(QChar(c)));
+            values.append(QStringLiteral("key") + QChar(c) + QStringLiteral("tail"));
+        }
+        for (const QJsonValue& value : std::as_const(values))
+            QCOMPARE(JsonWriter::encodeValue(value), qt(value));
     }
 };
 
