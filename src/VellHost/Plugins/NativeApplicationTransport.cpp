@@ -134,7 +134,9 @@ void NativeApplicationTransport::becomePeer(const QUuid& id, qsizetype lineEnd) 
 }
 
 void NativeApplicationTransport::receive() {
-    while (m_connection && !m_stopped && !paused() && m_connection->bytesAvailable() > 0) {
+    while (m_connection && !m_stopped && m_connection->bytesAvailable() > 0) {
+        if (pauseReading())
+            return;
         if (!take(m_connection->read(largestRead))) {
             m_connection->disconnect(this);
             m_connection->abort();

@@ -111,9 +111,9 @@ void NativePluginProcess::deliver(const QList<PluginMessage>& messages, qsizetyp
     }
     if (m_stopped)
         return;
+    // Not stopped, so the stream is still there: it goes only after its stop.
     PluginStream* stream = m_pipes ? static_cast<PluginStream*>(m_pipes) : m_applicationTransport;
-    QMetaObject::invokeMethod(stream,
-                              [stream, bytes, count = messages.size()] { stream->delivered(bytes, count); });
+    stream->delivered(bytes, messages.size());
 }
 
 void NativePluginProcess::send(const PluginMessage& message) {

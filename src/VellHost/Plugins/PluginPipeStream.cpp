@@ -72,7 +72,7 @@ bool PluginPipeStream::readOutput() {
         closeReading();
         return false;
     }
-    if (paused())
+    if (pauseReading())
         m_readable->setEnabled(false);
     return true;
 }

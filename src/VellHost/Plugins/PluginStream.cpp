@@ -5,11 +5,21 @@
 namespace vell {
 
 void PluginStream::delivered(qsizetype bytes, qsizetype messages) {
-    const bool wasPaused = paused();
     m_undeliveredBytes -= bytes;
     m_undeliveredMessages -= messages;
-    if (wasPaused && !paused() && !m_failed)
-        resume();
+    if (!paused() && m_waiting.exchange(false))
+        QMetaObject::invokeMethod(this, [this] {
+            if (!m_failed)
+                resume();
+        });
+}
+
+bool PluginStream::pauseReading() {
+    if (!paused())
+        return false;
+    m_waiting = true;
+    // A delivered() between the test and the flag saw no waiting reader: look again.
+    return !(!paused() && m_waiting.exchange(false));
 }
 
 bool PluginStream::take(QByteArrayView chunk) {

@@ -6,6 +6,8 @@
 #include <QList>
 #include <QObject>
 
+#include <atomic>
+
 namespace vell {
 
 // What both ways of talking to a plugin share, on the transport thread: the framing of what
@@ -22,7 +24,8 @@ public:
     static constexpr qsizetype maximumUndeliveredBytes = 512 * 1024;
     static constexpr qsizetype maximumUndeliveredMessages = 256;
 
-    // The main thread has handled a batch of framed().
+    // The main thread has handled a batch of framed(). Called on the main thread itself: the
+    // counts are atomic, and the transport thread is woken only when its reading waits for this.
     void delivered(qsizetype bytes, qsizetype messages);
 
 signals:
@@ -42,13 +45,17 @@ protected:
         return m_undeliveredBytes > maximumUndeliveredBytes ||
                m_undeliveredMessages > maximumUndeliveredMessages;
     }
+    // True when reading must wait: the next delivered() that lifts the bound then calls resume().
+    bool pauseReading();
     // Reading may go on again after a pause.
     virtual void resume() = 0;
 
 private:
     PluginLines m_lines;
-    qsizetype m_undeliveredBytes = 0;
-    qsizetype m_undeliveredMessages = 0;
+    std::atomic<qsizetype> m_undeliveredBytes = 0;
+    std::atomic<qsizetype> m_undeliveredMessages = 0;
+    // Set by the reading side as it stops; whoever clears it again owes a resume().
+    std::atomic<bool> m_waiting = false;
     bool m_failed = false;
 };
 
