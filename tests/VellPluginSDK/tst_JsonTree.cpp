@@ -273,7 +273,13 @@ private slots:
             const QByteArray wrapped = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
             return wrapped.mid(1, wrapped.size() - 2);
         };
-        QList<QJsonValue> values{true, false, QJsonValue(), QString(), QStringLiteral("a/b c~"), QStringLiteral("caf\u00e9"), QStringLiteral("\u2603")};
+        QList<QJsonValue> values{true,
+                                 false,
+                                 QJsonValue(),
+                                 QString(),
+                                 QStringLiteral("a/b c~"),
+                                 QStringLiteral("caf\u00e9"),
+                                 QStringLiteral("\u2603")};
         for (char16_t c = 0; c < 0x100; ++c) {
             values.append(QString(QChar(c)));
             values.append(QStringLiteral("key") + QChar(c) + QStringLiteral("tail"));

@@ -11,8 +11,9 @@
 
 namespace vell {
 
-namespace {
 Q_LOGGING_CATEGORY(lcPlugins, "OstaVell Plugins", QtInfoMsg)
+
+namespace {
 
 void deleteLaterProcess(NativePluginProcess* process) {
     // A worker may be ended from inside its own callback; it goes once that call has returned.

@@ -13,6 +13,7 @@
 #include "VellPluginSDK/Protocol/PluginVolumeResult.h"
 
 #include <QHash>
+#include <QLoggingCategory>
 #include <QMap>
 #include <QObject>
 #include <QPointer>
@@ -27,6 +28,9 @@
 #include <optional>
 
 namespace vell {
+
+// "OstaVell Plugins": sessions, installation and the store.
+Q_DECLARE_LOGGING_CATEGORY(lcPlugins)
 
 class NativePluginProcess;
 

@@ -170,7 +170,7 @@ void NativePluginSessions::deliver(const QString& peer, const PluginBusMessage& 
             consumer(message);
         } catch (const std::exception& error) {
             // A built-in service's fault stays its own; the router's loop goes on.
-            qWarning("OstaVell Plugins: %s failed: %s", qPrintable(peer), error.what());
+            qCWarning(lcPlugins).noquote() << peer << "failed:" << error.what();
         }
         return;
     }

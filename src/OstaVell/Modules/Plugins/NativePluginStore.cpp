@@ -5,14 +5,11 @@
 #include <QDBusConnection>
 #include <QDir>
 #include <QJSEngine>
-#include <QLoggingCategory>
 #include <QStandardPaths>
 
 namespace vell {
 
 namespace {
-Q_LOGGING_CATEGORY(lcPlugins, "OstaVell Plugins", QtInfoMsg)
-
 const QString kReservedPrefix = QStringLiteral("local.ostavell.");
 
 QString dataHome() {
@@ -43,7 +40,8 @@ NativePluginStore::NativePluginStore(QString directory, std::optional<QString> r
     connect(m_sessions, &NativePluginSessions::snapshotsChanged, this, [this] {
         // Converted once per change, not at every read of a binding.
         m_snapshotViews.clear();
-        for (auto snapshot = m_sessions->snapshots().cbegin(); snapshot != m_sessions->snapshots().cend(); ++snapshot)
+        for (auto snapshot = m_sessions->snapshots().cbegin(); snapshot != m_sessions->snapshots().cend();
+             ++snapshot)
             m_snapshotViews.insert(snapshot.key(), snapshot->toJson().toVariantMap());
         emit snapshotsChanged();
     });
