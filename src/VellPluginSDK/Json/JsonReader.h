@@ -112,6 +112,19 @@ public:
         return ifPresent(key, &JsonReader::records<T>);
     }
 
+    // An object of records keyed by name; a failure names the member ("arguments.text.value").
+    template <typename T> QMap<QString, T> recordMap(QStringView key) const {
+        const JsonNode value = m_object.node(required(key));
+        if (!value.isObject())
+            fail(key.toString(), u"must be a JSON object");
+        QMap<QString, T> result;
+        for (const JsonMember& member : value.members()) {
+            const QString path = key.toString() + u'.' + member.key;
+            result.insert(member.key, within(path, [&] { return T::fromJson(member.value); }));
+        }
+        return result;
+    }
+
     // The same failure seen from the record that holds the failed value at path.
     static ModuleProblem inside(const ModuleProblem& problem, const QString& path);
     // The JSON document in data; a text that does not parse fails with the parser's own reason.

@@ -39,6 +39,14 @@ public:
         return addEncoded(key, encodeArray(items));
     }
 
+    // An object of records keyed by name, in the map's key order.
+    template <typename T> JsonWriter& addRecordMap(QStringView key, const QMap<QString, T>& records) {
+        JsonWriter members;
+        for (auto it = records.begin(); it != records.end(); ++it)
+            members.addRecord(it.key(), it.value());
+        return addEncoded(key, members.bytes());
+    }
+
     template <typename T> JsonWriter& addRecordIfPresent(QStringView key, const std::optional<T>& record) {
         return record ? addRecord(key, *record) : *this;
     }
