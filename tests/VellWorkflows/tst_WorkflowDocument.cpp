@@ -148,6 +148,7 @@ private slots:
     void json();
     void decoding_data();
     void decoding();
+    void next();
     void resolve();
     void matches();
 
@@ -510,6 +511,21 @@ void TestWorkflowDocument::decoding() {
     QFETCH(QByteArray, json);
     QFETCH(QString, message);
     QCOMPARE(problemOf([&] { WorkflowDocument::fromJson(parse(json)); }), message);
+}
+
+void TestWorkflowDocument::next() {
+    // Array order decides between two edges of the same branch, which validation would refuse.
+    WorkflowDocument workflow = document({manual(), step("a", Kind::review), step("b", Kind::review)},
+                                         {edge("start", "a", "yes"), edge("start", "a"), edge("start", "b")});
+    workflow.edges.append(WorkflowEdge::connecting("a", "b", "no"));
+    QCOMPARE(workflow.next("start", u"next"), QString("a"));
+    QCOMPARE(workflow.next("start", u"yes"), QString("a"));
+    QCOMPARE(workflow.next("a", u"no"), QString("b"));
+    QCOMPARE(workflow.next("a", u"next"), std::nullopt);
+    QCOMPARE(workflow.next("b", u"next"), std::nullopt);
+    const QString id = workflow.edges.last().id;
+    QCOMPARE(id, id.toUpper());
+    QVERIFY(!QUuid::fromString(id).isNull());
 }
 
 void TestWorkflowDocument::resolve() {
