@@ -48,6 +48,11 @@ struct WorkflowDocument {
     // The target of the first edge, in array order, that leaves nodeID by branch.
     std::optional<QString> next(const QString& nodeID, QStringView branch) const;
 
+    // The document as a POSIX shell script that runs its Shortcut steps in order with
+    // ostavell-shortcuts, for documents of a manual start and literal Shortcut actions only.
+    // Throws the validation's failure or the export's own sentence.
+    QString shellScript() const;
+
     // A condition's verdict for the left value, the comparison's name and the right value.
     static bool matches(const PluginValue& value, const QString& comparison, const PluginValue& expected);
 

@@ -151,6 +151,7 @@ private slots:
     void next();
     void resolve();
     void matches();
+    void shellScript();
 
 private:
     static void runCheck() {
@@ -557,6 +558,41 @@ void TestWorkflowDocument::matches() {
     QCOMPARE(problemOf([&] { WorkflowDocument::matches(text("3"), "greater", number(2)); }), bad);
     QCOMPARE(problemOf([&] { WorkflowDocument::matches(number(3), "contains", number(3)); }), bad);
     QCOMPARE(problemOf([&] { WorkflowDocument::matches(number(3), "less", number(3)); }), bad);
+}
+
+// Shortcut steps become one line each in the order they run, each name single-quoted so the
+// shell takes it as it is; anything a script can't do refuses the export, even when valid.
+void TestWorkflowDocument::shellScript() {
+    const auto shortcut = [](const QString& id, const PluginValue& name) {
+        WorkflowNode node = step(id, Kind::action, "Run a shortcut");
+        node.data.address = PluginActionAddress{"local.ostavell.utilities", "shortcut"};
+        PluginRegisteredAction run = action("shortcut", "Run Shortcut");
+        run.input.fields = {parameter("name", PluginParameter::Kind::string, true)};
+        node.data.action = run;
+        node.data.arguments = {{"name", literal(name)}};
+        return node;
+    };
+    // Listed out of order: the script follows the edges, not the array.
+    const WorkflowDocument workflow =
+        document({manual(), shortcut("b", PluginValue::string("Back up")),
+                  shortcut("a", PluginValue::string("Say 'hi' $HOME \\ \"now\""))},
+                 {edge("start", "a"), edge("a", "b")});
+    QCOMPARE(workflow.shellScript(),
+             QStringLiteral("#!/bin/sh\n"
+                            "# Exported by OstaVell. Review before running.\n"
+                            "ostavell-shortcuts run 'Say '\\''hi'\\'' $HOME \\ \"now\"'\n"
+                            "ostavell-shortcuts run 'Back up'\n"));
+    QCOMPARE(document({manual()}).shellScript(),
+             QStringLiteral("#!/bin/sh\n# Exported by OstaVell. Review before running.\n"));
+    const QString refused = "Shell script export currently supports only manual starts and literal Shortcut "
+                            "actions. Conditions, events, AI, reviews and module actions cannot be omitted.";
+    QCOMPARE(problemOf([] { chain(2).shellScript(); }), refused);
+    QCOMPARE(problemOf([] { afterSend(step("done", Kind::review)).shellScript(); }), refused);
+    // An invalid document gives the validation's own sentence first.
+    QCOMPARE(problemOf([] {
+                 document({manual(), manual("again")}).shellScript();
+             }),
+             QStringLiteral("Use exactly one manual or event start."));
 }
 
 QTEST_GUILESS_MAIN(TestWorkflowDocument)
