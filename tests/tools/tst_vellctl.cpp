@@ -24,8 +24,9 @@ private slots:
             u"usage: vellctl module validate FILE\n"
             u"usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
             u"[--event-feed ID --event-json TEXT]\n"_s;
-        const QString everyUsage =
-            usage + pluginUsage + u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s;
+        const QString everyUsage = usage + pluginUsage +
+                                   u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s +
+                                   u"usage: vellctl workflow validate FILE [--catalog CATALOG]\n"_s;
         const auto validate = [](const QString& file) {
             return QStringList{u"module"_s, u"validate"_s, file};
         };
@@ -245,6 +246,46 @@ private slots:
         QVERIFY(output.contains(R"("type":"action","pluginID":"app.ostavell.example.dice")"));
         QCOMPARE(lines.last(), QByteArray(R"({"end":"Stopped"})"));
         QCOMPARE(vellctl.exitCode(), 0);
+    }
+
+    // A workflow as a run would judge it: valid, refused with the first sentence, and the
+    // catalogue's presence tests only when a catalogue is given.
+    void workflowValidate() {
+        const QByteArray start = R"({"id":"start","position":{"x":80,"y":180},)"
+                                 R"("data":{"kind":"manual","title":"When I run it","arguments":{}}})";
+        const QByteArray send = R"({"id":"send","position":{"x":280,"y":180},"data":{"kind":"action",)"
+                                R"("title":"Send","address":{"plugin":"cafe.osta","name":"send"},)"
+                                R"("action":{"id":"send","title":"Send","input":{"fields":[]},)"
+                                R"("output":{"fields":[]},"effect":"readOnly","cancellable":false,)"
+                                R"("timeoutSeconds":10},"arguments":{}}})";
+        const auto file = [this](const QString& name, const QByteArray& text) {
+            QFile out(m_dir.filePath(name));
+            if (!out.open(QIODevice::WriteOnly) || out.write(text) != text.size())
+                qFatal("cannot write %s", qPrintable(name));
+            return out.fileName();
+        };
+        const QByteArray header = R"({"schemaVersion":1,"id":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB",)";
+        const QString alone =
+            file(u"alone.json"_s, header + R"("title":"Flow","nodes":[)" + start + "],\"edges\":[]}");
+        const QString untitled =
+            file(u"untitled.json"_s, header + R"("title":"","nodes":[)" + start + "],\"edges\":[]}");
+        const QString sending =
+            file(u"send.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' + send +
+                                     R"(],"edges":[{"id":"e","source":"start","target":"send"}]})");
+        const QString empty = file(u"empty-catalog.json"_s, "[]");
+        const auto check = [](const QStringList& arguments, const QByteArray& output, int exitCode) {
+            QProcess vellctl;
+            vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+                          QStringList{u"workflow"_s, u"validate"_s} + arguments);
+            QVERIFY(vellctl.waitForFinished(60000));
+            QCOMPARE(vellctl.readAllStandardOutput(), output);
+            QCOMPARE(vellctl.exitCode(), exitCode);
+        };
+        check({alone}, "OK\n", 0);
+        check({untitled}, "Invalid workflow version, title or size.\n", 1);
+        check({sending}, "OK\n", 0);
+        check({sending, u"--catalog"_s, empty},
+              "Send: its module is missing or the action changed. Choose it again.\n", 1);
     }
 
     // The README shows the smallest example plugin whole; it must be the one that builds.

@@ -2,6 +2,7 @@
 #include "tools/vellctl/ModuleCommands.h"
 #include "tools/vellctl/PluginCommands.h"
 #include "tools/vellctl/RouterCommands.h"
+#include "tools/vellctl/WorkflowCommands.h"
 
 #include <QCoreApplication>
 #include <QTextStream>
@@ -17,6 +18,7 @@ const std::array groups{
     CommandGroup{"module", &ModuleCommands::run, &ModuleCommands::usage},
     CommandGroup{"plugin", &PluginCommands::run, &PluginCommands::usage},
     CommandGroup{"router", &RouterCommands::run, &RouterCommands::usage},
+    CommandGroup{"workflow", &WorkflowCommands::run, &WorkflowCommands::usage},
 };
 
 void printUsage(QTextStream& stream, const QStringList& lines) {
