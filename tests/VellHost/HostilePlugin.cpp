@@ -13,7 +13,6 @@
 //   {"ignoreTerm": true}           notes SIGTERM in a file and lives on
 //   {"note": name}                 leaves the file $TMPDIR/ostavell-hostile-<name>-<pid>
 //   {"closeOutput": true}          closes standard output and goes on running
-//   {"sleep": milliseconds}
 //   {"exit": status}
 //   {"idle": true}                 never says anything again
 // Everything it writes is raw bytes: most of what it sends no well-made plugin would.
@@ -138,8 +137,6 @@ struct Player {
             note(notePath(qPrintable(step.value("note").toString())));
         else if (step.contains("closeOutput"))
             ::close(STDOUT_FILENO);
-        else if (step.contains("sleep"))
-            ::usleep(static_cast<useconds_t>(step.value("sleep").toInteger() * 1000));
         else if (step.contains("exit"))
             std::_Exit(static_cast<int>(step.value("exit").toInteger()));
         else

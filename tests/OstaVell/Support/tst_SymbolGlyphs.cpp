@@ -5,7 +5,6 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QRawFont>
-#include <QRegularExpression>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -36,22 +35,13 @@ class tst_SymbolGlyphs final : public QObject {
     Q_OBJECT
 
 private slots:
-    void tableIsSortedWithoutDuplicates();
     void everyGlyphIsInTheFont();
-    void everyNameIsOneAPluginCanSend();
     void namesWeUseAreMapped();
     void fallbacks_data();
     void fallbacks();
     void iconDrawsGlyphOrDot_data();
     void iconDrawsGlyphOrDot();
 };
-
-void tst_SymbolGlyphs::tableIsSortedWithoutDuplicates() {
-    const auto table = SymbolGlyphs::table();
-    QVERIFY(table.size() > 300);
-    for (std::size_t i = 1; i < table.size(); ++i)
-        QVERIFY2(table[i - 1].name < table[i].name, qPrintable(nameOf(table[i])));
-}
 
 void tst_SymbolGlyphs::everyGlyphIsInTheFont() {
     const QRawFont font(SymbolGlyphs::fontPath(), 24);
@@ -60,15 +50,6 @@ void tst_SymbolGlyphs::everyGlyphIsInTheFont() {
     QVERIFY(!font.supportsCharacter(char32_t(0xE005))); // a gap in the font: the check below can fail
     for (const SymbolGlyph& entry : SymbolGlyphs::table())
         QVERIFY2(font.supportsCharacter(entry.codePoint), qPrintable(nameOf(entry)));
-}
-
-// An entry no icon can carry would be dead weight: the protocol's own pattern and length.
-void tst_SymbolGlyphs::everyNameIsOneAPluginCanSend() {
-    const QRegularExpression pattern(QStringLiteral("^[a-z0-9]+([.][a-z0-9]+)*$"));
-    for (const SymbolGlyph& entry : SymbolGlyphs::table()) {
-        const QString name = nameOf(entry);
-        QVERIFY2(pattern.match(name).hasMatch() && name.size() <= 80, qPrintable(name));
-    }
 }
 
 // The names our views, the tabs and the bundled examples draw, each with an entry of its own.

@@ -238,18 +238,6 @@ private slots:
         QVERIFY(problemOf([&] { blocked.persist(records); }).startsWith(u"Could not create the folder"_s));
     }
 
-    void freshInstall() {
-        const NativePluginRecord fresh = NativePluginIndex::installed(
-            std::nullopt, manifest(u"com.example.a"_s), folderA, fingerprint('1'), 9);
-        QCOMPARE(fresh.manifest, manifest(u"com.example.a"_s));
-        QCOMPARE(fresh.folder, folderA);
-        QCOMPARE(fresh.fingerprint, fingerprint('1'));
-        QVERIFY(fresh.enabled);
-        QVERIFY(fresh.hiddenDisplayIDs.isEmpty());
-        QVERIFY(!fresh.compactActivity);
-        QVERIFY(!fresh.previousVersions);
-    }
-
     void updateHistory() {
         const QString id = u"com.example.a"_s;
         NativePluginRecord current = recordWith(id, [](auto& r) {
@@ -286,20 +274,6 @@ private slots:
         for (const NativePluginVersion& version : *deduplicated.previousVersions)
             dates.append(version.savedAt);
         QCOMPARE(dates, QList<double>({4, 3, 2}));
-    }
-
-    // A restore installs a saved copy: the running version goes to the head, the restored one out.
-    void restoreHistory() {
-        const QString id = u"com.example.a"_s;
-        NativePluginRecord current = record(id);
-        current.previousVersions = {version(id, 'b', 2), version(id, 'c', 1)};
-        const NativePluginVersion restored = current.previousVersions->first();
-        const NativePluginRecord after = NativePluginIndex::installed(
-            current, restored.manifest, restored.folder, restored.fingerprint, 5);
-        QCOMPARE(after.fingerprint, fingerprint('b'));
-        QCOMPARE(*after.previousVersions,
-                 QList<NativePluginVersion>(
-                     {{current.manifest, current.folder, current.fingerprint, 5}, version(id, 'c', 1)}));
     }
 
     // The copy holds every directory and regular file with its mode, and nothing else.
