@@ -392,30 +392,13 @@ void TestHostilePlugins::streamRows() {
 }
 
 void TestHostilePlugins::snapshotRows() {
+    // Which snapshots fail is the records' own test; here, that a failure ends the session and
+    // the last good snapshot was the one shown.
     row("snapshot without display data", {ready(), send(wire("snapshot"))},
         "Plugin display data is missing.");
-    row("snapshot with an empty panel list", {ready(), snapshot("bad", R"(,"panels":[])")},
-        "Invalid dashboard panels.");
     row("snapshot progress past 100",
         {ready(), snapshot("full", R"(,"progress":100)"), snapshot("over", R"(,"progress":100.5)")},
         "Invalid plugin display data.", {"full"});
-    row("snapshot with an empty icon", {ready(), snapshot("bad", R"(,"iconPNG":"")")},
-        "Plugin artwork exceeded its limit.");
-    row("snapshot with conflicting actions",
-        {ready(), send(wire("snapshot",
-                            R"("snapshot":)" + displayData("bad", {},
-                                                           R"([{"id":"go","label":"Go","enabled":true},)"
-                                                           R"({"id":"go","label":"Run","enabled":true}])")))},
-        "Invalid or conflicting card action.");
-    row("snapshot with cards in a media panel",
-        {ready(), snapshot("bad", panel(R"("cards":[{"id":"lamp","title":"Lamp","subtitle":"","value":"",)"
-                                        R"("detail":"","highlighted":false,"actions":[]}])",
-                                        true))},
-        "Invalid control card panel.");
-    row("snapshot with a conflicting custom view panel",
-        {ready({"custom-views-v1", "forms-v1", "actions-v1"}),
-         snapshot("bad", panel(customView() + ',' + forms))},
-        "Conflicting custom view panel.");
 }
 
 void TestHostilePlugins::capabilityRows() {
