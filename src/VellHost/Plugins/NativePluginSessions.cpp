@@ -3,6 +3,7 @@
 #include "VellHost/NativePluginBundle.h"
 #include "VellHost/Plugins/NativePluginProcess.h"
 #include "VellPluginSDK/ModuleProblem.h"
+#include "VellPluginSDK/ReferenceTime.h"
 #include "VellPluginSDK/Protocol/PluginCapabilities.h"
 
 #include <QDateTime>
@@ -44,7 +45,7 @@ NativePluginSessions::~NativePluginSessions() {
 }
 
 double NativePluginSessions::currentTime() {
-    return double(QDateTime::currentMSecsSinceEpoch()) / 1000 - referenceEpoch;
+    return ReferenceTime::now();
 }
 
 double NativePluginSessions::startOfDay(double instant) {

@@ -2,6 +2,7 @@
 
 #include "VellActionRouter/ActionRouter.h"
 #include "VellPluginSDK/Presentation/PluginForm.h"
+#include "VellPluginSDK/ReferenceTime.h"
 #include "VellPluginSDK/Presentation/PluginPresentationGate.h"
 #include "VellPluginSDK/Presentation/PluginSnapshot.h"
 #include "VellPluginSDK/Presentation/PluginTransientCaption.h"
@@ -80,7 +81,7 @@ public:
     Q_DISABLE_COPY_MOVE(NativePluginSessions)
 
     // 2001-01-01 00:00:00 UTC in seconds since 1970.
-    static constexpr double referenceEpoch = 978307200;
+    static constexpr double referenceEpoch = ReferenceTime::epoch;
     // Seconds since 2001-01-01 00:00:00 UTC.
     static double currentTime();
     // Every instant here comes from this; tests hand in their own clock.

@@ -125,6 +125,23 @@ public:
         return result;
     }
 
+    // A file's whole document as an array of records; anything but an array fails with
+    // notArray, an element with its index in the path.
+    template <typename T> static QList<T> recordArray(const JsonNode& document, const QString& notArray) {
+        if (!document.isArray())
+            throw ModuleProblem(notArray);
+        QList<T> result;
+        result.reserve(document.size());
+        for (qsizetype i = 0; i < document.size(); ++i) {
+            try {
+                result.append(T::fromJson(document.at(i)));
+            } catch (const ModuleProblem& problem) {
+                throw inside(problem, QStringLiteral("[%1]").arg(i));
+            }
+        }
+        return result;
+    }
+
     // The same failure seen from the record that holds the failed value at path.
     static ModuleProblem inside(const ModuleProblem& problem, const QString& path);
     // The JSON document in data; a text that does not parse fails with the parser's own reason.

@@ -211,18 +211,8 @@ QList<NativePluginRecord> NativePluginIndex::load() const {
         throw ModuleProblem(QStringLiteral("Plugin index exceeds its limit."));
 
     // It must parse as a whole: the text, the array, and every record in it.
-    const JsonNode document = JsonReader::parse(file.bytes);
-    if (!document.isArray())
-        throw ModuleProblem(invalidIndex);
-    QList<NativePluginRecord> records;
-    records.reserve(document.size());
-    for (qsizetype i = 0; i < document.size(); ++i) {
-        try {
-            records.append(NativePluginRecord::fromJson(document.at(i)));
-        } catch (const ModuleProblem& problem) {
-            throw JsonReader::inside(problem, QStringLiteral("[%1]").arg(i));
-        }
-    }
+    const QList<NativePluginRecord> records =
+        JsonReader::recordArray<NativePluginRecord>(JsonReader::parse(file.bytes), invalidIndex);
     checkRecords(records);
     return records;
 }

@@ -13,7 +13,7 @@ namespace vell {
 namespace {
 // Seconds since 2001 to milliseconds since 1970, what a QML Date takes.
 double javaScriptTime(double instant) {
-    return (instant + 978307200) * 1000;
+    return (instant + ReferenceTime::epoch) * 1000;
 }
 
 QVariantMap manifestMap(const PluginManifest& manifest) {
