@@ -1,0 +1,403 @@
+// The automation store on a real router, with a provider that joins it as a peer and answers
+// when the test says so: the gate of a run, the library's rules, event watching, shared runs,
+// checkpoints, the utilities, and a run that can no longer be recorded.
+
+#include "OstaVell/Features/Automations/AutomationStore.h"
+#include "VellHost/Plugins/NativePluginSessions.h"
+#include "VellPluginSDK/ModuleProblem.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "WorkflowFixtures.h"
+
+using namespace vell;
+using namespace vell::test;
+
+namespace {
+
+using Operation = PluginBusMessage::Operation;
+const QString automations = "local.ostavell.automations";
+
+// "cafe.osta": offers "send" and publishes on "ring"; answers each execute at once with
+// outputs, or holds it while held is set.
+struct Provider {
+    NativePluginSessions& sessions;
+    QList<PluginBusMessage> heard;
+    bool held = false;
+    PluginValueMap outputs{{"sent", PluginValue::boolean(true)}};
+
+    void join(QList<PluginChannel> channels = {ringChannel()}) {
+        PluginBusMessage registration;
+        registration.operation = Operation::register_;
+        registration.requestID = QUuid::createUuid();
+        registration.registration = PluginRegistration{{sendAction()}, channels};
+        if (sessions.router().participants().contains(plugin))
+            return sessions.router().receive(registration, plugin, sessions.clock());
+        sessions.joinLocal(
+            plugin, "Cafe", "cafe-v1",
+            [this](const PluginBusMessage& message) {
+                heard.append(message);
+                if (message.operation == Operation::execute && !held)
+                    answer(message.requestID);
+            },
+            registration);
+    }
+    QList<PluginBusMessage> executes() const {
+        QList<PluginBusMessage> result;
+        for (const PluginBusMessage& message : heard)
+            if (message.operation == Operation::execute)
+                result.append(message);
+        return result;
+    }
+    void answer(const QUuid& id, PluginRunPhase phase = PluginRunPhase::succeeded) {
+        PluginBusMessage update;
+        update.operation = Operation::update;
+        update.requestID = id;
+        update.address = PluginActionAddress{plugin, "send"};
+        update.update =
+            PluginRunUpdate{phase, std::nullopt, "Sent.",
+                            phase == PluginRunPhase::succeeded ? outputs : PluginValueMap(), std::nullopt};
+        sessions.router().receive(update, plugin, sessions.clock());
+    }
+    void publish(const QUuid& id, const PluginValueMap& values) {
+        PluginBusMessage event;
+        event.operation = Operation::publish;
+        event.requestID = id;
+        event.address = PluginActionAddress{plugin, "ring"};
+        event.values = values;
+        sessions.router().receive(event, plugin, sessions.clock());
+    }
+};
+
+PluginCatalogEntry sendEntry() {
+    return {{plugin, "send"}, sendAction(), std::nullopt};
+}
+
+PluginCatalogEntry ringEntry() {
+    return {{plugin, "ring"}, std::nullopt, ringChannel()};
+}
+
+WorkflowDocument titled(WorkflowDocument flow, const QString& title) {
+    flow.id = QUuid::createUuid();
+    flow.title = title;
+    return flow;
+}
+
+// start -> send
+WorkflowDocument sending(const QString& title = "Send once") {
+    return titled(document({manual(), actionStep("send")}, {edge("start", "send")}), title);
+}
+
+// ring -> send
+WorkflowDocument ringing(const QString& title = "On ring") {
+    return titled(document({eventStart(), actionStep("send")}, {edge("start", "send")}), title);
+}
+
+// start -> check -> send
+WorkflowDocument checked() {
+    return titled(document({manual(), step("check", Kind::review, "Look first"), actionStep("send")},
+                           {edge("start", "check"), edge("check", "send")}),
+                  "Checked");
+}
+
+QByteArray contents(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class AutomationStoreTest final : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_root;
+    std::unique_ptr<NativePluginSessions> m_sessions;
+    std::unique_ptr<Provider> m_provider;
+    std::unique_ptr<AutomationStore> m_store;
+
+    AutomationStore& store() { return *m_store; }
+    Provider& provider() { return *m_provider; }
+    ActionRouter& router() { return m_sessions->router(); }
+    QString directory() const { return m_root.filePath("Automations"); }
+    void allow(const PluginCatalogEntry& entry, const QString& caller = automations) {
+        router().setAllowed(caller, entry, true);
+    }
+    // A run from the tab, to its end.
+    void runToEnd(const WorkflowDocument& flow, bool simulate = false) {
+        store().run(flow, simulate, {}, false, {}, QUuid::createUuid());
+        QTRY_VERIFY(!store().busy());
+    }
+
+private slots:
+    void init() {
+        m_sessions = std::make_unique<NativePluginSessions>(std::nullopt);
+        m_provider = std::make_unique<Provider>(
+            Provider{*m_sessions, {}, false, {{"sent", PluginValue::boolean(true)}}});
+        m_provider->join();
+        m_store = std::make_unique<AutomationStore>(*m_sessions, directory());
+        m_store->start();
+    }
+    void cleanup() {
+        m_store.reset();
+        m_provider.reset();
+        m_sessions.reset();
+        QDir(directory()).removeRecursively();
+    }
+
+    // Each test of the gate in its order, with the run that it leaves alone.
+    void theGateOfARun() {
+        const WorkflowDocument flow = sending();
+        store().save(flow);
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QCOMPARE(
+            store().message(),
+            "Allow Automations to use Send it in Settings \u2192 Modules \u2192 Actions and connections.");
+        QVERIFY(store().history().isEmpty());
+
+        allow(sendEntry());
+        provider().held = true;
+        const QUuid first = QUuid::createUuid();
+        store().run(flow, false, {}, false, {}, first);
+        QCOMPARE(store().message(), "Running Send once");
+        QTRY_COMPARE(provider().executes().size(), 1);
+        // On disk before the action was handed over.
+        QVERIFY(contents(directory() + "/history-v1.json")
+                    .contains("\"node\":\"send\",\"title\":\"Send it\",\"phase\":\"running\""));
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QCOMPARE(store().message(), "A workflow is already running.");
+        QCOMPARE(store().history().size(), 1);
+        provider().answer(provider().executes().first().requestID);
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(store().message(), "Workflow completed");
+        QCOMPARE(store().history().last().phase, "completed");
+        QCOMPARE(store().results().value("send"), provider().outputs);
+
+        store().run(flow, false, {}, false, {}, first);
+        QCOMPARE(store().message(), "This run was already handled. Nothing was repeated.");
+        store().run(document({manual(), manual("b")}), false, {}, false, {}, QUuid::createUuid());
+        QCOMPARE(store().message(), "Use exactly one manual or event start.");
+        store().run(ringing(), false, {}, false, {}, QUuid::createUuid());
+        QCOMPARE(store().message(), "Arm this event workflow, or simulate it with recorded inputs.");
+
+        // The caller's own run in the router counts even while the store is idle.
+        PluginBusMessage invoke;
+        invoke.operation = Operation::invoke;
+        invoke.requestID = QUuid::createUuid();
+        invoke.address = PluginActionAddress{plugin, "send"};
+        invoke.values = PluginValueMap{{"text", PluginValue::string("x")}};
+        router().receive(invoke, automations, m_sessions->clock());
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QCOMPARE(store().message(), "A workflow is already running.");
+        QCOMPARE(store().history().size(), 1);
+        QCOMPARE(provider().executes().size(), 2);
+    }
+
+    // A simulation needs no grant, calls nothing, and is recorded like a run.
+    void simulationTouchesNothing() {
+        runToEnd(sending(), true);
+        QCOMPARE(store().message(), "Simulation completed. No actions ran.");
+        QVERIFY(provider().executes().isEmpty());
+        QCOMPARE(store().history().last().phase, "simulated");
+        // An event start with an empty event passes only if the channel's schema accepts it.
+        runToEnd(ringing(), true);
+        QCOMPARE(store().history().last().phase, "simulated");
+    }
+
+    void libraryRules() {
+        QList<WorkflowDocument> flows;
+        for (int i = 0; i < 32; ++i) {
+            flows.append(sending(QStringLiteral("Flow %1").arg(i)));
+            store().save(flows.last());
+        }
+        const QString limit = "This preview supports up to 32 shared manual workflows.";
+        QCOMPARE(problemOf([&] { store().save(sending("One too many")); }), limit);
+        store().save(flows.first());
+        QCOMPARE(store().documents().last().id, flows.first().id);
+        QCOMPARE(store().message(), "Saved Flow 0");
+        QCOMPARE(problemOf([&] { store().save(titled(sending(), "")); }), "Invalid workflow size or title.");
+        // The peer offers each one under an id that changes with the document.
+        QStringList offered;
+        for (const PluginCatalogEntry& entry : router().exported())
+            if (entry.address.plugin == automations)
+                offered.append(entry.address.name);
+        QCOMPARE(offered.size(), 32);
+        QVERIFY(offered.contains(AutomationStore::actionID(flows.first())));
+        WorkflowDocument changed = flows.first();
+        changed.title = "Changed";
+        QVERIFY(AutomationStore::actionID(changed) != AutomationStore::actionID(flows.first()));
+        QVERIFY(store().catalog().size() == router().exported().size() - 32);
+    }
+
+    void eventWorkflows() {
+        const WorkflowDocument flow = ringing();
+        store().save(flow);
+        const QString choose =
+            "Choose an event start and allow Automations to receive that event in Module settings.";
+        QCOMPARE(problemOf([&] { store().setArmed(flow, true); }), choose);
+        allow(ringEntry());
+        allow(sendEntry());
+        store().setArmed(flow, true);
+        const WorkflowDocument twin = ringing("Twin");
+        store().save(twin);
+        QCOMPARE(problemOf([&] { store().setArmed(twin, true); }),
+                 "This preview watches one workflow per event channel. Disarm the other workflow first.");
+
+        const QUuid event = QUuid::createUuid();
+        provider().publish(event, {{"caller", PluginValue::string("Ada")}});
+        QTRY_COMPARE(store().history().size(), 1);
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(store().history().last().phase, "completed");
+        provider().publish(event, {{"caller", PluginValue::string("Ada")}});
+        QCoreApplication::processEvents();
+        QCOMPARE(store().history().size(), 1); // a replayed event never runs again
+
+        provider().held = true;
+        provider().publish(QUuid::createUuid(), {});
+        QTRY_COMPARE(provider().executes().size(), 2);
+        provider().publish(QUuid::createUuid(), {});
+        QCOMPARE(store().message(), "An event arrived during a run; it was not queued or replayed.");
+        provider().answer(provider().executes().last().requestID);
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(store().history().size(), 2);
+
+        // Saving disarms; a channel that goes away disarms with a sentence.
+        store().save(flow);
+        QVERIFY(store().armed().isEmpty());
+        store().setArmed(flow, true);
+        provider().join({});
+        QTRY_COMPARE(store().message(), "Event watching stopped because a module or permission changed.");
+        QVERIFY(store().armed().isEmpty());
+    }
+
+    // Another peer runs a workflow as an action: it waits for review like any change, sees the
+    // steps as they go, and hears the end once.
+    void sharedRuns() {
+        const QString caller = "cafe.caller";
+        QList<PluginBusMessage> heard;
+        m_sessions->joinLocal(
+            caller, "Caller", "caller-v1", [&](const PluginBusMessage& message) { heard.append(message); },
+            PluginBusMessage{Operation::register_,
+                             QUuid::createUuid(),
+                             std::nullopt,
+                             PluginRegistration{},
+                             {},
+                             {},
+                             {},
+                             {},
+                             {},
+                             {}});
+        const WorkflowDocument flow = sending();
+        store().save(flow);
+        allow(sendEntry());
+        PluginCatalogEntry shared;
+        for (const PluginCatalogEntry& entry : router().exported())
+            if (entry.address.plugin == automations)
+                shared = entry;
+        allow(shared, caller);
+        PluginBusMessage invoke;
+        invoke.operation = Operation::invoke;
+        invoke.requestID = QUuid::createUuid();
+        invoke.address = shared.address;
+        invoke.values = PluginValueMap();
+        router().receive(invoke, caller, m_sessions->clock());
+        QVERIFY(store().history().isEmpty()); // waiting for a person
+        router().approve(invoke.requestID, m_sessions->clock());
+        QTRY_VERIFY(!store().history().isEmpty() && !store().busy());
+        QCOMPARE(store().history().last().id, invoke.requestID);
+        const ActionRun run =
+            *std::find_if(router().runs().cbegin(), router().runs().cend(),
+                          [&](const ActionRun& each) { return each.id == invoke.requestID; });
+        QCOMPARE(run.phase(), PluginRunPhase::succeeded);
+        QCOMPARE(run.update.display->totalSteps, 2);
+        QCOMPARE(run.update.display->completedSteps, 2);
+    }
+
+    void checkpoints() {
+        allow(sendEntry());
+        const WorkflowDocument flow = checked();
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QTRY_COMPARE(store().checkpoint(), "Look first");
+        QCOMPARE(store().activeRun()->statusText(), "Needs review \u00B7 Look first");
+        store().continueCheckpoint();
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(store().history().last().phase, "completed");
+        QCOMPARE(provider().executes().size(), 1);
+
+        // Unanswered, it stops the run; it never goes on by itself.
+        store().timing.checkpointMilliseconds = 50;
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(store().history().last().phase, "cancelled");
+        QCOMPARE(store().message(), "Workflow stopped. Completed actions were not undone.");
+        QCOMPARE(provider().executes().size(), 1);
+    }
+
+    // A history that can no longer be written stops the run before its next effect, and the
+    // action in flight is asked to stop.
+    void anUnrecordableRunStops() {
+        allow(sendEntry());
+        const WorkflowDocument flow = titled(document({manual(), actionStep("send"), actionStep("again")},
+                                                      {edge("start", "send"), edge("send", "again")}),
+                                             "Twice");
+        provider().held = true;
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QTRY_COMPARE(provider().executes().size(), 1);
+        // A folder in the file's place: every atomic replacement of it fails, whoever we are.
+        QVERIFY(QFile::remove(directory() + "/history-v1.json"));
+        QVERIFY(QDir().mkdir(directory() + "/history-v1.json"));
+        provider().answer(provider().executes().first().requestID);
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(provider().executes().size(), 1);
+        QCOMPARE(store().history().last().phase, "cancelled");
+        QCOMPARE(store().message(), "Workflow stopped. Completed actions were not undone.");
+    }
+
+    // A history that can't be read keeps the library, refuses every save and run, and stays.
+    void unreadableHistory() {
+        store().save(sending());
+        m_store.reset();
+        QFile history(directory() + "/history-v1.json");
+        QVERIFY(history.open(QIODevice::WriteOnly));
+        history.write("[{\"id\":");
+        history.close();
+        const QByteArray library = contents(directory() + "/workflows-v1.json");
+        m_store = std::make_unique<AutomationStore>(*m_sessions, directory());
+        const QString recovery = "Workflow storage needs recovery. The original files were kept.";
+        QCOMPARE(store().documents().size(), 1);
+        QVERIFY(store().history().isEmpty());
+        QCOMPARE(store().message(), recovery);
+        QCOMPARE(problemOf([&] { store().save(sending()); }), recovery);
+        store().run(store().documents().first(), true, {}, false, {}, QUuid::createUuid());
+        QCOMPARE(store().message(), recovery);
+        QVERIFY(!store().busy());
+        QCOMPARE(contents(directory() + "/history-v1.json"), "[{\"id\":");
+        QCOMPARE(contents(directory() + "/workflows-v1.json"), library);
+    }
+
+    void noticeUtility() {
+        WorkflowNode notice = step("note", Kind::action, "Tell me");
+        PluginRegisteredAction definition;
+        for (const PluginCatalogEntry& entry : router().exported())
+            if (entry.address.name == u"notice")
+                definition = *entry.action;
+        notice.data.address = PluginActionAddress{"local.ostavell.utilities", "notice"};
+        notice.data.action = definition;
+        notice.data.arguments = {{"message", literal(PluginValue::string("<img src=x> done"))}};
+        const WorkflowDocument flow = titled(document({manual(), notice}, {edge("start", "note")}), "Notify");
+        allow({*notice.data.address, definition, std::nullopt});
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        // A change of the app's state: it waits for a person like any other.
+        QTRY_VERIFY(store().actionReview());
+        router().approve(store().actionReview()->id, m_sessions->clock());
+        QTRY_VERIFY(!store().busy());
+        QCOMPARE(store().notice(), "<img src=x> done");
+        QCOMPARE(store().history().last().phase, "completed");
+    }
+};
+
+QTEST_GUILESS_MAIN(AutomationStoreTest)
+#include "tst_AutomationStore.moc"
