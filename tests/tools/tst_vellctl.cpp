@@ -1,6 +1,8 @@
 #include "VellHost/NativePluginBundle.h"
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -26,7 +28,7 @@ private slots:
             u"[--event-feed ID --event-json TEXT]\n"_s;
         const QString everyUsage = usage + pluginUsage +
                                    u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s +
-                                   u"usage: vellctl workflow validate FILE [--catalog CATALOG]\n"_s;
+                                   workflowUsage;
         const auto validate = [](const QString& file) {
             return QStringList{u"module"_s, u"validate"_s, file};
         };
@@ -52,6 +54,8 @@ private slots:
             << QStringList{u"module"_s, u"check"_s} << 2 << QString() << usage;
         QTest::addRow("missing file argument")
             << QStringList{u"module"_s, u"validate"_s} << 2 << QString() << usage;
+        QTest::addRow("workflow export: no file")
+            << QStringList{u"workflow"_s, u"export"_s} << 2 << QString() << workflowUsage;
         QTest::addRow("extra argument")
             << validate(data + u"/valid.ostavellmodule"_s) + QStringList{u"x"_s} << 2 << QString() << usage;
 
@@ -251,20 +255,11 @@ private slots:
     // A workflow as a run would judge it: valid, refused with the first sentence, and the
     // catalogue's presence tests only when a catalogue is given.
     void workflowValidate() {
-        const QByteArray start = R"({"id":"start","position":{"x":80,"y":180},)"
-                                 R"("data":{"kind":"manual","title":"When I run it","arguments":{}}})";
         const QByteArray send = R"({"id":"send","position":{"x":280,"y":180},"data":{"kind":"action",)"
                                 R"("title":"Send","address":{"plugin":"cafe.osta","name":"send"},)"
                                 R"("action":{"id":"send","title":"Send","input":{"fields":[]},)"
                                 R"("output":{"fields":[]},"effect":"readOnly","cancellable":false,)"
                                 R"("timeoutSeconds":10},"arguments":{}}})";
-        const auto file = [this](const QString& name, const QByteArray& text) {
-            QFile out(m_dir.filePath(name));
-            if (!out.open(QIODevice::WriteOnly) || out.write(text) != text.size())
-                qFatal("cannot write %s", qPrintable(name));
-            return out.fileName();
-        };
-        const QByteArray header = R"({"schemaVersion":1,"id":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB",)";
         const QString alone =
             file(u"alone.json"_s, header + R"("title":"Flow","nodes":[)" + start + "],\"edges\":[]}");
         const QString untitled =
@@ -274,18 +269,53 @@ private slots:
                                      R"(],"edges":[{"id":"e","source":"start","target":"send"}]})");
         const QString empty = file(u"empty-catalog.json"_s, "[]");
         const auto check = [](const QStringList& arguments, const QByteArray& output, int exitCode) {
-            QProcess vellctl;
-            vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
-                          QStringList{u"workflow"_s, u"validate"_s} + arguments);
-            QVERIFY(vellctl.waitForFinished(60000));
-            QCOMPARE(vellctl.readAllStandardOutput(), output);
-            QCOMPARE(vellctl.exitCode(), exitCode);
+            checkWorkflow(QStringList{u"validate"_s} + arguments, output, exitCode);
         };
         check({alone}, "OK\n", 0);
         check({untitled}, "Invalid workflow version, title or size.\n", 1);
         check({sending}, "OK\n", 0);
         check({sending, u"--catalog"_s, empty},
               "Send: its module is missing or the action changed. Choose it again.\n", 1);
+        // A valid workflow a script can't reproduce refuses the export with the same sentence as the app.
+        checkWorkflow({u"export"_s, sending},
+                      "Shell script export currently supports only manual starts and literal Shortcut "
+                      "actions. Conditions, events, AI, reviews and module actions cannot be omitted.\n",
+                      1);
+    }
+
+    // The exported script runs the Shortcut steps in the order of the edges, not of the array, and
+    // quotes each name so that the shell takes it as it is.
+    void workflowExport() {
+        const QJsonObject action =
+            QJsonDocument::fromJson(R"({"kind":"action","title":"Run a shortcut",)"
+                                    R"("address":{"plugin":"local.ostavell.utilities","name":"shortcut"},)"
+                                    R"("action":{"id":"shortcut","title":"Run Shortcut","input":{"fields":)"
+                                    R"([{"name":"name","kind":"string","required":true}]},)"
+                                    R"("output":{"fields":[]},"effect":"readOnly","cancellable":false,)"
+                                    R"("timeoutSeconds":10}})")
+                .object();
+        const auto shortcut = [&action](const QString& id, const QString& name) {
+            QJsonObject data = action;
+            data.insert(u"arguments"_s, QJsonObject{{u"name"_s, QJsonObject{{u"value"_s, name}}}});
+            const QJsonObject node{
+                {u"id"_s, id}, {u"position"_s, QJsonObject{{u"x"_s, 280}, {u"y"_s, 180}}}, {u"data"_s, data}};
+            return QJsonDocument(node).toJson(QJsonDocument::Compact);
+        };
+        const QString shortcuts =
+            file(u"shortcuts.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' +
+                                          shortcut(u"b"_s, u"Back up"_s) + ',' +
+                                          shortcut(u"a"_s, u"It's $HOME \\ \"now\""_s) +
+                                          R"(],"edges":[{"id":"e1","source":"start","target":"a"},)"
+                                          R"({"id":"e2","source":"a","target":"b"}]})");
+        checkWorkflow({u"export"_s, shortcuts},
+                      "#!/bin/sh\n"
+                      "# Exported by OstaVell. Review before running.\n"
+                      "ostavell-shortcuts run 'It'\\''s $HOME \\ \"now\"'\n"
+                      "ostavell-shortcuts run 'Back up'\n",
+                      0);
+        const QString untitled =
+            file(u"export-untitled.json"_s, header + R"("title":"","nodes":[)" + start + "],\"edges\":[]}");
+        checkWorkflow({u"export"_s, untitled}, "Invalid workflow version, title or size.\n", 1);
     }
 
     // The README shows the smallest example plugin whole; it must be the one that builds.
@@ -298,6 +328,28 @@ private slots:
     }
 
 private:
+    const QString workflowUsage = u"usage: vellctl workflow validate FILE [--catalog CATALOG]\n"
+                                  u"usage: vellctl workflow export FILE\n"_s;
+    const QByteArray start = R"({"id":"start","position":{"x":80,"y":180},)"
+                             R"("data":{"kind":"manual","title":"When I run it","arguments":{}}})";
+    const QByteArray header = R"({"schemaVersion":1,"id":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB",)";
+
+    QString file(const QString& name, const QByteArray& text) {
+        QFile out(m_dir.filePath(name));
+        if (!out.open(QIODevice::WriteOnly) || out.write(text) != text.size())
+            qFatal("cannot write %s", qPrintable(name));
+        return out.fileName();
+    }
+
+    static void checkWorkflow(const QStringList& arguments, const QByteArray& output, int exitCode) {
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+                      QStringList{u"workflow"_s} + arguments);
+        QVERIFY(vellctl.waitForFinished(60000));
+        QCOMPARE(vellctl.readAllStandardOutput(), output);
+        QCOMPARE(vellctl.exitCode(), exitCode);
+    }
+
     const QString pluginUsage = u"usage: vellctl plugin manifest FILE\n"
                                 u"usage: vellctl plugin lines [--chunk N] [FILE]\n"
                                 u"usage: vellctl plugin snapshot FILE\n"

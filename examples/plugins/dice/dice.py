@@ -6,6 +6,12 @@ one JSON object per line on standard input and output, and belongs to no languag
 
 "roll" only reads (a fresh throw, the die on screen stays as it is), so a plugin allowed to use
 it runs it at once; "clear" changes what the die shows, so OstaVell asks a person each time.
+
+Dice keeps a log of what it did for others: every action it runs for another plugin adds one
+line, the request's id and the action's name, to rolls.log in its private data folder
+($XDG_DATA_HOME/OstaVellPlugins/app.ostavell.example.dice/, ~/.local/share when XDG_DATA_HOME is
+unset). The line reaches the disk before the action runs and before the answer leaves, so after
+any crash the log holds every action a caller was told about; the file is only ever appended to.
 """
 import json
 import os
@@ -13,6 +19,8 @@ import random
 import select
 import sys
 import uuid
+
+PLUGIN_ID = "app.ostavell.example.dice"
 
 hello = None
 sequence = 0
@@ -50,10 +58,50 @@ def offer():
         "channels": []}})
 
 
+def data_folder():
+    """The plugin's private folder, made readable by its owner alone when it is first created."""
+    base = os.environ.get("XDG_DATA_HOME") or os.path.join(os.path.expanduser("~"), ".local", "share")
+    folder = os.path.join(base, "OstaVellPlugins", PLUGIN_ID)
+    os.makedirs(folder, mode=0o700, exist_ok=True)
+    return folder
+
+
+def record(request_id, name):
+    """Appends one line to the log and waits until it is on disk, the new file's name included."""
+    folder = data_folder()
+    path = os.path.join(folder, "rolls.log")
+    created = not os.path.exists(path)
+    line = ("%s %s\n" % (request_id, name)).encode()
+    log = os.open(path, os.O_WRONLY | os.O_APPEND | os.O_CREAT, 0o600)
+    try:
+        written = os.write(log, line)
+        if written != len(line):
+            raise OSError("short write to %s" % path)
+        os.fsync(log)
+    finally:
+        os.close(log)
+    if created:
+        directory = os.open(folder, os.O_RDONLY)
+        try:
+            os.fsync(directory)
+        finally:
+            os.close(directory)
+
+
 def execute(bus):
-    """Runs one action the router hands over, and answers once with its outcome."""
+    """Runs one action the router hands over, and answers once with its outcome.
+
+    Nothing runs that the log does not hold first: when the line can't be written, the action
+    fails without running."""
     global face
     name = bus.get("address", {}).get("name")
+    try:
+        record(bus["requestID"], name)
+    except OSError:
+        send("bus", bus={"operation": "update", "requestID": bus["requestID"], "address": bus["address"],
+                         "update": {"phase": "failed", "message": "Dice could not write its log.",
+                                    "values": {}}})
+        return
     values = {}
     if name == "roll":
         values["face"] = random.randint(1, 6)

@@ -72,8 +72,27 @@ CommandStatus validate(const QStringList& arguments) {
     return CommandStatus::ok;
 }
 
+// `workflow export FILE`: the document as a shell script of its Shortcut steps, printed as it is
+// so that it can be redirected into a file.
+CommandStatus exportScript(const QStringList& arguments) {
+    if (arguments.size() != 1)
+        return CommandStatus::usage;
+    const std::optional<QByteArray> document = read(arguments.first());
+    if (!document)
+        return CommandStatus::failed;
+    QString script;
+    try {
+        script = WorkflowDocument::fromJson(JsonReader::parse(*document)).shellScript();
+    } catch (const ModuleProblem& failure) {
+        return refused(failure.message());
+    }
+    QTextStream(stdout) << script;
+    return CommandStatus::ok;
+}
+
 const std::array subcommands{
     Subcommand{"validate", "FILE [--catalog CATALOG]", &validate},
+    Subcommand{"export", "FILE", &exportScript},
 };
 
 } // namespace
