@@ -1,5 +1,6 @@
 #include "OstaVell/AppDelegate.h"
 
+#include "OstaVell/Features/Automations/AutomationStore.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
@@ -56,7 +57,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     NativePluginStore::instance()->setFrameSink(
         [frames](QHash<QString, QByteArray> latest) { frames->setFrames(std::move(latest)); });
 
-    // Launch order: plugins (and with them the action router), then automations and the bus
+    // Launch order: plugins (and with them the action router), then automations, then the bus
     // services once they exist, then the panels, then media, calendar, power and HUD services,
     // then the drag watch. Services reach the shell only through these callbacks.
     NativePluginStore* plugins = NativePluginStore::instance();
@@ -70,6 +71,15 @@ void AppDelegate::applicationDidFinishLaunching() {
             shelf->presentReview();
     };
     plugins->start();
+
+    auto* automations = new AutomationStore(plugins->sessions(), std::nullopt, this);
+    AutomationStore::setInstance(automations);
+    // A run someone else started is shown where the pointer is, unless the notch is switched off.
+    automations->presentRun = [shelf] {
+        if (shelf && shelf->isEnabled())
+            shelf->openAtPointer(QStringLiteral("Automations"), true);
+    };
+    automations->start();
 
     m_shelf->setEngine(m_engine);
     m_shelf->showSettings = [this] { showSettings(); };
@@ -85,14 +95,17 @@ void AppDelegate::offerViews() {
     shell->offerSettingsPane(QStringLiteral("Modules"), ModuleStore::settingsPaneView());
     shell->offerSettingsPane(QStringLiteral("Plugins"), NativePluginStore::settingsPaneView());
     shell->offerTab(NotchTab::home, {}, NativePluginStore::dashboardView());
+    shell->offerTab(NotchTab::tools, {}, AutomationStore::tabView());
 }
 
 void AppDelegate::applicationWillTerminate() {
     if (!m_launched || m_terminated)
         return;
     m_terminated = true;
-    // Shutdown order, waiting for nothing: the automation run once it exists, plugins, module
-    // runners, unsaved notes, the panels.
+    // Shutdown order, waiting for nothing: the automation run, plugins, module runners, unsaved
+    // notes, the panels.
+    qCInfo(lcApp) << "shutdown: cancelling the workflow run";
+    AutomationStore::instance()->cancel();
     qCInfo(lcApp) << "shutdown: stopping plugins";
     NativePluginStore::instance()->stop();
     NativePluginStore::instance()->setFrameSink({});

@@ -6,6 +6,8 @@ one JSON object per line on standard input and output, and belongs to no languag
 
 "roll" only reads (a fresh throw, the die on screen stays as it is), so a plugin allowed to use
 it runs it at once; "clear" changes what the die shows, so OstaVell asks a person each time.
+Each roll from its own button is announced on the event channel "rolled", for workflows and
+other plugins that watch it.
 
 Dice keeps a log of what it did for others: every action it runs for another plugin adds one
 line, the request's id and the action's name, to rolls.log in its private data folder
@@ -55,7 +57,14 @@ def offer():
              "effect": "readOnly", "cancellable": False, "timeoutSeconds": 10},
             {"id": "clear", "title": "Clear the die", "input": {"fields": []}, "output": {"fields": []},
              "effect": "localChange", "cancellable": False, "timeoutSeconds": 10}],
-        "channels": []}})
+        "channels": [
+            {"id": "rolled", "title": "The die was rolled", "kind": "event", "schema": face_schema}]}})
+
+
+def announce():
+    """Tells whoever watches the "rolled" channel (a workflow, another plugin) what came up."""
+    send("bus", bus={"operation": "publish", "requestID": str(uuid.uuid4()).upper(),
+                     "address": {"plugin": hello["pluginID"], "name": "rolled"}, "values": {"face": face}})
 
 
 def data_folder():
@@ -124,6 +133,7 @@ def handle(message):
     elif message.get("type") == "action" and message.get("action") == "roll":
         face = random.randint(1, 6)
         show()
+        announce()
     elif message.get("type") == "bus" and message["bus"].get("operation") == "execute":
         execute(message["bus"])
 

@@ -1,0 +1,238 @@
+// Workflows with the real Dice plugin, the real router and its files, and the Automations tab in
+// a real window: a reviewed action approved from the tab, a checkpoint continued from it, and an
+// event workflow that runs once per roll and never for a replayed event. Dice writes a line for
+// every action it runs, so what ran is counted by the provider itself.
+
+#include "OstaVell/Features/Automations/AutomationStore.h"
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickStyle>
+#include <QTest>
+
+#include "../../QuickTestSupport.h"
+
+using namespace vell;
+using namespace vell::test;
+
+namespace {
+
+const QString dice = QStringLiteral("app.ostavell.example.dice");
+const QString automations = QStringLiteral("local.ostavell.automations");
+
+QStringList diceLog() {
+    QFile file(QDir::homePath() + QStringLiteral("/.local/share/OstaVellPlugins/") + dice +
+               QStringLiteral("/rolls.log"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+qsizetype logged(const QString& action) {
+    const QStringList lines = diceLog();
+    return std::count_if(lines.cbegin(), lines.cend(),
+                         [&](const QString& line) { return line.endsWith(u' ' + action); });
+}
+
+PluginCatalogEntry diceEntry(const QString& name) {
+    for (const PluginCatalogEntry& entry : NativePluginStore::instance()->router().exported())
+        if (entry.address == PluginActionAddress{dice, name})
+            return entry;
+    return {};
+}
+
+WorkflowNode node(const QString& id, WorkflowNode::Configuration::Kind kind, const QString& title) {
+    WorkflowNode node;
+    node.id = id;
+    node.data.kind = kind;
+    node.data.title = title;
+    return node;
+}
+
+WorkflowNode diceStep(const QString& id, const QString& name, const QString& title) {
+    const PluginCatalogEntry entry = diceEntry(name);
+    WorkflowNode step = node(id,
+                             entry.channel ? WorkflowNode::Configuration::Kind::event
+                                           : WorkflowNode::Configuration::Kind::action,
+                             title);
+    step.data.address = entry.address;
+    step.data.action = entry.action;
+    step.data.channel = entry.channel;
+    return step;
+}
+
+WorkflowDocument chain(const QString& title, const QList<WorkflowNode>& nodes) {
+    WorkflowDocument flow{1, QUuid::createUuid(), title, nodes, {}};
+    for (qsizetype i = 1; i < nodes.size(); ++i)
+        flow.edges.append(WorkflowEdge::connecting(nodes[i - 1].id, nodes[i].id, QStringLiteral("next")));
+    return flow;
+}
+
+} // namespace
+
+class AutomationsEndToEnd final : public QObject {
+    Q_OBJECT
+
+    QQmlEngine m_engine;
+    std::unique_ptr<AutomationStore> m_store;
+    std::unique_ptr<QQuickWindow> m_window;
+
+private slots:
+    void initTestCase() {
+        QQuickStyle::setStyle(QStringLiteral("Material"));
+        m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+        NativePluginStore* plugins = NativePluginStore::instance();
+        plugins->start();
+        QCOMPARE(plugins->review(QUrl::fromLocalFile(qEnvironmentVariable("VELL_BUILD_DIR") +
+                                                     QStringLiteral("/examples/plugins/Dice.app"))),
+                 QString());
+        QCOMPARE(plugins->installReviewed(), QString());
+        QTRY_VERIFY_WITH_TIMEOUT(diceEntry(QStringLiteral("rolled")).channel, 30000);
+        m_store = std::make_unique<AutomationStore>(plugins->sessions());
+        AutomationStore::setInstance(m_store.get());
+        m_store->start();
+
+        QQmlComponent component(&m_engine);
+        component.setData("import QtQuick\nimport OstaVell.Automations\n"
+                          "Window { visible: true; width: 760; height: 440; color: '#18181c'\n"
+                          "  AutomationsView { objectName: 'tab'; anchors.fill: parent\n"
+                          "    controller: QtObject { property color accentColor: '#C7EB87' } } }",
+                          QUrl());
+        m_window.reset(qobject_cast<QQuickWindow*>(component.create()));
+        QVERIFY2(m_window, qPrintable(component.errorString()));
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get(), 20000));
+    }
+    void cleanupTestCase() {
+        m_window.reset();
+        m_store.reset();
+        NativePluginStore::instance()->stop();
+    }
+
+    // Run from the tab; the reviewed action waits for "Allow Once"; the checkpoint for
+    // "Continue"; the router's history keeps who ran what, without arguments or results.
+    void reviewedActionAndCheckpointFromTheTab() {
+        NativePluginStore* plugins = NativePluginStore::instance();
+        QCOMPARE(plugins->setAllowed(automations, dice, QStringLiteral("clear"), false, true), QString());
+        const WorkflowDocument flow = chain(
+            QStringLiteral("Tidy the table"),
+            {node(QStringLiteral("start"), WorkflowNode::Configuration::Kind::manual,
+                  QStringLiteral("When I run it")),
+             diceStep(QStringLiteral("clear"), QStringLiteral("clear"), QStringLiteral("Clear the die")),
+             node(QStringLiteral("look"), WorkflowNode::Configuration::Kind::review,
+                  QStringLiteral("Is the table tidy?"))});
+        m_store->save(flow);
+        QQuickItem* tab = m_window->contentItem();
+        QQuickItem* entry = nullptr;
+        QTRY_VERIFY(entry = findItem(tab, QStringLiteral("workflow:Tidy the table")));
+        QVERIFY(drawn(m_window.get()));
+        QVERIFY(click(m_window.get(), findItem(entry, QStringLiteral("run"))));
+
+        QTRY_VERIFY_WITH_TIMEOUT(m_store->actionReview(), 20000);
+        QQuickItem* approve = nullptr;
+        QTRY_VERIFY(approve = shown(tab, QStringLiteral("approve")));
+        QCOMPARE(logged(QStringLiteral("clear")), 0);
+        screenshot(m_window.get(), QStringLiteral("automations-review"));
+        QVERIFY(click(m_window.get(), approve));
+
+        QQuickItem* proceed = nullptr;
+        QTRY_VERIFY_WITH_TIMEOUT(proceed = shown(tab, QStringLiteral("continue")), 20000);
+        QCOMPARE(logged(QStringLiteral("clear")), 1);
+        screenshot(m_window.get(), QStringLiteral("automations-checkpoint"));
+        QVERIFY(click(m_window.get(), proceed));
+        QTRY_COMPARE(m_store->message(), QStringLiteral("Workflow completed"));
+        QCOMPARE(m_store->history().last().phase, QStringLiteral("completed"));
+        screenshot(m_window.get(), QStringLiteral("automations-completed"));
+
+        QFile history(NativePluginStore::defaultRouterDirectory() +
+                      QStringLiteral("/action-history-v1.json"));
+        QVERIFY(history.open(QIODevice::ReadOnly));
+        const QJsonArray summaries = QJsonDocument::fromJson(history.readAll()).array();
+        const QJsonObject last = summaries.last().toObject();
+        QCOMPARE(last.value(QStringLiteral("caller")).toString(), automations);
+        QCOMPARE(last.value(QStringLiteral("address")).toObject().value(QStringLiteral("name")).toString(),
+                 QStringLiteral("clear"));
+        for (const char* key : {"arguments", "values", "outputs"})
+            QVERIFY2(!last.contains(QLatin1String(key)), key);
+        QCOMPARE(logged(QStringLiteral("clear")), 1);
+    }
+
+    // Each roll of the die runs the armed workflow once; the same event sent again does not.
+    void eventWorkflowRunsOncePerEvent() {
+        NativePluginStore* plugins = NativePluginStore::instance();
+        ActionRouter& router = plugins->router();
+        QCOMPARE(plugins->setAllowed(automations, dice, QStringLiteral("rolled"), true, true), QString());
+        QCOMPARE(plugins->setAllowed(automations, dice, QStringLiteral("roll"), false, true), QString());
+        const WorkflowDocument flow = chain(
+            QStringLiteral("Roll again"),
+            {diceStep(QStringLiteral("start"), QStringLiteral("rolled"),
+                      QStringLiteral("When the die is rolled")),
+             diceStep(QStringLiteral("again"), QStringLiteral("roll"), QStringLiteral("Roll once more"))});
+        m_store->save(flow);
+        m_store->setArmed(flow, true);
+
+        // A second watcher of the channel hears what the workflow hears, with its request id.
+        QList<PluginBusMessage> heard;
+        const QString watcher = QStringLiteral("cafe.watcher");
+        plugins->sessions().joinLocal(
+            watcher, QStringLiteral("Watcher"), QStringLiteral("watcher-v1"),
+            [&](const PluginBusMessage& message) {
+                if (message.operation == PluginBusMessage::Operation::event)
+                    heard.append(message);
+            },
+            PluginBusMessage{PluginBusMessage::Operation::register_,
+                             QUuid::createUuid(),
+                             std::nullopt,
+                             PluginRegistration{},
+                             {},
+                             {},
+                             {},
+                             {},
+                             {},
+                             {}});
+        QCOMPARE(plugins->setAllowed(watcher, dice, QStringLiteral("rolled"), true, true), QString());
+        router.receive({PluginBusMessage::Operation::subscribe,
+                        QUuid::createUuid(),
+                        PluginActionAddress{dice, QStringLiteral("rolled")},
+                        {},
+                        {},
+                        {},
+                        {},
+                        {},
+                        {},
+                        {}},
+                       watcher, NativePluginSessions::currentTime());
+
+        const qsizetype runs = m_store->history().size();
+        plugins->press(dice, QStringLiteral("roll"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            heard.size() == 1 && m_store->history().size() == runs + 1 && !m_store->busy(), 20000);
+        QCOMPARE(m_store->history().last().phase, QStringLiteral("completed"));
+        QCOMPARE(logged(QStringLiteral("roll")), 1);
+
+        // The same event again, as a faulty or hostile provider might send it.
+        PluginBusMessage replay = heard.first();
+        replay.operation = PluginBusMessage::Operation::publish;
+        router.receive(replay, dice, NativePluginSessions::currentTime());
+        QTRY_COMPARE(heard.size(), 2);
+        QCoreApplication::processEvents();
+        QCOMPARE(m_store->history().size(), runs + 1);
+
+        plugins->press(dice, QStringLiteral("roll"));
+        QTRY_VERIFY_WITH_TIMEOUT(m_store->history().size() == runs + 2 && !m_store->busy(), 20000);
+        QCOMPARE(logged(QStringLiteral("roll")), 2);
+    }
+};
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    AutomationsEndToEnd test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_AutomationsEndToEnd.moc"

@@ -1,0 +1,55 @@
+#pragma once
+
+// What the view tests share: finding an item by name, pressing it as a person would, and
+// keeping a picture of a window in <build>/screenshots.
+
+#include <QDir>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace vell::test {
+
+inline QQuickItem* findItem(QQuickItem* root, const QString& name) {
+    if (!root)
+        return nullptr;
+    if (root->objectName() == name)
+        return root;
+    const QList<QQuickItem*> children = root->childItems();
+    for (QQuickItem* child : children)
+        if (QQuickItem* found = findItem(child, name))
+            return found;
+    return nullptr;
+}
+
+// The item of that name while it is on screen; a closed popup's items leave the scene.
+inline QQuickItem* shown(QQuickItem* root, const QString& name) {
+    QQuickItem* item = findItem(root, name);
+    return item && item->isVisible() ? item : nullptr;
+}
+
+// A click in the middle of the item, when it is on screen.
+inline bool click(QQuickWindow* window, QQuickItem* item) {
+    if (!item || !item->isVisible())
+        return false;
+    const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+    QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
+    return true;
+}
+
+// One more frame reached the screen.
+inline bool drawn(QQuickWindow* window) {
+    QSignalSpy frames(window, &QQuickWindow::frameSwapped);
+    window->update();
+    return frames.wait(20000);
+}
+
+inline void screenshot(QQuickWindow* window, const QString& name) {
+    QVERIFY(drawn(window));
+    const QString folder = qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/screenshots");
+    QVERIFY(QDir().mkpath(folder));
+    QVERIFY(window->grabWindow().save(folder + QLatin1Char('/') + name + QStringLiteral(".png")));
+}
+
+} // namespace vell::test
