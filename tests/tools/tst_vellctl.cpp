@@ -1,11 +1,13 @@
 #include "VellHost/NativePluginBundle.h"
 
 #include <QDir>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUuid>
 
 using namespace Qt::StringLiterals;
 using vell::NativePluginBundle;
@@ -318,6 +320,56 @@ private slots:
         checkWorkflow({u"export"_s, untitled}, "Invalid workflow version, title or size.\n", 1);
     }
 
+    // A simulation walks the workflow as a run would, evaluating conditions, passing reviews and
+    // standing sample outputs in for actions, and prints the timeline it ends with.
+    void workflowSimulate() {
+        // An action step "Step ID" whose action declares these output fields.
+        const auto action = [](const QByteArray& id, const QByteArray& output) {
+            return QByteArray(R"({"id":"ID","position":{"x":280,"y":180},"data":{"kind":"action",)"
+                              R"("title":"Step ID","address":{"plugin":"cafe.osta","name":"send"},)"
+                              R"("action":{"id":"send","title":"Send","input":{"fields":[]},)"
+                              R"("output":{"fields":[OUTPUT]},"effect":"readOnly","cancellable":false,)"
+                              R"("timeoutSeconds":10},"arguments":{}}})")
+                .replace("ID", id)
+                .replace("OUTPUT", output);
+        };
+        const QByteArray condition = R"({"id":"if","position":{"x":0,"y":0},"data":{"kind":"condition",)"
+                                     R"("title":"If","arguments":{},"test":{"value":"go"},)"
+                                     R"("comparison":"equals","expected":"stop"}})";
+        const QByteArray review = R"({"id":"check","position":{"x":0,"y":0},)"
+                                  R"("data":{"kind":"review","title":"Check","arguments":{}}})";
+        // The condition is false, so the run takes its "no" output to the review and never
+        // reaches the action on "yes".
+        const QString branching = file(
+            u"branching.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' + action("send", {}) +
+                                     ',' + condition + ',' + review + ',' + action("other", {}) +
+                                     R"(],"edges":[{"id":"e1","source":"start","target":"send"},)"
+                                     R"({"id":"e2","source":"send","target":"if"},)"
+                                     R"({"id":"e3","source":"if","target":"check","sourceHandle":"no"},)"
+                                     R"({"id":"e4","source":"if","target":"other","sourceHandle":"yes"}]})");
+        const QString untitled =
+            file(u"simulate-untitled.json"_s, header + R"("title":"","nodes":[)" + start + "],\"edges\":[]}");
+        const QString asking =
+            file(u"asking.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' +
+                                       action("ask", R"({"name":"reply","kind":"string","required":true})") +
+                                       R"(],"edges":[{"id":"e","source":"start","target":"ask"}]})");
+        const QString empty = file(u"simulate-empty-catalog.json"_s, "[]");
+        const QString noEdges =
+            file(u"no-edges.json"_s, header + R"("title":"Flow","nodes":[)" + start + "]}");
+
+        simulate({branching}, 0, u"simulated"_s, {},
+                 {u"start simulated"_s, u"send simulated"_s, u"if simulated"_s,
+                  u"check simulated Review simulated"_s});
+        simulate({untitled}, 1, u"failed"_s, u"Invalid workflow version, title or size."_s, {});
+        // With a catalogue, its presence tests apply as they do before a real run.
+        simulate({branching, u"--catalog"_s, empty}, 1, u"failed"_s,
+                 u"Step send: its module is missing or the action changed. Choose it again."_s, {});
+        const QString needsSample = u"Simulation needs sample outputs for Step ask; no action was run."_s;
+        simulate({asking}, 1, u"failed"_s, needsSample,
+                 {u"start simulated"_s, u"ask failed "_s + needsSample});
+        checkWorkflow({u"simulate"_s, noEdges}, "\"edges\" is missing\n", 1);
+    }
+
     // The README shows the smallest example plugin whole; it must be the one that builds.
     void readmeShowsTheClockExample() {
         const QString source = qEnvironmentVariable("VELL_SOURCE_DIR");
@@ -329,6 +381,7 @@ private slots:
 
 private:
     const QString workflowUsage = u"usage: vellctl workflow validate FILE [--catalog CATALOG]\n"
+                                  u"usage: vellctl workflow simulate FILE [--catalog CATALOG]\n"
                                   u"usage: vellctl workflow export FILE\n"_s;
     const QByteArray start = R"({"id":"start","position":{"x":80,"y":180},)"
                              R"("data":{"kind":"manual","title":"When I run it","arguments":{}}})";
@@ -339,6 +392,36 @@ private:
         if (!out.open(QIODevice::WriteOnly) || out.write(text) != text.size())
             qFatal("cannot write %s", qPrintable(name));
         return out.fileName();
+    }
+
+    // Runs a simulation and checks its timeline: the phase and detail of the run, and each step
+    // as "node phase detail". Ids and dates are fresh in every run, so only their presence counts.
+    static void simulate(const QStringList& arguments, int exitCode, const QString& phase,
+                         const QString& detail, const QStringList& steps) {
+        QProcess vellctl;
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
+                      QStringList{u"workflow"_s, u"simulate"_s} + arguments);
+        QVERIFY(vellctl.waitForFinished(60000));
+        QCOMPARE(vellctl.exitCode(), exitCode);
+        const QByteArray output = vellctl.readAllStandardOutput();
+        QVERIFY2(output.endsWith('\n') && output.count('\n') == 1, output.constData());
+        const QJsonObject timeline = QJsonDocument::fromJson(output).object();
+        QVERIFY(!QUuid::fromString(timeline.value(u"id"_s).toString()).isNull());
+        QCOMPARE(timeline.value(u"workflowID"_s).toString(), u"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB"_s);
+        QCOMPARE(timeline.value(u"phase"_s).toString(), phase);
+        QCOMPARE(timeline.value(u"detail"_s).toString(), detail);
+        QVERIFY(timeline.value(u"date"_s).toDouble() > 0);
+        QVERIFY(timeline.value(u"endedAt"_s).toDouble() >= timeline.value(u"date"_s).toDouble());
+        QStringList seen;
+        for (const QJsonValue& value : timeline.value(u"steps"_s).toArray()) {
+            const QJsonObject step = value.toObject();
+            QVERIFY(step.contains(u"startedAt"_s) && step.contains(u"endedAt"_s));
+            QStringList words{step.value(u"node"_s).toString(), step.value(u"phase"_s).toString()};
+            if (step.contains(u"detail"_s))
+                words.append(step.value(u"detail"_s).toString());
+            seen.append(words.join(u' '));
+        }
+        QCOMPARE(seen, steps);
     }
 
     static void checkWorkflow(const QStringList& arguments, const QByteArray& output, int exitCode) {

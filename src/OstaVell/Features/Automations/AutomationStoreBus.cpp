@@ -285,6 +285,9 @@ void AutomationStore::shortcutEnded(const QUuid& id) {
         return;
     ShortcutRun run = std::move(found->second);
     m_shortcuts.erase(found);
+    // The watch ends here, not at its deletion: the child's descriptor closes with the child
+    // below, and its number may be reused before the deletion comes.
+    run.exit->setEnabled(false);
     run.exit->deleteLater();
     run.watchdog->deleteLater();
     const int status = run.child->wait();

@@ -8,9 +8,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cerrno>
+#include <csignal>
 
 #include "WorkflowFixtures.h"
 
@@ -107,6 +111,15 @@ WorkflowDocument checked() {
 QByteArray contents(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Alive and not merely waiting to be reaped.
+bool running(pid_t pid) {
+    if (::kill(pid, 0) != 0)
+        return false;
+    const QByteArray stat = contents(QStringLiteral("/proc/%1/stat").arg(pid));
+    const qsizetype name = stat.lastIndexOf(')');
+    return name < 0 || stat.mid(name + 2, 1) != "Z";
 }
 
 } // namespace
@@ -396,6 +409,88 @@ private slots:
         QTRY_VERIFY(!store().busy());
         QCOMPARE(store().notice(), "<img src=x> done");
         QCOMPARE(store().history().last().phase, "completed");
+    }
+
+    // The Shortcut action runs the real ostavell-shortcuts on a private shortcuts folder: a
+    // change outside the app, so it waits for a person, and only an exit status of 0 completes.
+    // One that ignores the request to stop is killed, with what it started, once its time is up.
+    void shortcutUtility_data() {
+        QTest::addColumn<QByteArray>("script");
+        QTest::addColumn<bool>("timesOut");
+        QTest::addColumn<QString>("phase");
+        QTest::addColumn<QString>("detail");
+        const QString stopped = "Shortcut stopped or failed; previous effects may remain.";
+        const QString completed = "completed";
+        const QString failed = "failed";
+        QTest::addRow("exits 0") << QByteArray("exit 0") << false << completed << QString();
+        QTest::addRow("exits 3") << QByteArray("exit 3") << false << failed << stopped;
+        QTest::addRow("no such shortcut") << QByteArray() << false << failed << stopped;
+        QTest::addRow("ignores SIGTERM")
+            << QByteArray("trap '' TERM\nsleep 30 &\necho $! >> \"$0.pids\"\nwait") << true << failed
+            << stopped;
+        QTest::addRow("cannot start")
+            << QByteArray("exit 0") << false << failed << QString("The Shortcut could not start.");
+    }
+    void shortcutUtility() {
+        QFETCH(QByteArray, script);
+        QFETCH(bool, timesOut);
+        QFETCH(QString, phase);
+        QFETCH(QString, detail);
+        // The watch on the shortcut's end must go before its process descriptor does.
+        QTest::failOnWarning(QRegularExpression("QSocketNotifier"));
+        // The store hands its own environment to the command, which finds the folder through it.
+        const QString data = m_root.filePath("data");
+        qputenv("XDG_DATA_HOME", QFile::encodeName(data));
+        const QString folder = data + "/OstaVell/Shortcuts";
+        QVERIFY(QDir().mkpath(folder));
+        const QString path = folder + "/Tidy up";
+        QFile::remove(path);
+        QFile::remove(path + ".pids");
+        if (!script.isEmpty()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("#!/bin/sh\necho $$ > \"$0.pids\"\n" + script + '\n');
+            file.close();
+            QVERIFY(file.setPermissions(file.permissions() | QFileDevice::ExeOwner));
+        }
+        store().shortcutsProgram = qEnvironmentVariable("VELL_BUILD_DIR") + "/bin/ostavell-shortcuts";
+        // Without the command, nothing of the shortcut runs.
+        const bool commandMissing = detail == u"The Shortcut could not start.";
+        if (commandMissing)
+            store().shortcutsProgram = m_root.filePath("absent/ostavell-shortcuts");
+        if (timesOut) {
+            store().timing.shortcutMilliseconds = 200;
+            store().timing.killGraceMilliseconds = 200;
+        }
+
+        WorkflowNode shortcut = step("tidy", Kind::action, "Tidy");
+        PluginRegisteredAction definition;
+        for (const PluginCatalogEntry& entry : router().exported())
+            if (entry.address.plugin == u"local.ostavell.utilities" && entry.address.name == u"shortcut")
+                definition = *entry.action;
+        shortcut.data.address = PluginActionAddress{"local.ostavell.utilities", "shortcut"};
+        shortcut.data.action = definition;
+        shortcut.data.arguments = {{"name", literal(PluginValue::string("Tidy up"))}};
+        const WorkflowDocument flow = titled(document({manual(), shortcut}, {edge("start", "tidy")}), "Tidy");
+        allow({*shortcut.data.address, definition, std::nullopt});
+        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        QTRY_VERIFY(store().actionReview());
+        router().approve(store().actionReview()->id, m_sessions->clock());
+        QTRY_VERIFY_WITH_TIMEOUT(!store().busy(), 20000);
+        QCOMPARE(store().history().last().phase, phase);
+        QCOMPARE(store().history().last().detail.value_or(QString()), detail);
+
+        // Whatever the shortcut started is gone with it: the shortcut itself reaped, a process
+        // it left behind at most a zombie of whoever adopted it.
+        const QList<QByteArray> pids = contents(path + ".pids").split('\n');
+        QCOMPARE(pids.size() > 1, !script.isEmpty() && !commandMissing);
+        if (pids.size() > 1) {
+            QCOMPARE(::kill(pids.first().toInt(), 0), -1);
+            QCOMPARE(errno, ESRCH);
+        }
+        for (const QByteArray& pid : pids.mid(1))
+            if (!pid.isEmpty())
+                QTRY_VERIFY(!running(pid.toInt()));
     }
 };
 
