@@ -323,7 +323,8 @@ private slots:
             QTRY_COMPARE_WITH_TIMEOUT(store->sessions().status().value(counterID), QStringLiteral("Running"),
                                       launchTimeout);
             QTRY_VERIFY_WITH_TIMEOUT(store->sessions().snapshots().contains(counterID), launchTimeout);
-            QTRY_VERIFY_WITH_TIMEOUT(store->router().exported().size() == 2, launchTimeout);
+            QTRY_VERIFY_WITH_TIMEOUT(store->router().exported().size() == 3,
+                                     launchTimeout); // roll, clear and rolled
         };
         running();
 
