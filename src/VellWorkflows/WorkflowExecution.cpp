@@ -107,12 +107,10 @@ void WorkflowExecution::checkCancelled() const {
 }
 
 void WorkflowExecution::proceed() {
-    const QList<WorkflowNode>& nodes = m_request.document.nodes;
     try {
         for (;;) {
-            const auto found = std::find_if(nodes.cbegin(), nodes.cend(),
-                                            [&](const WorkflowNode& node) { return node.id == m_current; });
-            if (found == nodes.cend())
+            const WorkflowNode* found = node(m_current);
+            if (!found)
                 return finish();
             const WorkflowNode& node = *found;
             checkCancelled();
@@ -181,6 +179,13 @@ PluginValueMap WorkflowExecution::sampleOutputs(const WorkflowNode& node) const 
     return outputs;
 }
 
+const WorkflowNode* WorkflowExecution::node(const QString& id) const {
+    for (const WorkflowNode& candidate : m_request.document.nodes)
+        if (candidate.id == id)
+            return &candidate;
+    return nullptr;
+}
+
 bool WorkflowExecution::takeWait(quint64 wait) {
     if (m_ended || wait == 0 || wait != m_wait)
         return false;
@@ -190,52 +195,45 @@ bool WorkflowExecution::takeWait(quint64 wait) {
 
 void WorkflowExecution::executeAction(const WorkflowNode& node, const PluginValueMap& values) {
     const quint64 wait = m_wait = ++m_waits;
-    std::weak_ptr<WorkflowExecution> weak = weak_from_this();
-    const QString nodeID = node.id;
     m_request.execute(
-        node, values, [weak, wait, nodeID](std::variant<PluginValueMap, std::exception_ptr> outcome) {
+        node, values,
+        [weak = weak_from_this(), wait](std::variant<PluginValueMap, std::exception_ptr> outcome) {
             const std::shared_ptr<WorkflowExecution> self = weak.lock();
             if (!self || !self->takeWait(wait))
                 return;
-            if (const auto* error = std::get_if<std::exception_ptr>(&outcome))
-                return self->fail(*error);
-            try {
-                const auto node = std::find_if(
-                    self->m_request.document.nodes.cbegin(), self->m_request.document.nodes.cend(),
-                    [&](const WorkflowNode& candidate) { return candidate.id == nodeID; });
+            const auto* error = std::get_if<std::exception_ptr>(&outcome);
+            self->resume(error ? *error : nullptr, [&](const WorkflowNode& current) {
                 const PluginValueMap& outputs = std::get<PluginValueMap>(outcome);
-                node->data.action->output.validate(outputs);
-                self->m_values.insert(nodeID, outputs);
-                self->m_results.insert(nodeID, outputs);
-                if (self->advance(*node, u"next"))
-                    self->proceed();
-            } catch (...) {
-                self->fail(std::current_exception());
-            }
+                current.data.action->output.validate(outputs);
+                self->m_values.insert(current.id, outputs);
+                self->m_results.insert(current.id, outputs);
+            });
         });
 }
 
 void WorkflowExecution::awaitReview(const WorkflowNode& node) {
     report(WorkflowTimeline::waitingReview, reviewPrompt.toString(), std::nullopt);
     const quint64 wait = m_wait = ++m_waits;
-    std::weak_ptr<WorkflowExecution> weak = weak_from_this();
-    const QString nodeID = node.id;
-    m_request.review(node, [weak, wait, nodeID](std::exception_ptr error) {
+    m_request.review(node, [weak = weak_from_this(), wait](std::exception_ptr error) {
         const std::shared_ptr<WorkflowExecution> self = weak.lock();
-        if (!self || !self->takeWait(wait))
-            return;
-        if (error)
-            return self->fail(error);
-        try {
-            const auto node =
-                std::find_if(self->m_request.document.nodes.cbegin(), self->m_request.document.nodes.cend(),
-                             [&](const WorkflowNode& candidate) { return candidate.id == nodeID; });
-            if (self->advance(*node, u"next"))
-                self->proceed();
-        } catch (...) {
-            self->fail(std::current_exception());
-        }
+        if (self && self->takeWait(wait))
+            self->resume(error, {});
     });
+}
+
+void WorkflowExecution::resume(const std::exception_ptr& error,
+                               const std::function<void(const WorkflowNode&)>& take) {
+    if (error)
+        return fail(error);
+    try {
+        const WorkflowNode& current = *node(m_current);
+        if (take)
+            take(current);
+        if (advance(current, u"next"))
+            proceed();
+    } catch (...) {
+        fail(std::current_exception());
+    }
 }
 
 bool WorkflowExecution::advance(const WorkflowNode& node, QStringView branch) {

@@ -107,6 +107,7 @@ private:
     WorkflowExecution(const QUuid& id, const WorkflowDocument& document, std::function<double()> clock);
 
     void begin();
+    const WorkflowNode* node(const QString& id) const;
     // Runs steps until one waits for a callback or the run ends.
     void proceed();
     void checkCancelled() const;
@@ -117,6 +118,9 @@ private:
     PluginValueMap sampleOutputs(const WorkflowNode& node) const;
     void executeAction(const WorkflowNode& node, const PluginValueMap& values);
     void awaitReview(const WorkflowNode& node);
+    // Goes on after a callback's answer: the run fails with its error, or the current step takes
+    // what came back, closes, and the run moves on.
+    void resume(const std::exception_ptr& error, const std::function<void(const WorkflowNode&)>& take);
     void finish();
     void fail(const std::exception_ptr& error);
     void notify();

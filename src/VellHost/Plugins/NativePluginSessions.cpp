@@ -3,8 +3,8 @@
 #include "VellHost/NativePluginBundle.h"
 #include "VellHost/Plugins/NativePluginProcess.h"
 #include "VellPluginSDK/ModuleProblem.h"
-#include "VellPluginSDK/ReferenceTime.h"
 #include "VellPluginSDK/Protocol/PluginCapabilities.h"
+#include "VellPluginSDK/ReferenceTime.h"
 
 #include <QDateTime>
 #include <QFileInfo>

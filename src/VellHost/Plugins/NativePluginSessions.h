@@ -2,7 +2,6 @@
 
 #include "VellActionRouter/ActionRouter.h"
 #include "VellPluginSDK/Presentation/PluginForm.h"
-#include "VellPluginSDK/ReferenceTime.h"
 #include "VellPluginSDK/Presentation/PluginPresentationGate.h"
 #include "VellPluginSDK/Presentation/PluginSnapshot.h"
 #include "VellPluginSDK/Presentation/PluginTransientCaption.h"
@@ -12,6 +11,7 @@
 #include "VellPluginSDK/Protocol/PluginMessage.h"
 #include "VellPluginSDK/Protocol/PluginVolumeCommand.h"
 #include "VellPluginSDK/Protocol/PluginVolumeResult.h"
+#include "VellPluginSDK/ReferenceTime.h"
 
 #include <QHash>
 #include <QLoggingCategory>

@@ -56,8 +56,8 @@ class AutomationStore final : public QObject {
     // The title of the review step that waits; empty when none.
     Q_PROPERTY(QString checkpoint READ checkpointTitle NOTIFY checkpointChanged)
     Q_PROPERTY(QString notice READ noticeText NOTIFY noticeChanged)
-    // The run's action while it waits for a person: id, title, providerName, arguments
-    // ([{name, value}]); empty when none.
+    // The run's action while it waits for a person: id and title; the plugin store's reviews
+    // hold the rest. Empty when none.
     Q_PROPERTY(QVariantMap actionReview READ actionReviewForViews NOTIFY actionReviewChanged)
 
 public:

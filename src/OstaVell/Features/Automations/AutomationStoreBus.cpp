@@ -6,7 +6,6 @@
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
-#include <QPointer>
 #include <QProcessEnvironment>
 #include <QSocketNotifier>
 

@@ -2,7 +2,6 @@
 // operations by workflow id with their sentences as answers.
 
 #include "OstaVell/Features/Automations/AutomationStore.h"
-#include "VellHost/Plugins/NativePluginSessions.h"
 #include "VellPluginSDK/Json/JsonFile.h"
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
@@ -79,16 +78,7 @@ QVariantMap AutomationStore::activeRunForViews() const {
 
 QVariantMap AutomationStore::actionReviewForViews() const {
     const std::optional<ActionRun> run = actionReview();
-    if (!run)
-        return {};
-    QVariantList arguments;
-    for (auto value = run->arguments.cbegin(); value != run->arguments.cend(); ++value)
-        arguments.append(QVariantMap{{"name", value.key()}, {"value", value->display()}});
-    const QString provider = m_sessions.localNames().value(run->address.plugin, run->address.plugin);
-    return {{"id", uuidText(run->id)},
-            {"title", run->definition.title},
-            {"provider", provider},
-            {"arguments", arguments}};
+    return run ? QVariantMap{{"id", uuidText(run->id)}, {"title", run->definition.title}} : QVariantMap();
 }
 
 void AutomationStore::runWorkflow(const QString& id, bool simulate) {

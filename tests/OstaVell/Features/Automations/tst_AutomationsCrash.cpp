@@ -15,11 +15,14 @@
 #include <csignal>
 #include <cstdio>
 
+#include "DiceLog.h"
+
 using namespace vell;
+using namespace vell::test;
 
 namespace {
 
-const QString dice = QStringLiteral("app.ostavell.example.dice");
+const QString& dice = diceID;
 const QString automations = QStringLiteral("local.ostavell.automations");
 
 QString folder(const QString& root, const char* name) {
@@ -69,14 +72,6 @@ QStringList shape(const WorkflowTimeline& run) {
         steps.append(step.node + u' ' + step.phase + u' ' +
                      QString::number(step.startedAt.value_or(-1), 'g', 17));
     return steps;
-}
-
-QStringList diceLog() {
-    QFile file(QDir::homePath() + QStringLiteral("/.local/share/OstaVellPlugins/") + dice +
-               QStringLiteral("/rolls.log"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
 }
 
 } // namespace

@@ -17,22 +17,15 @@
 #include <QTest>
 
 #include "../../QuickTestSupport.h"
+#include "DiceLog.h"
 
 using namespace vell;
 using namespace vell::test;
 
 namespace {
 
-const QString dice = QStringLiteral("app.ostavell.example.dice");
+const QString& dice = diceID;
 const QString automations = QStringLiteral("local.ostavell.automations");
-
-QStringList diceLog() {
-    QFile file(QDir::homePath() + QStringLiteral("/.local/share/OstaVellPlugins/") + dice +
-               QStringLiteral("/rolls.log"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
-}
 
 qsizetype logged(const QString& action) {
     const QStringList lines = diceLog();
@@ -173,7 +166,8 @@ private slots:
             if (qstrcmp(item->metaObject()->className(), "QQuickText") != 0)
                 continue;
             ++texts;
-            QVERIFY2(item->property("textFormat").toInt() == Qt::PlainText, qPrintable(item->property("text").toString()));
+            QVERIFY2(item->property("textFormat").toInt() == Qt::PlainText,
+                     qPrintable(item->property("text").toString()));
         }
         QVERIFY(texts > 10);
     }

@@ -14,7 +14,10 @@
 #include <QTcpSocket>
 #include <QTest>
 
+#include "../../QuickTestSupport.h"
+
 using namespace vell;
+using namespace vell::test;
 
 namespace {
 
@@ -41,24 +44,6 @@ public:
 QString bundle(const QString& name) {
     return qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/examples/plugins/") + name +
            QStringLiteral(".app");
-}
-
-QQuickItem* findItem(QQuickItem* root, const QString& name) {
-    if (!root)
-        return nullptr;
-    if (root->objectName() == name)
-        return root;
-    const QList<QQuickItem*> children = root->childItems();
-    for (QQuickItem* child : children)
-        if (QQuickItem* found = findItem(child, name))
-            return found;
-    return nullptr;
-}
-
-// The item of that name while it is on screen; a closed popup's items leave the scene.
-QQuickItem* shown(QQuickItem* root, const QString& name) {
-    QQuickItem* item = findItem(root, name);
-    return item && item->isVisible() ? item : nullptr;
 }
 
 void findItems(QQuickItem* root, const QString& prefix, QStringList& names) {
@@ -131,8 +116,6 @@ private slots:
 private:
     QQuickWindow* show(const QByteArray& qml, const QVariantMap& properties = {});
     // One more frame drawn from what the window's items hold now.
-    bool drawn(QQuickWindow* window);
-    bool click(QQuickWindow* window, QQuickItem* item);
     // A request for `path` made after everything else has been drawn: once it arrives, any
     // earlier fetch would have arrived too.
     void waitForOneMore(const QString& path);
@@ -141,7 +124,6 @@ private:
     void restartCounter();
     // Counter answers "rollDice" with a new "Dice" row, after every press sent before it.
     QString countAfterFence();
-    void screenshot(QQuickWindow* window, const QString& name);
 
     QQmlEngine m_engine;
     Listener m_listener;
@@ -160,20 +142,6 @@ QQuickWindow* tst_PluginViews::show(const QByteArray& qml, const QVariantMap& pr
     if (!QTest::qWaitForWindowExposed(window, 20000))
         return nullptr;
     return window;
-}
-
-bool tst_PluginViews::drawn(QQuickWindow* window) {
-    QSignalSpy frames(window, &QQuickWindow::frameSwapped);
-    window->update();
-    return frames.wait(20000);
-}
-
-bool tst_PluginViews::click(QQuickWindow* window, QQuickItem* item) {
-    if (!item || !item->isVisible())
-        return false;
-    const QPointF centre = item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
-    QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
-    return true;
 }
 
 void tst_PluginViews::waitForOneMore(const QString& path) {
@@ -212,13 +180,6 @@ QString tst_PluginViews::countAfterFence() {
         [] { return fieldOf(snapshotOf(kCounter), QStringLiteral("Dice")) != u"Dice not asked yet"; }, 30000);
     return answered ? snapshotOf(kCounter).value(QStringLiteral("status")).toString()
                     : QStringLiteral("no answer");
-}
-
-void tst_PluginViews::screenshot(QQuickWindow* window, const QString& name) {
-    QVERIFY(drawn(window));
-    const QString folder = qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/screenshots");
-    QVERIFY(QDir().mkpath(folder));
-    QVERIFY(window->grabWindow().save(folder + QLatin1Char('/') + name + QStringLiteral(".png")));
 }
 
 void tst_PluginViews::initTestCase() {
