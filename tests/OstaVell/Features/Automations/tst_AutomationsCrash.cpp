@@ -6,7 +6,9 @@
 
 #include "OstaVell/Features/Automations/AutomationStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "VellPluginSDK/Json/JsonReader.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -65,6 +67,14 @@ WorkflowDocument twoRolls(NativePluginStore& plugins) {
     return flow;
 }
 
+// The history as it is on disk, without the repair a read makes.
+QList<WorkflowTimeline> stored(const WorkflowFiles& files) {
+    QFile file(files.directory() + QStringLiteral("/history-v1.json"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return JsonReader::recordArray<WorkflowTimeline>(JsonReader::parse(file.readAll()), QString());
+}
+
 // Which steps a run holds, in which phase, since when.
 QStringList shape(const WorkflowTimeline& run) {
     QStringList steps;
@@ -116,11 +126,13 @@ private slots:
             while (output.count("changed") < changes && app.state() == QProcess::Running) {
                 if (app.waitForReadyRead(30000))
                     output += app.readAllStandardOutput();
-                // Before its first run, the restarted app has already written back the repair.
+                // Before its first run, the restarted app has already written back the repair;
+                // it waits for the word to begin.
                 if (output.contains("ready") && !output.contains("checked")) {
                     output += "checked";
-                    for (const WorkflowTimeline& run : files.history(0))
+                    for (const WorkflowTimeline& run : stored(files))
                         QVERIFY2(!run.isActive(), "a run was left looking alive");
+                    app.write("go\n");
                 }
             }
             if (const qint64 pid = app.processId(); pid > 0) {
@@ -182,6 +194,9 @@ static int runLoop(const QString& root) {
         return 1;
     std::printf("ready\n");
     std::fflush(stdout);
+    char go[8];
+    if (!std::fgets(go, sizeof go, stdin))
+        return 1;
     const WorkflowDocument flow = twoRolls(plugins);
     for (;;) {
         store.run(flow, false, {}, false, {}, QUuid::createUuid());
