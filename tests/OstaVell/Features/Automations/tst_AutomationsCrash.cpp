@@ -121,7 +121,7 @@ private slots:
             app.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--run-loop"), root.path()});
             QVERIFY(app.waitForStarted());
             // The kill comes after a random number of recorded changes, wherever the run is.
-            const int changes = QRandomGenerator::global()->bounded(1, 24);
+            const int changes = QRandomGenerator::global()->bounded(1, 48);
             QByteArray output;
             while (output.count("changed") < changes && app.state() == QProcess::Running) {
                 if (app.waitForReadyRead(30000))
