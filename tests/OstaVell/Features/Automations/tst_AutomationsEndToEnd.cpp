@@ -155,6 +155,23 @@ private slots:
         QCOMPARE(logged(QStringLiteral("clear")), 1);
     }
 
+    // A file dialog exists only while it is open.
+    void dialogsComeAndGo() {
+        QQuickItem* tab = findItem(m_window->contentItem(), QStringLiteral("tab"));
+        const auto dialogs = [&] {
+            QList<QObject*> found;
+            for (QObject* child : tab->children())
+                if (child->inherits("QQuickFileDialog"))
+                    found.append(child);
+            return found;
+        };
+        QVERIFY(dialogs().isEmpty());
+        QVERIFY(click(m_window.get(), findItem(tab, QStringLiteral("import"))));
+        QTRY_COMPARE(dialogs().size(), 1);
+        QVERIFY(QMetaObject::invokeMethod(dialogs().first(), "reject"));
+        QTRY_VERIFY(dialogs().isEmpty());
+    }
+
     // Titles, details, notices and messages come from workflows and plugins: no text of the tab
     // may guess rich text, which would fetch remote images.
     void everyTextIsPlain() {

@@ -22,7 +22,6 @@ Item {
     }
     // The sentence of the last refused operation; the store's own line otherwise.
     property string failure: ""
-    property string exporting: ""
 
     function phaseColor(phase) {
         switch (phase) {
@@ -34,20 +33,33 @@ Item {
         }
     }
 
-    FileDialog {
+    // The file dialogs exist only while one is open: every panel holds this view, and a dialog
+    // is a whole window of its own.
+    Component {
         id: importDialog
-        title: "Import Workflow"
-        nameFilters: ["Workflow (*.json)"]
-        onAccepted: root.failure = AutomationStore.importWorkflow(selectedFile)
+        FileDialog {
+            title: "Import Workflow"
+            nameFilters: ["Workflow (*.json)"]
+            onAccepted: root.failure = AutomationStore.importWorkflow(selectedFile)
+        }
     }
-    FileDialog {
+    Component {
         id: exportDialog
-        property bool script: false
-        title: script ? "Export as Shell Script" : "Export Workflow"
-        fileMode: FileDialog.SaveFile
-        nameFilters: script ? ["Shell script (*.sh)"] : ["Workflow (*.json)"]
-        onAccepted: root.failure = script ? AutomationStore.exportScript(root.exporting, selectedFile)
-                                          : AutomationStore.exportWorkflow(root.exporting, selectedFile)
+        FileDialog {
+            property string workflow
+            property bool script: false
+            title: script ? "Export as Shell Script" : "Export Workflow"
+            fileMode: FileDialog.SaveFile
+            nameFilters: script ? ["Shell script (*.sh)"] : ["Workflow (*.json)"]
+            onAccepted: root.failure = script ? AutomationStore.exportScript(workflow, selectedFile)
+                                              : AutomationStore.exportWorkflow(workflow, selectedFile)
+        }
+    }
+    function openDialog(component, properties) {
+        const dialog = component.createObject(root, properties)
+        dialog.accepted.connect(() => dialog.destroy())
+        dialog.rejected.connect(() => dialog.destroy())
+        dialog.open()
     }
 
     // The library.
@@ -76,7 +88,7 @@ Item {
                 objectName: "import"
                 label: "Import\u2026"
                 symbol: "square.and.arrow.down"
-                onClicked: importDialog.open()
+                onClicked: root.openDialog(importDialog, {})
             }
         }
 
@@ -158,21 +170,13 @@ Item {
                         objectName: "export"
                         label: "Export\u2026"
                         implicitHeight: 24
-                        onClicked: {
-                            root.exporting = entry.modelData.id
-                            exportDialog.script = false
-                            exportDialog.open()
-                        }
+                        onClicked: root.openDialog(exportDialog, { workflow: entry.modelData.id, script: false })
                     }
                     PillButton {
                         objectName: "exportScript"
                         label: "Script\u2026"
                         implicitHeight: 24
-                        onClicked: {
-                            root.exporting = entry.modelData.id
-                            exportDialog.script = true
-                            exportDialog.open()
-                        }
+                        onClicked: root.openDialog(exportDialog, { workflow: entry.modelData.id, script: true })
                     }
                     PillButton {
                         objectName: "delete"
