@@ -59,6 +59,8 @@ class AutomationStore final : public QObject {
     // The run's action while it waits for a person: id and title; the plugin store's reviews
     // hold the rest. Empty when none.
     Q_PROPERTY(QVariantMap actionReview READ actionReviewForViews NOTIFY actionReviewChanged)
+    // Where the file dialogs of the tab start.
+    Q_PROPERTY(QUrl homeFolder READ homeFolder CONSTANT)
 
 public:
     static constexpr QStringView automationsPeer = u"local.ostavell.automations";
@@ -207,6 +209,7 @@ private:
     QString checkpointTitle() const { return m_checkpoint.value_or(QString()); }
     QString noticeText() const { return m_notice.value_or(QString()); }
     QVariantMap actionReviewForViews() const;
+    static QUrl homeFolder();
 
     NativePluginSessions& m_sessions;
     ActionRouter& m_router;

@@ -6,6 +6,7 @@
 #include "VellPluginSDK/Json/JsonReader.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
+#include <QDir>
 #include <QVariant>
 
 namespace vell {
@@ -79,6 +80,10 @@ QVariantMap AutomationStore::activeRunForViews() const {
 QVariantMap AutomationStore::actionReviewForViews() const {
     const std::optional<ActionRun> run = actionReview();
     return run ? QVariantMap{{"id", uuidText(run->id)}, {"title", run->definition.title}} : QVariantMap();
+}
+
+QUrl AutomationStore::homeFolder() {
+    return QUrl::fromLocalFile(QDir::homePath());
 }
 
 void AutomationStore::runWorkflow(const QString& id, bool simulate) {

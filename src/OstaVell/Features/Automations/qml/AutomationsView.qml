@@ -39,6 +39,7 @@ Item {
         id: importDialog
         FileDialog {
             title: "Import Workflow"
+            currentFolder: AutomationStore.homeFolder
             nameFilters: ["Workflow (*.json)"]
             onAccepted: root.failure = AutomationStore.importWorkflow(selectedFile)
         }
@@ -49,6 +50,7 @@ Item {
             property string workflow
             property bool script: false
             title: script ? "Export as Shell Script" : "Export Workflow"
+            currentFolder: AutomationStore.homeFolder
             fileMode: FileDialog.SaveFile
             nameFilters: script ? ["Shell script (*.sh)"] : ["Workflow (*.json)"]
             onAccepted: root.failure = script ? AutomationStore.exportScript(workflow, selectedFile)
