@@ -11,17 +11,29 @@ Item {
     // A feature's view for this tab, when one is offered; the shell's own otherwise.
     readonly property url offered: ShellContributions.tabView(tab)
 
+    // Built the first time the panel opens and kept: a closed panel shows no tab, so a display
+    // that is added builds only its notch.
+    property bool opened: root.controller.isExpanded
+    Connections {
+        target: root.controller
+        function onIsExpandedChanged() {
+            if (root.controller.isExpanded)
+                root.opened = true
+        }
+    }
+
     // A tab's view belongs to one display: it is given that display's controller.
     Loader {
         id: offeredView
         anchors.fill: parent
-        active: root.offered.toString().length > 0
+        active: root.opened && root.offered.toString().length > 0
         function load() {
             setSource(root.offered, { controller: root.controller })
         }
         Component.onCompleted: load()
     }
     onOfferedChanged: offeredView.load()
+    onOpenedChanged: offeredView.load()
     readonly property bool isTray: tab === "Tray"
     readonly property bool isTools: tab === "Tools" || tab === "Automations"
 
