@@ -6,6 +6,7 @@
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
 #include "OstaVell/Modules/Plugins/PluginFrameProvider.h"
+#include "OstaVell/Modules/Workspace/ModuleStageStore.h"
 #include "OstaVell/ShelfController.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/Logging.h"
@@ -80,9 +81,18 @@ void AppDelegate::applicationDidFinishLaunching() {
             shelf->openAtPointer(QStringLiteral("Automations"), true);
     };
     automations->start();
+    // The saved workflows are choices of every workspace.
+    ModuleStageStore* stage = ModuleStageStore::instance();
+    stage->setWorkflowSource([automations] {
+        QList<ModuleStageStore::Workflow> workflows;
+        for (const WorkflowDocument& document : automations->documents())
+            workflows.append({document.id, document.title});
+        return workflows;
+    });
+    connect(automations, &AutomationStore::documentsChanged, stage, &ModuleStageStore::workflowsChanged);
 
     m_shelf->setEngine(m_engine);
-    m_shelf->showSettings = [this] { showSettings(); };
+    m_shelf->showSettings = [this](const QString& pane) { showSettings(pane); };
     m_shelf->quit = [] { QCoreApplication::quit(); };
     m_shelf->start();
 
@@ -94,8 +104,8 @@ void AppDelegate::offerViews() {
     ShellContributions* shell = ShellContributions::instance();
     shell->offerSettingsPane(QStringLiteral("Modules"), ModuleStore::settingsPaneView());
     shell->offerSettingsPane(QStringLiteral("Plugins"), NativePluginStore::settingsPaneView());
-    shell->offerTab(NotchTab::home, {}, NativePluginStore::dashboardView());
-    shell->offerTab(NotchTab::tools, {}, AutomationStore::tabView());
+    ModuleStageStore::offerViews(*shell);
+    AutomationStore::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -119,7 +129,7 @@ void AppDelegate::applicationWillTerminate() {
     m_shelf->stop();
 }
 
-void AppDelegate::showSettings() {
+void AppDelegate::showSettings(const QString& pane) {
     if (!m_engine)
         return;
     if (!m_settingsWindow) {
@@ -133,6 +143,8 @@ void AppDelegate::showSettings() {
             return;
         }
     }
+    if (!pane.isEmpty())
+        QMetaObject::invokeMethod(m_settingsWindow, "showPane", Q_ARG(QVariant, pane));
     m_settingsWindow->show();
     m_settingsWindow->raise();
     m_settingsWindow->requestActivate();

@@ -27,7 +27,7 @@ public:
     void applicationWillTerminate();
 
     // The "workbench" window: made on first use, then raised.
-    void showSettings();
+    void showSettings(const QString& pane = QString());
 
 private:
     void offerViews();

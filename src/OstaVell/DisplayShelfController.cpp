@@ -2,6 +2,7 @@
 
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "OstaVell/Modules/Workspace/ModuleStageStore.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/Accessibility.h"
 #include "OstaVell/Support/ColorHex.h"
@@ -50,6 +51,9 @@ DisplayShelfController::DisplayShelfController(QScreen* screen, SettingsStore* s
 
     const QString saved = UserDefaults::instance()->stringValue(kLastTabPrefix + m_appearanceID);
     m_tab = initialTab(saved, hasWorkspace(), m_settings->defaultTabRaw());
+    // The old "Google" tab lives on as a choice of the stage.
+    if (saved == u"Google")
+        ModuleStageStore::instance()->select(QStringLiteral("builtin:google"), m_appearanceID);
 
     m_panel = new ShelfPanel(QStringLiteral("OstaVell — ") + displayName());
     connect(m_panel, &ShelfPanel::hoverChanged, this, &DisplayShelfController::hoverChanged);
@@ -100,6 +104,21 @@ bool DisplayShelfController::hasWorkspace() const {
         if (plugin.enabled && !plugin.hiddenDisplayIDs.contains(m_appearanceID))
             return true;
     return !ModuleStore::instance()->visible(m_appearanceID).isEmpty();
+}
+
+void DisplayShelfController::setWingWidth(double width) {
+    // The first measurement comes as the panel is built: it takes its size at once.
+    const bool first = !std::exchange(m_wingMeasured, true);
+    if (m_wingWidth == width)
+        return;
+    m_wingWidth = width;
+    emit wingWidthChanged();
+    if (!m_isExpanded)
+        reposition(!first);
+}
+
+double DisplayShelfController::notchWidth() const {
+    return m_screen ? NotchGeometry::forScreen(DisplayIdentity::reading(m_screen)).width : 0;
 }
 
 void DisplayShelfController::setScreen(QScreen* screen) {
@@ -238,8 +257,12 @@ void DisplayShelfController::onHoverTaskFired() {
     const HoverTask task = std::exchange(m_hoverTaskKind, HoverTask::None);
     switch (task) {
     case HoverTask::Open:
-        if (m_pointerInside)
-            expand(false);
+        if (!m_pointerInside)
+            break;
+        // A display with a chosen stage always opens on it.
+        if (ModuleStageStore::instance()->selections().contains(m_appearanceID))
+            setTab(NotchTab::home);
+        expand(false);
         break;
     case HoverTask::Close:
         // Whoever lifts a failed condition calls scheduleCollapse again.

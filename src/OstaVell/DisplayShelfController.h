@@ -31,7 +31,8 @@ class DisplayShelfController final : public QObject {
     Q_PROPERTY(bool isExpanded READ isExpanded NOTIFY isExpandedChanged)
     Q_PROPERTY(bool isPinned READ isPinned WRITE setPinned NOTIFY isPinnedChanged)
     Q_PROPERTY(QString tab READ tab WRITE setTab NOTIFY tabChanged)
-    Q_PROPERTY(double wingWidth READ wingWidth NOTIFY wingWidthChanged)
+    Q_PROPERTY(double wingWidth READ wingWidth WRITE setWingWidth NOTIFY wingWidthChanged)
+    Q_PROPERTY(double notchWidth READ notchWidth NOTIFY frameChanged)
     Q_PROPERTY(double contentTopInset READ contentTopInset NOTIFY contentTopInsetChanged)
     Q_PROPERTY(QRectF frame READ frame NOTIFY frameChanged)
     Q_PROPERTY(QRectF outline READ outline NOTIFY outlineChanged)
@@ -62,6 +63,10 @@ public:
     NotchTab currentTab() const { return m_tab; }
     void setTab(NotchTab tab);
     double wingWidth() const { return m_wingWidth; }
+    // The wider of the two closed wings as measured; only a closed panel follows it.
+    void setWingWidth(double width);
+    // The gap between the wings: the notch of this screen, drawn or real.
+    double notchWidth() const;
     double contentTopInset() const { return m_contentTopInset; }
     // The panel's frame on the desktop, in logical pixels: where the layout puts it.
     QRectF frame() const { return m_frame; }
@@ -79,6 +84,7 @@ public:
 
     Q_INVOKABLE void expand(bool focus);
     Q_INVOKABLE void collapse();
+    Q_INVOKABLE void requestSettings(const QString& pane) { emit settingsRequested(pane); }
     void reposition(bool animated);
     void hoverChanged(bool inside);
     void scheduleCollapse();
@@ -98,6 +104,8 @@ signals:
     void outlineChanged();
     void appearanceChanged();
     void openHereRequested();
+    // The settings window, at the pane of that title ("Modules") when one is named.
+    void settingsRequested(const QString& pane);
     void quitRequested();
 
 private:
@@ -122,6 +130,7 @@ private:
     bool m_isPinned = false;
     NotchTab m_tab = NotchTab::home;
     double m_wingWidth = 70;
+    bool m_wingMeasured = false;
     double m_contentTopInset = 0;
     QRectF m_frame;
     QRectF m_outline;    // desktop coordinates

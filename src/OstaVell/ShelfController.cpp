@@ -2,6 +2,7 @@
 
 #include "OstaVell/DisplayShelfController.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "OstaVell/Modules/Workspace/ModuleStageStore.h"
 #include "OstaVell/ShelfPanel.h"
 #include "OstaVell/Support/DisplayIdentity.h"
 #include "OstaVell/Support/GlobalHotKey.h"
@@ -218,6 +219,7 @@ DisplayShelfController* ShelfController::makePanel(QScreen* screen) {
     }
     connect(panel, &DisplayShelfController::isExpandedChanged, this, &ShelfController::anyExpandedChanged);
     connect(panel, &DisplayShelfController::openHereRequested, this, [this] { openAtPointer({}, true); });
+    connect(panel, &DisplayShelfController::settingsRequested, this, &ShelfController::requestSettings);
     connect(panel, &DisplayShelfController::quitRequested, this, [this] {
         if (quit)
             quit();
@@ -257,22 +259,28 @@ void ShelfController::presentPlugin(const QString& id) {
     const std::optional<NativePluginRecord> record = NativePluginStore::instance()->plugin(id);
     if (!record || !record->enabled)
         return;
-    // Among the panels showing this plugin, the one under the pointer, else the first by id.
-    DisplayShelfController* target = nullptr;
+    // Among the panels whose workspace shows this plugin, the one under the pointer, else the
+    // first by id.
+    ModuleStageStore* stage = ModuleStageStore::instance();
+    const QString choice = ModuleStageStore::nativePrefix + id;
     const QPoint pointer = QCursor::pos();
-    for (DisplayShelfController* panel : std::as_const(m_panels)) {
-        if (record->hiddenDisplayIDs.contains(panel->appearanceID()))
-            continue;
-        if (!target || (panel->screen() && panel->screen()->geometry().contains(pointer)))
-            target = panel;
-        if (panel->screen() && panel->screen()->geometry().contains(pointer))
-            break;
-    }
-    if (!target)
+    QList<DisplayShelfController*> kept;
+    for (DisplayShelfController* panel : std::as_const(m_panels))
+        if (!record->hiddenDisplayIDs.contains(panel->appearanceID()) && stage->isVisible(choice, panel->appearanceID()))
+            kept.append(panel);
+    if (kept.isEmpty())
         return;
-    NativePluginStore::instance()->select(target->appearanceID(), id);
-    target->setTab(NotchTab::home);
-    target->expand(true);
+    auto target = std::find_if(kept.cbegin(), kept.cend(), [&pointer](DisplayShelfController* panel) {
+        return panel->screen() && panel->screen()->geometry().contains(pointer);
+    });
+    DisplayShelfController* chosen =
+        target != kept.cend() ? *target
+                              : *std::min_element(kept.cbegin(), kept.cend(), [](auto* a, auto* b) {
+                                    return a->displayID() < b->displayID();
+                                });
+    stage->select(choice, chosen->appearanceID());
+    chosen->setTab(NotchTab::home);
+    chosen->expand(true);
 }
 
 void ShelfController::presentReview() {
@@ -319,9 +327,9 @@ void ShelfController::toggle() {
         openAtPointer({}, true);
 }
 
-void ShelfController::requestSettings() {
+void ShelfController::requestSettings(const QString& pane) {
     if (showSettings)
-        showSettings();
+        showSettings(pane);
 }
 
 } // namespace vell

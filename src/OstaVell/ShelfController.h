@@ -68,10 +68,11 @@ public:
     Q_INVOKABLE void collapse();
     // The hot key's action: close everything if anything is open, otherwise open here.
     Q_INVOKABLE void toggle();
-    Q_INVOKABLE void requestSettings();
+    // The settings window, at one of its panes by title when one is named.
+    Q_INVOKABLE void requestSettings(const QString& pane = QString());
 
     // Asked of the application when a panel's settings button is pressed.
-    std::function<void()> showSettings;
+    std::function<void(const QString& pane)> showSettings;
     std::function<void()> quit;
 
 signals:

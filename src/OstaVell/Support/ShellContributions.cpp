@@ -43,6 +43,26 @@ void ShellContributions::offerSettingsPane(const QString& title, const QUrl& vie
     emit changed();
 }
 
+void ShellContributions::offerStageView(const QString& choice, const QUrl& view) {
+    offer(m_stage, {NotchTab::home, choice, view});
+    emit changed();
+}
+
+QUrl ShellContributions::wingView(const QString& id) const {
+    return find(m_wings, id);
+}
+
+QUrl ShellContributions::stageView(const QString& choice) const {
+    return find(m_stage, choice);
+}
+
+QUrl ShellContributions::find(const QList<View>& list, const QString& key) {
+    for (const View& view : list)
+        if (view.key == key)
+            return view.view;
+    return {};
+}
+
 QUrl ShellContributions::tabView(const QString& tabRaw, const QString& tool) const {
     const NotchTab tab = notchTabFromSaved(tabRaw);
     for (const View& view : m_tabs) {

@@ -46,9 +46,15 @@ public:
     void offerTab(NotchTab tab, const QString& tool, const QUrl& view);
     void offerWing(const QString& id, const QUrl& view);
     void offerSettingsPane(const QString& title, const QUrl& view);
+    // What the workspace stage shows for a built-in choice ("builtin:media") or for every
+    // pinned workflow ("workflow"). A choice nobody offers shows its empty state.
+    void offerStageView(const QString& choice, const QUrl& view);
 
     // The view offered for that place; empty when none, and the shell shows its own.
     Q_INVOKABLE QUrl tabView(const QString& tabRaw, const QString& tool = QString()) const;
+    // The view of one closed-notch wing, by the id it was offered under; empty when none.
+    Q_INVOKABLE QUrl wingView(const QString& id) const;
+    Q_INVOKABLE QUrl stageView(const QString& choice) const;
     QVariantList settingsPanes() const;
     QVariantList wings() const;
 
@@ -57,11 +63,13 @@ signals:
 
 private:
     static void offer(QList<View>& list, View view);
+    static QUrl find(const QList<View>& list, const QString& key);
     static QVariantList describe(const QList<View>& list, const QString& keyName);
 
     QList<View> m_tabs;
     QList<View> m_wings;
     QList<View> m_panes;
+    QList<View> m_stage;
 };
 
 } // namespace vell

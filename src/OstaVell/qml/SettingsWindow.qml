@@ -8,6 +8,7 @@ import OstaVell.Support
 // The "workbench" window: the settings panes, dark and tinted with the accent colour.
 ApplicationWindow {
     id: window
+    function showPane(title) { panes.show(title) }
     required property ShelfController shelf
     title: "OstaVell Settings"
     width: 640
@@ -36,6 +37,12 @@ ApplicationWindow {
 
         ListView {
             id: panes
+            // Opened at one pane by its title, as "Manage modules" does.
+            function show(title) {
+                const index = model.indexOf(title)
+                if (index >= 0)
+                    currentIndex = index
+            }
             Layout.preferredWidth: 150
             Layout.fillHeight: true
             // The shell's own panes, then those the features offer.

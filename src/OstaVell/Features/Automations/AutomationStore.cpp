@@ -1,5 +1,6 @@
 #include "OstaVell/Features/Automations/AutomationStore.h"
 
+#include "OstaVell/Support/ShellContributions.h"
 #include "VellHost/Plugins/NativePluginSessions.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
@@ -80,6 +81,17 @@ QString AutomationStore::defaultDirectory() {
 
 QUrl AutomationStore::tabView() {
     return QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Automations/qml/AutomationsView.qml"));
+}
+
+void AutomationStore::offerViews(ShellContributions& shell) {
+    const auto view = [](const char* file) {
+        return QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Automations/qml/") + QLatin1String(file));
+    };
+    shell.offerTab(NotchTab::tools, {}, tabView());
+    shell.offerStageView(QStringLiteral("builtin:automations"), tabView());
+    shell.offerStageView(QStringLiteral("workflow"), tabView());
+    shell.offerWing(QStringLiteral("automation.left"), view("AutomationWingLeft.qml"));
+    shell.offerWing(QStringLiteral("automation.right"), view("AutomationWingRight.qml"));
 }
 
 void AutomationStore::load() {

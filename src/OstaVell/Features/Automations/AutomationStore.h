@@ -29,6 +29,8 @@ class QSocketNotifier;
 
 namespace vell {
 
+class ShellContributions;
+
 class NativePluginSessions;
 
 // The workflow library, the run history and the one run in progress, and the two built-in
@@ -91,6 +93,9 @@ public:
     static AutomationStore* create(QQmlEngine*, QJSEngine*);
     static QString defaultDirectory();
     static QUrl tabView();
+    // The tab, the stage views of the built-in choice and of pinned workflows, and the wings
+    // of a run under way.
+    static void offerViews(ShellContributions& shell);
 
     Timing timing;
     std::function<double()> clock = &ReferenceTime::now;

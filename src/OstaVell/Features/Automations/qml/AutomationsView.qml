@@ -11,11 +11,20 @@ import OstaVell.Automations
 Item {
     id: root
     required property QtObject controller
+    // On a workspace stage, one pinned workflow: its entry and its runs alone.
+    property string workflowID: ""
+    readonly property var library: root.workflowID.length > 0
+                                   ? AutomationStore.documents.filter(d => d.id === root.workflowID)
+                                   : AutomationStore.documents
 
     readonly property color accent: root.controller && root.controller.accentColor !== undefined
                                     ? root.controller.accentColor : "#C7EB87"
-    readonly property var run: AutomationStore.activeRun.id !== undefined
-                               ? AutomationStore.activeRun : (AutomationStore.history[0] ?? null)
+    readonly property var run: {
+        const mine = r => root.workflowID.length === 0 || r.workflowID === root.workflowID
+        if (AutomationStore.activeRun.id !== undefined && mine(AutomationStore.activeRun))
+            return AutomationStore.activeRun
+        return AutomationStore.history.find(mine) ?? null
+    }
     readonly property var review: {
         const id = AutomationStore.actionReview.id
         return id === undefined ? null : (NativePluginStore.reviews.find(r => r.id === id) ?? null)
@@ -96,7 +105,7 @@ Item {
 
         Text {
             textFormat: Text.PlainText
-            visible: AutomationStore.documents.length === 0
+            visible: root.library.length === 0
             anchors.top: libraryHeader.bottom
             anchors.topMargin: 16
             width: parent.width
@@ -114,7 +123,7 @@ Item {
             height: parent.height - libraryHeader.height - 8
             clip: true
             spacing: 6
-            model: AutomationStore.documents
+            model: root.library
             boundsBehavior: Flickable.StopAtBounds
             delegate: Rectangle {
                 id: entry

@@ -1,0 +1,72 @@
+import QtQuick
+import OstaVell.Support
+
+// What the stage shows when there is nothing to draw: no choice at all, or a built-in view whose
+// feature isn't part of the app yet. The overview lays out its two halves by the home layout.
+Item {
+    id: root
+    // "home", "media", "calendar", another built-in, or empty for no choice.
+    property string builtin
+    property color accent: "#C7EB87"
+
+    component Placeholder: Column {
+        property string symbol
+        property string title
+        property string caption
+        spacing: 6
+        SymbolIcon {
+            anchors.horizontalCenter: parent.horizontalCenter
+            name: parent.symbol
+            size: 22
+            color: Qt.rgba(1, 1, 1, 0.45)
+        }
+        Text {
+            textFormat: Text.PlainText
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: parent.title
+            color: Qt.rgba(1, 1, 1, 0.75)
+            font.pixelSize: 14
+            font.weight: Font.DemiBold
+        }
+        Text {
+            textFormat: Text.PlainText
+            anchors.horizontalCenter: parent.horizontalCenter
+            text: parent.caption
+            color: Qt.rgba(1, 1, 1, 0.45)
+            font.pixelSize: 12
+        }
+    }
+
+    Text {
+        objectName: "noChoice"
+        visible: root.builtin.length === 0
+        textFormat: Text.PlainText
+        anchors.centerIn: parent
+        text: "Install or enable a module for this screen."
+        color: Qt.rgba(1, 1, 1, 0.5)
+        font.pixelSize: 13
+    }
+
+    Row {
+        objectName: "home"
+        visible: root.builtin === "home" || root.builtin === "media" || root.builtin === "calendar"
+        anchors.centerIn: parent
+        spacing: 64
+        readonly property string layout: root.builtin === "home" ? SettingsStore.homeLayout
+                                         : root.builtin === "media" ? "mediaOnly" : "calendarOnly"
+        Placeholder {
+            objectName: "media"
+            visible: parent.layout !== "calendarOnly"
+            symbol: "music.note"
+            title: "Now playing"
+            caption: "Nothing playing"
+        }
+        Placeholder {
+            objectName: "calendar"
+            visible: parent.layout !== "mediaOnly"
+            symbol: "calendar"
+            title: "Calendar"
+            caption: "No events"
+        }
+    }
+}
