@@ -23,6 +23,24 @@ inline QQuickItem* findItem(QQuickItem* root, const QString& name) {
     return nullptr;
 }
 
+// Every item under root whose name starts with the prefix, in the order they stand on screen
+// from top to bottom.
+inline QList<QQuickItem*> findItems(QQuickItem* root, const QString& prefix) {
+    QList<QQuickItem*> found;
+    const std::function<void(QQuickItem*)> walk = [&](QQuickItem* item) {
+        if (item->objectName().startsWith(prefix))
+            found.append(item);
+        const QList<QQuickItem*> children = item->childItems();
+        for (QQuickItem* child : children)
+            walk(child);
+    };
+    if (root)
+        walk(root);
+    std::stable_sort(found.begin(), found.end(),
+                     [](QQuickItem* a, QQuickItem* b) { return a->mapToScene({}).y() < b->mapToScene({}).y(); });
+    return found;
+}
+
 // The item of that name while it is on screen; a closed popup's items leave the scene.
 inline QQuickItem* shown(QQuickItem* root, const QString& name) {
     QQuickItem* item = findItem(root, name);

@@ -33,7 +33,7 @@ Item {
         onLoaded: if (item.hasOwnProperty("controller")) item.controller = root.controller
     }
 
-    readonly property real measured: Math.max(left.implicitWidth, right.implicitWidth)
+    readonly property real measured: Math.max(left.item ? left.item.implicitWidth : 0, right.implicitWidth)
     onMeasuredChanged: root.controller.wingWidth = root.measured
     Component.onCompleted: root.controller.wingWidth = root.measured
 
@@ -91,7 +91,7 @@ Item {
     QtObject {
         id: right
         readonly property real implicitWidth: activities.right === "standing"
-                                              ? (standingRow.implicitWidth > 0 ? standingRow.implicitWidth + 3 : 0)
+                                              ? (standingRow.visibleChildren.length > 1 ? standingRow.implicitWidth + 3 : 0)
                                               : (rightSingle.item ? rightSingle.item.implicitWidth : 0)
     }
 }

@@ -1,6 +1,7 @@
 import QtQuick
 import OstaVell.Support
 import OstaVell.Plugins
+import OstaVell.Lightweight
 import OstaVell.Workspace
 
 // One display's workspace in the open panel: the rail of what stands on this display beside
@@ -21,7 +22,11 @@ Item {
     readonly property bool railOnRight: SettingsStore.modulePickerSide === "right"
 
     // A display that has never chosen gets the first thing there is.
-    onChoicesChanged: if (root.displayID.length > 0) ModuleStageStore.reconcileDisplay(root.displayID)
+    onChoicesChanged: Qt.callLater(root.reconcile)
+    function reconcile() {
+        if (root.displayID.length > 0)
+            ModuleStageStore.reconcileDisplay(root.displayID)
+    }
 
     WorkspaceRail {
         id: rail

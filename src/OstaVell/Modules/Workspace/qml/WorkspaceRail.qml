@@ -7,6 +7,7 @@ import OstaVell.Workspace
 // dragged onto another takes its place.
 Rectangle {
     id: rail
+    objectName: "rail"
     property bool onRight: false
     property string displayID
     property var choices: []
@@ -43,7 +44,7 @@ Rectangle {
         anchors.margins: 2
         contentHeight: column.implicitHeight
         boundsBehavior: Flickable.StopAtBounds
-        interactive: rail.dragging === ""
+        interactive: contentHeight > height && rail.dragging === ""
         clip: true
 
         Column {
@@ -84,22 +85,27 @@ Rectangle {
                         font.pixelSize: 12
                     }
                     HoverHandler { id: entryHover }
-                    TapHandler { onTapped: ModuleStageStore.choose(entry.modelData.id, rail.displayID) }
-                    DragHandler {
-                        id: drag
-                        target: null
-                        dragThreshold: 8
-                        onActiveChanged: {
-                            if (active) {
+                    // A click chooses; a press moved more than 8 points carries the entry to
+                    // another's place.
+                    MouseArea {
+                        anchors.fill: parent
+                        preventStealing: rail.dragging !== ""
+                        property point pressedAt
+                        onPressed: mouse => pressedAt = Qt.point(mouse.x, mouse.y)
+                        onPositionChanged: mouse => {
+                            if (rail.dragging === "" && Math.hypot(mouse.x - pressedAt.x, mouse.y - pressedAt.y) > 8)
                                 rail.dragging = entry.modelData.id
+                        }
+                        onReleased: mouse => {
+                            if (rail.dragging !== entry.modelData.id)
                                 return
-                            }
-                            const point = entry.mapToItem(null, centroid.position.x, centroid.position.y)
-                            const target = ModuleStageStore.dropTarget(point, rail.frames())
+                            const target = ModuleStageStore.dropTarget(entry.mapToItem(null, mouse.x, mouse.y), rail.frames())
                             if (target.startsWith("rail:") && target !== "rail:" + entry.modelData.id)
                                 ModuleStageStore.placeBefore(entry.modelData.id, target.substring(5), rail.displayID)
                             rail.dragging = ""
                         }
+                        onCanceled: rail.dragging = ""
+                        onClicked: if (rail.dragging === "") ModuleStageStore.choose(entry.modelData.id, rail.displayID)
                     }
                 }
             }

@@ -77,6 +77,7 @@ Rectangle {
                 y: 14
                 width: scroller.width - 28
                 visible: scroller.module !== null
+                objectName: "moduleCard"
                 module: scroller.module ?? ({ id: "" })
                 expanded: true
             }

@@ -14,7 +14,7 @@ Rectangle {
     signal dropped(point at)
 
     objectName: "tile:" + choice.id
-    width: 148
+    width: 184
     height: 92
     radius: 12
     color: Qt.rgba(1, 1, 1, tileHover.hovered ? 0.11 : 0.07)
@@ -47,7 +47,7 @@ Rectangle {
         anchors.bottomMargin: 8
         implicitHeight: 22
         label: tile.onScreen ? "Remove from workspace" : "Add to workspace"
-        maximumLabelWidth: 110
+        maximumLabelWidth: 150
         accent: tile.accent
         onClicked: tile.toggled()
     }

@@ -1,0 +1,191 @@
+// The whole app in this process on a real X server, with a real example module, the real Dice
+// plugin and a saved workflow: the stage and its rail, what survives a restart, the editor
+// window, and a run shown in the closed wings with the panel following their width.
+#include "OstaVell/AppDelegate.h"
+#include "OstaVell/DisplayShelfController.h"
+#include "OstaVell/Features/Automations/AutomationStore.h"
+#include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "OstaVell/Modules/Workspace/ModuleStageStore.h"
+#include "OstaVell/ShelfController.h"
+#include "OstaVell/ShelfPanel.h"
+#include "OstaVell/Support/UserDefaults.h"
+#include "VellHost/Plugins/NativePluginSessions.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QQuickStyle>
+#include <QScreen>
+#include <QTest>
+
+#include "../QuickTestSupport.h"
+#include "WorkflowFixtures.h"
+
+using namespace vell;
+using namespace vell::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString hello = u"local:app.ostavell.hello"_s;
+const QString dice = u"native:app.ostavell.example.dice"_s;
+
+QStringList rail(QQuickItem* root) {
+    QStringList ids;
+    const QList<QQuickItem*> entries = findItems(root, u"rail:"_s);
+    for (QQuickItem* entry : entries)
+        if (entry->isVisible())
+            ids.append(entry->objectName().mid(5));
+    return ids;
+}
+
+} // namespace
+
+class tst_Workspace final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void theFirstTabIsTheStageAndTheRailChoosesWhatItShows();
+    void theEditorHidesAndArranges();
+    void aRunShowsInTheClosedWingsAndThePanelFollows();
+
+private:
+    DisplayShelfController* panel() const { return m_app->shelf()->panels().first(); }
+    QQuickItem* content() const { return panel()->panel()->contentItem(); }
+    QQuickWindow* window() const { return panel()->panel(); }
+    QStringList onRail() const { return rail(content()); }
+    // The panel stands where its layout puts it: no animation under way.
+    void settle() const { QTRY_COMPARE(window()->geometry(), panel()->frame().toAlignedRect()); }
+
+    std::unique_ptr<AppDelegate> m_app;
+};
+
+void tst_Workspace::initTestCase() {
+    QQuickStyle::setStyle(u"Material"_s);
+    QCursor::setPos(QGuiApplication::primaryScreen()->geometry().bottomLeft());
+    ModuleStore::instance()->install(ModuleStore::example(u"HelloVell"_s));
+    m_app = std::make_unique<AppDelegate>();
+    m_app->applicationDidFinishLaunching();
+
+    NativePluginStore* plugins = NativePluginStore::instance();
+    QCOMPARE(plugins->review(QUrl::fromLocalFile(qEnvironmentVariable("VELL_BUILD_DIR") +
+                                                 u"/examples/plugins/Dice.app"_s)),
+             QString());
+    QCOMPARE(plugins->installReviewed(), QString());
+    QTRY_VERIFY_WITH_TIMEOUT(plugins->sessions().snapshots().contains(dice.mid(7)), 30000);
+
+    WorkflowDocument flow = chain(2);
+    flow.title = u"Morning routine"_s;
+    flow.nodes[1].data.title = u"Check the blinds"_s;
+    AutomationStore::instance()->save(flow);
+}
+
+void tst_Workspace::cleanupTestCase() {
+    m_app.reset();
+}
+
+void tst_Workspace::theFirstTabIsTheStageAndTheRailChoosesWhatItShows() {
+    QCOMPARE(panel()->tab(), u"Vell"_s);
+    panel()->expand(true);
+    QVERIFY(QTest::qWaitForWindowExposed(window()));
+    QTRY_COMPARE(onRail(), (QStringList{dice, hello, u"builtin:home"_s, u"builtin:media"_s,
+                                        u"builtin:calendar"_s, u"builtin:automations"_s}));
+    // Nothing chosen before: the first thing there is.
+    QTRY_VERIFY(shown(content(), u"action:roll"_s));
+    settle();
+    screenshot(window(), u"workspace-plugin"_s);
+
+    // The pointer on the rail opens it over the stage with the names.
+    QQuickItem* entry = findItem(content(), u"rail:"_s + hello);
+    QTest::mouseMove(window(), entry->mapToScene({10, 10}).toPoint());
+    QTRY_COMPARE(findItem(content(), u"rail"_s)->width(), 156.0);
+    screenshot(window(), u"workspace-rail"_s);
+    QVERIFY(click(window(), entry));
+    QTRY_VERIFY(!shown(content(), u"action:roll"_s));
+    QTRY_VERIFY(shown(content(), u"moduleCard"_s));
+    screenshot(window(), u"workspace-module"_s);
+
+    // The choice is this display's, and it is what the next launch reads.
+    const QString display = panel()->appearanceID();
+    UserDefaults defaults(UserDefaults::instance()->filePath());
+    ModuleStageStore again(&defaults);
+    QCOMPARE(again.selections().value(display), hello);
+    QCOMPARE(again.selections().size(), 1);
+}
+
+void tst_Workspace::theEditorHidesAndArranges() {
+    QVERIFY(click(window(), findItem(content(), u"customize"_s)));
+    QQuickWindow* editor = nullptr;
+    QTRY_VERIFY((editor = qobject_cast<QQuickWindow*>(
+                     [] {
+                         for (QWindow* w : QGuiApplication::topLevelWindows())
+                             if (w->objectName() == u"workspace-editor" && w->isVisible())
+                                 return w;
+                         return static_cast<QWindow*>(nullptr);
+                     }())));
+    QVERIFY(QTest::qWaitForWindowExposed(editor));
+    QCOMPARE(editor->title(), u"Customize Workspace — "_s + panel()->displayName());
+    screenshot(editor, u"workspace-editor"_s);
+
+    // "Remove from workspace" takes it off this display's rail; the module stays installed.
+    QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:builtin:media"_s), u"remove"_s)));
+    QTRY_VERIFY(!onRail().contains(u"builtin:media"_s));
+    QVERIFY(ModuleStore::instance()->module(u"app.ostavell.hello"_s));
+
+    // A tile dragged onto the "place last" zone goes to the end.
+    QQuickItem* tile = findItem(editor->contentItem(), u"tile:"_s + dice);
+    QQuickItem* last = findItem(editor->contentItem(), u"last"_s);
+    const QPoint from = tile->mapToScene({20, 20}).toPoint();
+    const QPoint to = last->mapToScene({last->width() / 2, last->height() / 2}).toPoint();
+    QTest::mousePress(editor, Qt::LeftButton, {}, from);
+    for (int step = 1; step <= 10; ++step)
+        QTest::mouseMove(editor, from + (to - from) * step / 10, 10);
+    QTest::mouseRelease(editor, Qt::LeftButton, {}, to, 10);
+    QTRY_COMPARE(onRail().last(), dice);
+    // Shown again from the editor, it takes its old place.
+    QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:builtin:media"_s), u"add"_s)));
+    QTRY_COMPARE(onRail(), (QStringList{hello, u"builtin:home"_s, u"builtin:calendar"_s,
+                                        u"builtin:automations"_s, dice, u"builtin:media"_s}));
+    editor->close();
+}
+
+void tst_Workspace::aRunShowsInTheClosedWingsAndThePanelFollows() {
+    panel()->collapse();
+    const QRectF narrow = panel()->frame();
+    QCOMPARE(narrow.width(), 276.0);
+
+    AutomationStore* automations = AutomationStore::instance();
+    automations->runWorkflow(uuidText(automations->documents().first().id), false);
+    QTRY_VERIFY(shown(content(), u"automationState"_s));
+    QCOMPARE(findItem(content(), u"automationState"_s)->property("text").toString(), u"Running"_s);
+    QTRY_COMPARE(findItem(content(), u"automationStep"_s)->property("text").toString(), u"Check the blinds"_s);
+    // Both wings take the wider one's width, and the closed panel grows with them.
+    QTRY_VERIFY(panel()->frame().width() > narrow.width());
+    QCOMPARE(panel()->frame().width(), 196 + 2 * panel()->wingWidth());
+    settle();
+    screenshot(window(), u"closed-automation"_s);
+
+    // Pressed, it opens the panel on the run's workflow, pinned to this display's stage.
+    QVERIFY(click(window(), findItem(content(), u"automationState"_s)));
+    QTRY_VERIFY(panel()->isExpanded());
+    const QString choice = u"workflow:"_s + uuidText(automations->documents().first().id);
+    QCOMPARE(ModuleStageStore::instance()->selections().value(panel()->appearanceID()), choice);
+    QTRY_VERIFY(onRail().contains(choice));
+    settle();
+    screenshot(window(), u"workspace-workflow"_s);
+
+    automations->cancel();
+    panel()->collapse();
+    QTRY_COMPARE(panel()->frame(), narrow);
+}
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    tst_Workspace test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_workspace.moc"
