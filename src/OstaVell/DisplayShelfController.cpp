@@ -197,7 +197,7 @@ void DisplayShelfController::expand(bool focus) {
     m_panel->show();
     m_panel->raise();
     if (focus)
-        m_panel->requestActivate();
+        m_panel->takeKey();
 }
 
 void DisplayShelfController::collapse() {

@@ -22,6 +22,9 @@ public:
     // The visible outline inside the window: a rectangle rounded at its two bottom corners.
     void setOutline(const QRectF& rect, double radius);
     // Gives the keyboard back: the focus follows the pointer to whatever lies under it.
+    // Takes the keyboard, remembering the window that had it.
+    void takeKey();
+    // Gives the keyboard back to the window that had it before takeKey, when it still exists.
     void resignKey();
 
 signals:
@@ -38,6 +41,8 @@ protected:
 
 private:
     QRegion m_outline;
+    // The X window that had the keyboard when this panel took it; 0 for none.
+    quint32 m_previousFocus = 0;
 };
 
 } // namespace vell

@@ -6,6 +6,9 @@ import OstaVell.Support
 
 ScrollView {
     id: pane
+    // The closed notch's switches are offered with the activities they switch.
+    readonly property var offeredWings: ShellContributions.wings.map(wing => wing.id)
+    function offers(...ids) { return ids.some(id => pane.offeredWings.indexOf(id) >= 0) }
     required property ShelfController shelf
     contentWidth: availableWidth
     clip: true
@@ -51,11 +54,6 @@ ScrollView {
             text: "Drawn notch on external displays"
             checked: SettingsStore.fakeNotchOnExternalDisplays
             onToggled: SettingsStore.fakeNotchOnExternalDisplays = checked
-        }
-        SettingSwitch {
-            text: "Haptic feedback"
-            checked: SettingsStore.hapticFeedback
-            onToggled: SettingsStore.hapticFeedback = checked
         }
         SettingSwitch {
             text: "Launch at login"
@@ -112,18 +110,30 @@ ScrollView {
             }
         }
 
-        Heading { text: "Closed notch" }
-        SettingSwitch { text: "Now playing"; checked: SettingsStore.mediaLiveActivity; onToggled: SettingsStore.mediaLiveActivity = checked }
-        SettingSwitch { text: "Timers"; checked: SettingsStore.timerLiveActivity; onToggled: SettingsStore.timerLiveActivity = checked }
-        SettingSwitch { text: "Battery"; checked: SettingsStore.batteryLiveActivity; onToggled: SettingsStore.batteryLiveActivity = checked }
-        SettingSwitch { text: "Next event"; checked: SettingsStore.calendarLiveActivity; onToggled: SettingsStore.calendarLiveActivity = checked }
-        SettingSwitch { text: "To-dos"; checked: SettingsStore.todosLiveActivity; onToggled: SettingsStore.todosLiveActivity = checked }
-
-        Heading { text: "Volume and brightness" }
-        SettingSwitch {
-            text: "Replace the system volume and brightness display"
-            checked: SettingsStore.replaceSystemHUD
-            onToggled: SettingsStore.replaceSystemHUD = checked
+        Heading { text: "Closed notch"; visible: closedNotchSwitches.visibleChildren.length > 0 }
+        ColumnLayout {
+            id: closedNotchSwitches
+            spacing: 0
+            SettingSwitch {
+                visible: pane.offers("media.left", "media.right")
+                text: "Now playing"; checked: SettingsStore.mediaLiveActivity; onToggled: SettingsStore.mediaLiveActivity = checked
+            }
+            SettingSwitch {
+                visible: pane.offers("timer")
+                text: "Timers"; checked: SettingsStore.timerLiveActivity; onToggled: SettingsStore.timerLiveActivity = checked
+            }
+            SettingSwitch {
+                visible: pane.offers("battery.event", "battery.status")
+                text: "Battery"; checked: SettingsStore.batteryLiveActivity; onToggled: SettingsStore.batteryLiveActivity = checked
+            }
+            SettingSwitch {
+                visible: pane.offers("calendar")
+                text: "Next event"; checked: SettingsStore.calendarLiveActivity; onToggled: SettingsStore.calendarLiveActivity = checked
+            }
+            SettingSwitch {
+                visible: pane.offers("todos")
+                text: "To-dos"; checked: SettingsStore.todosLiveActivity; onToggled: SettingsStore.todosLiveActivity = checked
+            }
         }
         Item { Layout.preferredHeight: 16 }
     }

@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QRasterWindow>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -172,6 +173,14 @@ void TestOstaVell::hoverOpensAndLeavingCloses() {
 }
 
 void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
+    // Someone is typing in another window when the panel opens.
+    QRasterWindow typing;
+    typing.setTitle(QStringLiteral("Typing here"));
+    typing.setGeometry(200, 400, 300, 200);
+    typing.show();
+    typing.requestActivate();
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(QStringLiteral("Typing here")), 10000);
+
     int status = -1;
     run(app(), {"--open"}, &status);
     QCOMPARE(status, 0);
@@ -184,6 +193,8 @@ void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
     QCOMPARE(panels().value(onScreen), openStageFrame(wholeScreen));
     run(QStringLiteral("xdotool"), {"key", "Escape"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
+    // The keyboard goes back where it was, not to whatever is under the pointer.
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(QStringLiteral("Typing here")), 10000);
 }
 
 void TestOstaVell::hotKeyOpensAndCloses() {
@@ -214,5 +225,5 @@ void TestOstaVell::secondLaunchForwardsAndQuitEndsTheProcess() {
     QCOMPARE(status, 0);
 }
 
-QTEST_GUILESS_MAIN(TestOstaVell)
+QTEST_MAIN(TestOstaVell)
 #include "tst_ostavell.moc"
