@@ -1,11 +1,19 @@
-// Start-up, memory and idle CPU of a closed OstaVell, each beside a bare Qt Quick window
-// measured in the same run on the same display.
+// Start-up, memory, idle CPU and idle wakeups of a closed OstaVell with a module, a plugin and
+// a workflow installed, each beside a bare Qt Quick window measured in the same run on the
+// same display.
+#include "OstaVell/Modules/Lightweight/ModuleStore.h"
+#include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "VellWorkflows/WorkflowFiles.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
+#include <QUrl>
+#include <QUuid>
 #include <QThread>
 
 #include <algorithm>
@@ -104,6 +112,50 @@ qint64 cpuTicks(qint64 pid) {
     return fields.value(11).toLongLong() + fields.value(12).toLongLong();
 }
 
+// Context switches of every thread of a process: each is a wakeup, or a thread put aside.
+qint64 contextSwitches(qint64 pid) {
+    qint64 total = 0;
+    const QStringList tasks = QDir(QStringLiteral("/proc/%1/task").arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& task : tasks) {
+        QFile status(QStringLiteral("/proc/%1/task/%2/status").arg(pid).arg(task));
+        if (!status.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray& line : status.readAll().split('\n'))
+            if (line.startsWith("voluntary_ctxt_switches:") || line.startsWith("nonvoluntary_ctxt_switches:"))
+                total += line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
+    }
+    return total;
+}
+
+// What a person has after a first afternoon: the example module, the Dice plugin and one
+// workflow, in the session's own data folder that the app then reads.
+bool installWorkspace(const QString& build) {
+    vell::ModuleStore::instance()->install(vell::ModuleStore::example(QStringLiteral("HelloVell")));
+    vell::NativePluginStore* plugins = vell::NativePluginStore::instance();
+    plugins->start();
+    const QString problem = plugins->review(QUrl::fromLocalFile(build + QStringLiteral("/examples/plugins/Dice.app")));
+    const QString installed = problem.isEmpty() ? plugins->installReviewed() : problem;
+    plugins->stop();
+    if (!installed.isEmpty()) {
+        std::fprintf(stderr, "startup: the plugin did not install: %s\n", qPrintable(installed));
+        return false;
+    }
+    vell::WorkflowNode start;
+    start.id = QStringLiteral("start");
+    start.data.kind = vell::WorkflowNode::Configuration::Kind::manual;
+    start.data.title = QStringLiteral("When I run it");
+    vell::WorkflowNode check = start;
+    check.id = QStringLiteral("check");
+    check.data.kind = vell::WorkflowNode::Configuration::Kind::review;
+    check.data.title = QStringLiteral("Check the blinds");
+    const vell::WorkflowDocument flow{1, QUuid::createUuid(), QStringLiteral("Morning routine"), {start, check},
+                                      {vell::WorkflowEdge::connecting(start.id, check.id, QStringLiteral("next"))}};
+    vell::WorkflowFiles(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                        QStringLiteral("/OstaVell/Automations"))
+        .save({flow});
+    return true;
+}
+
 // The start-up figures of one program over all runs.
 struct Starts {
     QList<double> arrived;
@@ -138,6 +190,13 @@ int main(int argc, char* argv[]) {
     const Program ostavell{build + QStringLiteral("/bin/ostavell"), {}};
     const Program bare{build + QStringLiteral("/benchmarks/helpers/bare-quick-window"), {}};
     constexpr int runs = 7;
+    try {
+        if (!installWorkspace(build))
+            return 1;
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "startup: could not install the workspace: %s\n", problem.what());
+        return 1;
+    }
 
     Starts appStarts, bareStarts;
     for (int i = 0; i < runs; ++i) {
@@ -168,6 +227,7 @@ int main(int argc, char* argv[]) {
 
     const qint64 appTicks = cpuTicks(appProcess.processId());
     const qint64 bareTicks = cpuTicks(bareProcess.processId());
+    const qint64 appSwitches = contextSwitches(appProcess.processId());
     constexpr int idleSeconds = 20;
     QThread::sleep(idleSeconds);
     const double ticksPerSecond = double(sysconf(_SC_CLK_TCK));
@@ -175,6 +235,7 @@ int main(int argc, char* argv[]) {
         100.0 * (cpuTicks(appProcess.processId()) - appTicks) / ticksPerSecond / idleSeconds;
     const double bareCpu =
         100.0 * (cpuTicks(bareProcess.processId()) - bareTicks) / ticksPerSecond / idleSeconds;
+    const double wakeups = double(contextSwitches(appProcess.processId()) - appSwitches) / idleSeconds;
     std::printf("idle cpu of the bare window: %.2f%%\n", bareCpu);
     stop(appProcess);
     stop(bareProcess);
@@ -182,5 +243,6 @@ int main(int argc, char* argv[]) {
     std::printf("start ratio: %.2f\n", appStart / bareStart);
     std::printf("memory ratio: %.2f\n", double(appRss) / double(bareRss));
     std::printf("idle cpu: %.2f%%\n", appCpu);
+    std::printf("idle wakeups: %.1f/s\n", wakeups);
     return 0;
 }

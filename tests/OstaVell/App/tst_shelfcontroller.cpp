@@ -205,8 +205,15 @@ void TestShelfController::tabDecidesTheOpenSizeAndIsSaved() {
     // The window settles on the frame once the animation has run.
     QTRY_COMPARE(panel->panel()->geometry(), panel->frame().toAlignedRect());
 
+    // The wings' width is kept while open and moves nothing until the panel closes.
+    const QRectF open = panel->frame();
+    panel->setWingWidth(120);
+    QCOMPARE(panel->frame(), open);
     panel->collapse();
-    QTRY_COMPARE(panel->panel()->geometry().size(), QSize(336, 28));
+    QTRY_COMPARE(panel->panel()->geometry().size(), QSize(196 + 2 * 120, 28));
+    // Empty wings still leave the narrowest ones beside the notch.
+    panel->setWingWidth(0);
+    QTRY_COMPARE(panel->panel()->geometry().size(), QSize(196 + 2 * 40, 28));
 }
 
 void TestShelfController::showVellsOffRemovesEveryPanelUntilAnOpen() {
