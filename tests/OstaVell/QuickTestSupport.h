@@ -1,12 +1,13 @@
 #pragma once
 
-// What the view tests share: finding an item by name, pressing it as a person would, and
-// keeping a picture of a window in <build>/screenshots.
+// What the view tests share: finding an item by name, pressing it as a person would, keeping a
+// picture of a window in <build>/screenshots, and finding text that Qt would not draw as plain.
 
 #include <QDir>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QSignalSpy>
+#include <QStringList>
 #include <QTest>
 
 namespace vell::test {
@@ -68,6 +69,26 @@ inline void screenshot(QQuickWindow* window, const QString& name) {
     const QString folder = qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/screenshots");
     QVERIFY(QDir().mkpath(folder));
     QVERIFY(window->grabWindow().save(folder + QLatin1Char('/') + name + QStringLiteral(".png")));
+}
+
+// The texts shown that Qt would read as something other than plain text.
+inline QStringList richTexts(QQuickItem* root) {
+    QStringList found;
+    if (!root)
+        return {QStringLiteral("no view")};
+    if (root->inherits("QQuickText") && root->property("textFormat").toInt() != Qt::PlainText &&
+        !root->property("text").toString().isEmpty())
+        found.append(root->property("text").toString());
+    const QList<QQuickItem*> children = root->childItems();
+    for (QQuickItem* child : children)
+        found += richTexts(child);
+    return found;
+}
+
+// Fails with those texts, when there are any.
+inline void verifyPlainText(QQuickItem* root) {
+    const QStringList rich = richTexts(root);
+    QVERIFY2(rich.isEmpty(), qPrintable(rich.join(u" | ")));
 }
 
 } // namespace vell::test

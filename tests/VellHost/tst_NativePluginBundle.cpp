@@ -327,7 +327,7 @@ private slots:
     // The build leaves signed bundles; what their inspection answers, and that vellctl computes
     // the same fingerprint.
     void examples() {
-        for (const QString& name : {u"Clock"_s, u"Counter"_s, u"Dice"_s}) {
+        for (const QString& name : {u"Clock"_s, u"Counter"_s, u"Dice"_s, u"Errands"_s}) {
             const QString bundle = QStringLiteral(VELL_EXAMPLE_PLUGINS) + u'/' + name + u".app"_s;
             const NativePluginInspection inspection = NativePluginBundle::inspect(bundle);
             QCOMPARE(inspection.root, QFileInfo(bundle).canonicalFilePath());

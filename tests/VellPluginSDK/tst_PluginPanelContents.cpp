@@ -1,5 +1,8 @@
+#include "VellPluginSDK/Presentation/PluginCollectionFilter.h"
 #include "VellPluginSDK/Presentation/PluginTransientCaption.h"
+#include "VellPluginSDK/ReferenceTime.h"
 
+#include <QDateTime>
 #include <QTest>
 
 #include "PresentationSupport.h"
@@ -111,6 +114,33 @@ void callRow(const char* name, const Check& call, const QString& message) {
 void elementRow(const char* name, const PluginDiagramElement& element, const QString& message) {
     callRow(
         name, [element] { element.validate(200, 100); }, message);
+}
+
+// Seconds since 2001 of a local time on 2024-03-10 plus days, in a zone this many hours east.
+double at(int days, QTime time, int zoneHours = 14) {
+    const QDateTime local(QDate(2024, 3, 10).addDays(days), time, QTimeZone(zoneHours * 3600));
+    return double(local.toMSecsSinceEpoch()) / 1000 - ReferenceTime::epoch;
+}
+
+// Rows of a list, with an id, the three searched texts, a date, and the marks.
+QList<PluginCollectionItem> errands() {
+    const auto make = [](const QString& id, const QString& title, const QString& subtitle,
+                         const QString& detail, std::optional<double> date, bool unread, bool completed) {
+        PluginCollectionItem row = item(id);
+        row.title = title, row.subtitle = subtitle, row.detail = detail, row.date = date;
+        row.unread = unread, row.completed = completed;
+        return row;
+    };
+    return {make("a", "Parcel", "Post office", "Bring an ID", at(0, {9, 0}), true, false),
+            make("b", "Receipt", "Plumber", "Paid in full", at(-1, {23, 59, 59}), false, false),
+            make("c", "Book club", "Ana", "\u00C4pfel mitbringen", std::nullopt, true, false),
+            make("d", "Plants", "Home", "", at(-2, {12, 0}), false, false),
+            make("e", "Dentist", "", "", at(1, {0, 0}), false, false),
+            make("f", "Midnight", "", "", at(0, {0, 0}), false, false),
+            make("g", "Late", "", "", at(0, {23, 59, 59}), false, false),
+            make("h", "Receipt 10", "", "", std::nullopt, false, false),
+            make("i", "receipt 2", "", "", std::nullopt, false, false),
+            make("j", "Old news", "", "", at(-30, {12, 0}), false, true)};
 }
 
 void addCheckColumns() {
@@ -503,6 +533,68 @@ private slots:
     void diagrams() {
         QFETCH(Check, check);
         QTEST(problemOf(check), "message");
+    }
+
+    // Now is noon of 2024-03-10 in a zone 14 hours east of UTC, which is still the 9th in UTC.
+    void filtered_data() {
+        QTest::addColumn<QString>("query");
+        QTest::addColumn<QString>("filter");
+        QTest::addColumn<int>("zoneHours");
+        QTest::addColumn<bool>("sortByName");
+        QTest::addColumn<int>("day");
+        QTest::addColumn<QString>("shown");
+        const int none = 99;
+        QTest::newRow("everything") << ""
+                                    << "All" << 14 << false << none << "abcdefghij";
+        QTest::newRow("an unknown filter keeps all") << ""
+                                                     << "Someday" << 14 << false << none << "abcdefghij";
+        QTest::newRow("unread") << ""
+                                << "Unread" << 14 << false << none << "ac";
+        QTest::newRow("today, from its first to its last second") << ""
+                                                                  << "Today" << 14 << false << none << "afg";
+        QTest::newRow("today is the zone's") << ""
+                                             << "Today" << 0 << false << none << "abf";
+        QTest::newRow("overdue: open and before today") << ""
+                                                        << "Overdue" << 14 << false << none << "bd";
+        QTest::newRow("overdue is the zone's too") << ""
+                                                   << "Overdue" << 0 << false << none << "d";
+        QTest::newRow("search ignores case") << "PARCEL"
+                                             << "All" << 14 << false << none << "a";
+        QTest::newRow("search finds the subtitle") << "plumb"
+                                                   << "All" << 14 << false << none << "b";
+        QTest::newRow("search finds the detail beyond ASCII") << "\u00E4PFEL"
+                                                              << "All" << 14 << false << none << "c";
+        QTest::newRow("search is a substring") << "eipt"
+                                               << "All" << 14 << false << none << "bhi";
+        QTest::newRow("search and filter together") << "o"
+                                                    << "Unread" << 14 << false << none << "ac";
+        QTest::newRow("nothing matches") << "zebra"
+                                         << "All" << 14 << false << none << "";
+        QTest::newRow("by name, numbers as numbers") << ""
+                                                     << "All" << 14 << true << none << "cegfjadbih";
+        QTest::newRow("by name after a search") << "receipt"
+                                                << "All" << 14 << true << none << "bih";
+        QTest::newRow("one day") << ""
+                                 << "All" << 14 << false << 0 << "afg";
+        QTest::newRow("another day") << ""
+                                     << "All" << 14 << false << 1 << "e";
+        QTest::newRow("one day and a search") << "late"
+                                              << "All" << 14 << false << 0 << "g";
+    }
+    void filtered() {
+        QFETCH(QString, query);
+        QFETCH(QString, filter);
+        QFETCH(int, zoneHours);
+        QFETCH(bool, sortByName);
+        QFETCH(int, day);
+        PluginCollectionFilter rows{query,        filter,    at(0, {12, 0}), QTimeZone(zoneHours * 3600),
+                                    std::nullopt, sortByName};
+        if (day != 99)
+            rows.day = at(day, {12, 0});
+        QString ids;
+        for (const PluginCollectionItem& row : rows.apply(errands()))
+            ids += row.id;
+        QTEST(ids, "shown");
     }
 
     void recordsRoundTrip() {

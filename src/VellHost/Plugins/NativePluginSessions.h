@@ -125,6 +125,16 @@ public:
     // running session or its queue refused it.
     bool sendHostMessage(const QString& id, const PluginMessage& message);
 
+    // Forms. A submit invokes the plugin's own action through the router, as the plugin
+    // itself, under the same review as any caller; a run that waits for review remembers the
+    // form as submitted, and its approval goes ahead only while that very form still stands.
+    // Both throw ModuleProblem with the sentence for the form's error line.
+    QUuid submitForm(const QString& id, const PluginForm& form, const PluginValueMap& values);
+    void approveForm(const QString& id, const PluginForm& form, const QUuid& run);
+    // The form of this id on this panel of the plugin's current snapshot.
+    std::optional<PluginForm> currentForm(const QString& id, const QString& panelID,
+                                          const QString& formID) const;
+
     // A built-in service joins the bus as a peer: its name for the settings, the callback that
     // hears its traffic, a fingerprint naming what it is, and its registration.
     void joinLocal(const QString& id, const QString& name, const QString& fingerprint,
@@ -198,6 +208,11 @@ private:
     bool onFrame(const QString& id, const PluginMessage& message, double now);
     void checkSnapshotCapabilities(const QString& id, const PluginSnapshot& snapshot) const;
     void reconcilePendingForms(const QString& id, const PluginSnapshot& snapshot, double now);
+
+    // Forms.
+    static bool holdsForm(const PluginSnapshot& snapshot, const PluginForm& form);
+    bool offersAction(const QString& id, const PluginRegisteredAction& action) const;
+    const ActionRun* findRun(const QUuid& run) const;
 
     // Host services.
     void deliver(const QString& peer, const PluginBusMessage& message);

@@ -143,18 +143,10 @@ bool NativePluginSessions::onSnapshot(const QString& id, const PluginMessage& me
 
 void NativePluginSessions::reconcilePendingForms(const QString& id, const PluginSnapshot& snapshot,
                                                  double now) {
-    const auto stillShown = [&snapshot](const PluginForm& form) {
-        if (!snapshot.panels)
-            return false;
-        for (const PluginPanel& panel : *snapshot.panels)
-            if (panel.forms && panel.forms->contains(form))
-                return true;
-        return false;
-    };
     const QList<QUuid> runs = m_pendingForms.keys();
     for (const QUuid& run : runs) {
         const auto pending = m_pendingForms.constFind(run);
-        if (pending == m_pendingForms.cend() || pending->pluginID != id || stillShown(pending->form))
+        if (pending == m_pendingForms.cend() || pending->pluginID != id || holdsForm(snapshot, pending->form))
             continue;
         // The form changed under the person reviewing it: what they would approve is gone.
         for (const ActionRun& live : m_router->runs()) {

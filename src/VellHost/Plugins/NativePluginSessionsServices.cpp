@@ -46,10 +46,11 @@ void NativePluginSessions::action(const QString& id, const QString& action) {
     if (!m_ready.contains(id) || !m_workers.contains(id) || m_status.value(id) != runningStatus)
         return;
     // "configure" opens the plugin's own settings and is always there; anything else must be a
-    // button the plugin shows enabled right now.
+    // button the plugin shows enabled right now, on a card, at the top or in a collection.
     if (action != u"configure") {
         const auto snapshot = m_snapshots.constFind(id);
-        if (snapshot == m_snapshots.cend() || !snapshot->enabledDisplayAction(action))
+        if (snapshot == m_snapshots.cend() ||
+            (!snapshot->enabledDisplayAction(action) && !snapshot->enabledCollectionAction(action)))
             return;
     }
     PluginMessage message = PluginMessage::make(QStringLiteral("action"), id, {});

@@ -155,4 +155,18 @@ void PluginCollection::validate() const {
     }
 }
 
+std::optional<PluginAction> PluginCollection::enabledAction(const QString& id) const {
+    const auto pressable = [&id](const PluginAction& action) { return action.id == id && action.enabled; };
+    for (const PluginAction& action : actions)
+        if (pressable(action))
+            return action;
+    for (const PluginCollectionItem& item : items)
+        if (item.action && pressable(*item.action))
+            return item.action;
+    for (const PluginCalendarDay& day : days.value_or(QList<PluginCalendarDay>()))
+        if (pressable(day.action))
+            return day.action;
+    return std::nullopt;
+}
+
 } // namespace vell

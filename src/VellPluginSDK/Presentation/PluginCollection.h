@@ -83,6 +83,8 @@ struct PluginCollection {
     QByteArray encoded() const;
     QJsonObject toJson() const;
     void validate() const;
+    // The first enabled button of this id: the toolbar's, then the items', then the days'.
+    std::optional<PluginAction> enabledAction(const QString& id) const;
 
     friend bool operator==(const PluginCollection&, const PluginCollection&) = default;
 };

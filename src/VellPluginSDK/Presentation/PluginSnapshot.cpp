@@ -253,4 +253,12 @@ std::optional<PluginAction> PluginSnapshot::enabledDisplayAction(const QString& 
     return std::nullopt;
 }
 
+std::optional<PluginAction> PluginSnapshot::enabledCollectionAction(const QString& id) const {
+    for (const PluginPanel& panel : panelsOf(*this))
+        if (panel.collection)
+            if (auto action = panel.collection->enabledAction(id))
+                return action;
+    return std::nullopt;
+}
+
 } // namespace vell

@@ -99,6 +99,9 @@ struct PluginSnapshot {
     QList<PluginAction> displayActions() const;
     // The first enabled entry of displayActions with this id: whether a press may be passed on.
     std::optional<PluginAction> enabledDisplayAction(const QString& id) const;
+    // The first enabled button of this id in any panel's collection. Collections are drawn by
+    // the host, so their buttons are judged apart from the cards'.
+    std::optional<PluginAction> enabledCollectionAction(const QString& id) const;
 
     friend bool operator==(const PluginSnapshot&, const PluginSnapshot&) = default;
 };

@@ -68,6 +68,11 @@ class NativePluginStore final : public QObject {
     Q_PROPERTY(QVariantList history READ historyForViews NOTIFY routerChanged)
     // The router's latch, where grants are managed; empty when grants and history are sound.
     Q_PROPERTY(QString actionsError READ actionsError NOTIFY routerChanged)
+    // The runs started from forms while the router knows them, by run id: plugin, panel, form,
+    // phase, message, title, effect, arguments ([{name, value}] as text) and expires
+    // (milliseconds since 1970), so that a form can follow its own run, also when its view is
+    // drawn anew.
+    Q_PROPERTY(QVariantMap formRuns READ formRunsForViews NOTIFY routerChanged)
     // Changes with every video frame of any plugin; a view's frame address carries it.
     Q_PROPERTY(int frameRevision READ frameRevision NOTIFY framesChanged)
     // The plugins with a current video frame.
@@ -150,6 +155,23 @@ public:
     Q_INVOKABLE QString setAllowed(const QString& caller, const QString& provider, const QString& name,
                                    bool channel, bool allowed);
 
+    // Forms. A submit names the form by its panel, its id and the revision the person saw,
+    // and answers {run} with the run's id, or {error} with the sentence for the form's error
+    // line. Values are the view's map from input id to text, number or truth value.
+    Q_INVOKABLE QVariantMap submitForm(const QString& id, const QString& panelID, const QString& formID,
+                                       const QString& revision, const QVariantMap& values);
+    // Each answers the failure's sentence, or an empty text.
+    Q_INVOKABLE QString approveForm(const QString& id, const QString& panelID, const QString& formID,
+                                    const QString& runID);
+    Q_INVOKABLE QString cancelForm(const QString& runID);
+
+    // A collection's rows as the view shows them: the items (maps as in a snapshot) that pass
+    // the search and the filter, on the given day (seconds since 2001) when it is a number,
+    // sorted by name when asked, else in the plugin's order. Today is the store's today.
+    Q_INVOKABLE QVariantList collectionItems(const QVariantList& items, const QString& query,
+                                             const QString& filter, bool sortByName,
+                                             const QVariant& day = {}) const;
+
 signals:
     void pluginsChanged();
     void noticeChanged();
@@ -185,6 +207,7 @@ private:
     QVariantList historyForViews() const;
     QString actionsError() const;
     QVariantMap usageForViews() const;
+    QVariantMap formRunsForViews() const;
 
     NativePluginIndex m_index;
     NativePluginSessions* m_sessions;
@@ -206,6 +229,15 @@ private:
     std::optional<Review> m_review;
     QVariantMap m_selections;
     QSet<QUuid> m_waitingReviews;
+    // Runs started from forms, with the form each came from; forgotten once the router has let
+    // them go.
+    struct FormRun {
+        QUuid run;
+        QString pluginID;
+        QString panelID;
+        QString formID;
+    };
+    QList<FormRun> m_formRuns;
     PluginPresentationGate m_reviewGate;
     QVariantMap m_snapshotViews;
     QSet<qint64> m_sampled;

@@ -189,8 +189,16 @@ QString NativePluginStore::actionsError() const {
 }
 
 QString NativePluginStore::approve(const QString& runID) {
+    const QUuid run = QUuid::fromString(runID);
     try {
-        router().approve(QUuid::fromString(runID), m_sessions->clock());
+        // A form's run is approved from any review screen only while its form still stands.
+        if (const auto pending = m_sessions->pendingForms().constFind(run);
+            pending != m_sessions->pendingForms().cend()) {
+            const NativePluginSessions::PendingForm form = *pending;
+            m_sessions->approveForm(form.pluginID, form.form, run);
+            return {};
+        }
+        router().approve(run, m_sessions->clock());
     } catch (const ModuleProblem& problem) {
         return problem.message();
     }

@@ -24,3 +24,12 @@ function phase(name) {
     default: return name
     }
 }
+
+// What a run in review warns of, by its action's effect; nothing for an action that only reads.
+function warning(effect) {
+    switch (effect) {
+    case "localChange": return "This action changes things on this computer. Undo is not provided by this action."
+    case "externalChange": return "This action changes things beyond this computer. Undo is not provided by this action."
+    default: return ""
+    }
+}

@@ -2,8 +2,8 @@ import QtQuick
 import OstaVell.Support
 import OstaVell.Plugins
 
-// One plugin's snapshot as cards. With pages, the chosen page: its control grid, then its
-// sections; without, the plugin's numbers, sections, rows and buttons, and the video area when
+// One plugin's snapshot as cards. With pages, the chosen page: its forms, collection or control
+// grid, then its sections; without, the plugin's numbers, sections, rows and buttons, and the video area when
 // it offers one. Every text here came from the plugin and is drawn as plain text.
 Column {
     id: root
@@ -240,8 +240,7 @@ Column {
             id: chosen
             spacing: 12
             readonly property var page: root.panel
-            readonly property bool elsewhere: page.customView !== undefined || page.collection !== undefined
-                                              || page.forms !== undefined || page.diagrams !== undefined
+            readonly property bool elsewhere: page.customView !== undefined || page.diagrams !== undefined
 
             Text {
                 textFormat: Text.PlainText
@@ -253,6 +252,26 @@ Column {
             }
             VideoArea {
                 visible: chosen.page.usesMedia === true
+            }
+            PluginFormsView {
+                visible: chosen.page.forms !== undefined
+                width: root.width
+                pluginID: root.pluginID
+                panelID: chosen.page.id ?? ""
+                forms: chosen.page.forms ?? []
+                accent: root.accent
+            }
+            Loader {
+                active: chosen.page.collection !== undefined
+                visible: active
+                width: root.width
+                sourceComponent: PluginCollectionView {
+                    width: root.width
+                    pluginID: root.pluginID
+                    panelID: root.pluginID + "\n" + (chosen.page.id ?? "")
+                    collection: chosen.page.collection ?? ({})
+                    accent: root.accent
+                }
             }
             PluginControlGrid {
                 visible: chosen.page.cards !== undefined

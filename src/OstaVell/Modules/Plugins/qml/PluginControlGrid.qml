@@ -130,8 +130,6 @@ Column {
             anchors.verticalCenter: parent.verticalCenter
             width: Math.min(240, root.width - groupMenu.width - 120)
             height: 28
-            placeholderText: "Search"
-            placeholderTextColor: Qt.rgba(1, 1, 1, 0.4)
             color: Qt.rgba(1, 1, 1, 0.9)
             font.pixelSize: 12
             leftPadding: 12
@@ -139,10 +137,21 @@ Column {
             topPadding: 0
             bottomPadding: 0
             verticalAlignment: TextInput.AlignVCenter
+            Accessible.name: "Search"
             background: Rectangle {
                 radius: 14
                 color: Qt.rgba(1, 1, 1, 0.085)
                 border.color: searchField.activeFocus ? Qt.rgba(1, 1, 1, 0.3) : Qt.rgba(1, 1, 1, 0.1)
+            }
+            // Drawn here rather than as the style's placeholder, which guesses the text's format.
+            Text {
+                textFormat: Text.PlainText
+                visible: searchField.text.length === 0
+                x: searchField.leftPadding
+                anchors.verticalCenter: parent.verticalCenter
+                text: "Search"
+                color: Qt.rgba(1, 1, 1, 0.4)
+                font.pixelSize: 12
             }
         }
     }
