@@ -18,6 +18,7 @@
 #include <QScreen>
 #include <QTest>
 
+#include "../Modules/Plugins/ErrandsLog.h"
 #include "../QuickTestSupport.h"
 #include "WorkflowFixtures.h"
 
@@ -29,6 +30,7 @@ namespace {
 
 const QString hello = u"local:app.ostavell.hello"_s;
 const QString dice = u"native:app.ostavell.example.dice"_s;
+const QString errands = u"native:app.ostavell.example.errands"_s;
 
 QStringList rail(QQuickItem* root) {
     QStringList ids;
@@ -51,6 +53,7 @@ private slots:
     void theFirstTabIsTheStageAndTheRailChoosesWhatItShows();
     void theEditorHidesAndArranges();
     void aRunShowsInTheClosedWingsAndThePanelFollows();
+    void aFormRunsAfterItsReviewAndCollectionsShowOnTheStage();
 
 private:
     DisplayShelfController* panel() const { return m_app->shelf()->panels().first(); }
@@ -180,6 +183,55 @@ void tst_Workspace::aRunShowsInTheClosedWingsAndThePanelFollows() {
     automations->cancel();
     panel()->collapse();
     QTRY_COMPARE(panel()->frame(), narrow);
+}
+
+void tst_Workspace::aFormRunsAfterItsReviewAndCollectionsShowOnTheStage() {
+    NativePluginStore* plugins = NativePluginStore::instance();
+    QCOMPARE(plugins->review(QUrl::fromLocalFile(qEnvironmentVariable("VELL_BUILD_DIR") +
+                                                 u"/examples/plugins/Errands.app"_s)),
+             QString());
+    QCOMPARE(plugins->installReviewed(), QString());
+    panel()->expand(true);
+    QTRY_VERIFY(onRail().contains(errands));
+    QQuickItem* entry = findItem(content(), u"rail:"_s + errands);
+    QTest::mouseMove(window(), entry->mapToScene({10, 10}).toPoint());
+    QTRY_COMPARE(findItem(content(), u"rail"_s)->width(), 156.0);
+    QVERIFY(click(window(), entry));
+    QTRY_VERIFY_WITH_TIMEOUT(shown(content(), u"form:add"_s), 30000);
+    QTest::mouseMove(window(), {window()->width() / 2, window()->height() / 2});
+
+    // Filled in, submitted, reviewed on the form itself, and only then run by the plugin.
+    QQuickItem* form = findItem(content(), u"form:add"_s);
+    QQuickItem* title = findItem(form, u"input:title"_s);
+    QVERIFY(click(window(), title));
+    QTRY_VERIFY(title->hasActiveFocus());
+    for (const QChar c : u"Buy stamps"_s)
+        QTest::keyClick(window(), c.toLatin1());
+    const qsizetype logged = errandsLog().size();
+    QVERIFY(click(window(), findItem(form, u"submit"_s)));
+    QTRY_VERIFY_WITH_TIMEOUT(shown(form, u"confirmRun"_s), 20000);
+    // Its review is the form's: the stage lays no second one over it.
+    QVERIFY(!shown(content(), u"reviews"_s));
+    settle();
+    screenshot(window(), u"workspace-form-review"_s);
+    QCOMPARE(errandsLog().size(), logged);
+    // The review is below the fold of a stage this size: scrolled to, as a person would.
+    QQuickItem* stage = findItem(content(), u"pluginStage"_s);
+    stage->setProperty("contentY", stage->property("contentHeight").toReal() - stage->height());
+    QVERIFY(drawn(window()));
+    QVERIFY(click(window(), findItem(form, u"confirmRun"_s)));
+    QTRY_COMPARE_WITH_TIMEOUT(errandsLog().size(), logged + 1, 20000);
+    QCOMPARE(errandsLog().last().values.value(u"title"_s).toString(), u"Buy stamps"_s);
+
+    // Each collection in its layout, on the stage of the real app.
+    stage->setProperty("contentY", 0);
+    for (const QString& page : {u"inbox"_s, u"tasks"_s, u"calendar"_s, u"files"_s}) {
+        QVERIFY(drawn(window()));
+        QVERIFY(click(window(), findItem(content(), u"panel:"_s + page)));
+        QTRY_VERIFY(shown(content(), u"search"_s));
+        QTRY_VERIFY(!findItems(content(), u"item:"_s).isEmpty() || shown(content(), u"calendarHint"_s));
+        screenshot(window(), u"workspace-collection-"_s + page);
+    }
 }
 
 int main(int argc, char** argv) {

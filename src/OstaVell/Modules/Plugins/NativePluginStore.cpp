@@ -91,10 +91,6 @@ QUrl NativePluginStore::settingsPaneView() {
     return QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Plugins/qml/PluginsPane.qml"));
 }
 
-QUrl NativePluginStore::dashboardView() {
-    return QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Plugins/qml/PluginsDashboardView.qml"));
-}
-
 void NativePluginStore::load() {
     try {
         m_plugins = m_index.load();
@@ -270,9 +266,6 @@ void NativePluginStore::remove(const QString& id) {
     m_sessions->stopWorker(id);
     assign(std::move(records));
     m_sessions->clearStatus(id);
-    for (auto selection = m_selections.begin(); selection != m_selections.end();)
-        selection = selection.value() == id ? m_selections.erase(selection) : std::next(selection);
-    emit selectionsChanged();
 }
 
 void NativePluginStore::edit(const QString& id, const std::function<void(NativePluginRecord&)>& change) {
@@ -334,13 +327,6 @@ void NativePluginStore::configure(const QString& id) {
 
 void NativePluginStore::setPresented(const QString& id, const QString& displayID, bool visible) {
     m_sessions->setPresented(id, displayID, visible);
-}
-
-void NativePluginStore::select(const QString& displayID, const QString& id) {
-    if (m_selections.value(displayID).toString() == id)
-        return;
-    m_selections.insert(displayID, id);
-    emit selectionsChanged();
 }
 
 void NativePluginStore::onRouterChanged() {

@@ -77,8 +77,6 @@ class NativePluginStore final : public QObject {
     Q_PROPERTY(int frameRevision READ frameRevision NOTIFY framesChanged)
     // The plugins with a current video frame.
     Q_PROPERTY(QStringList framed READ framed NOTIFY framesChanged)
-    // Display appearance id to the plugin its panel shows; held for this run only.
-    Q_PROPERTY(QVariantMap selections READ selections NOTIFY selectionsChanged)
 
 public:
     // Seconds a session is given to stop before the next launch of the same plugin.
@@ -92,9 +90,8 @@ public:
     static NativePluginStore* create(QQmlEngine*, QJSEngine*);
     static QString defaultDirectory();
     static QString defaultRouterDirectory();
-    // The settings pane, and the plugins' page of an open panel.
+    // The settings pane.
     static QUrl settingsPaneView();
-    static QUrl dashboardView();
 
     // Launches every enabled plugin and starts the health checks and the sleep watch; a
     // second call does nothing. stop() ends every session, at quit.
@@ -142,8 +139,6 @@ public:
     Q_INVOKABLE void setPresented(const QString& id, const QString& displayID, bool visible);
     // Enabled plugins not hidden on that display, as maps like those of plugins.
     Q_INVOKABLE QVariantList visiblePlugins(const QString& displayID) const;
-    Q_INVOKABLE void select(const QString& displayID, const QString& id);
-    QVariantMap selections() const { return m_selections; }
     int frameRevision() const { return m_frameRevision; }
     QStringList framed() const { return m_sessions->frames().keys(); }
     // Gets every frame as it comes, for the views' image provider.
@@ -178,7 +173,6 @@ signals:
     void snapshotsChanged();
     void reviewedChanged();
     void routerChanged();
-    void selectionsChanged();
     void usageChanged();
     void framesChanged();
 
@@ -227,7 +221,6 @@ private:
         QString currentFingerprint;
     };
     std::optional<Review> m_review;
-    QVariantMap m_selections;
     QSet<QUuid> m_waitingReviews;
     // Runs started from forms, with the form each came from; forgotten once the router has let
     // them go.

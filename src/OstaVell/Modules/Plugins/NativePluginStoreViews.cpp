@@ -100,7 +100,8 @@ QVariantList NativePluginStore::visiblePlugins(const QString& displayID) const {
 QVariantList NativePluginStore::reviewsForViews() const {
     QVariantList reviews;
     for (const ActionRun& run : router().runs()) {
-        if (run.phase() != PluginRunPhase::waitingReview)
+        // A form's run is reviewed on the form itself, with the values it was sent with.
+        if (run.phase() != PluginRunPhase::waitingReview || m_sessions->pendingForms().contains(run.id))
             continue;
         QVariantList arguments;
         for (auto value = run.arguments.cbegin(); value != run.arguments.cend(); ++value)
@@ -128,7 +129,9 @@ QVariantList NativePluginStore::activeRunsForViews() const {
             continue;
         QVariantMap map{
             {QStringLiteral("id"), uuidText(run.id)},
+            {QStringLiteral("caller"), run.caller},
             {QStringLiteral("callerName"), peerName(run.caller)},
+            {QStringLiteral("provider"), run.address.plugin},
             {QStringLiteral("providerName"), peerName(run.address.plugin)},
             {QStringLiteral("title"), run.definition.title},
             {QStringLiteral("phase"), pluginRunPhaseName(run.phase())},

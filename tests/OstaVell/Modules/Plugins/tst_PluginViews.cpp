@@ -112,7 +112,6 @@ private slots:
     void disabledActionIsNotPressable();
     void grantsAndReviewsGoThroughTheRouter();
     void refusedGrantShowsItsSentence();
-    void dashboardChoosesAndShowsAPlugin();
     void paneShowsInstalledPluginsAndTheReview();
     void formFilledSubmittedAndConfirmed();
     void collectionLayouts();
@@ -549,8 +548,7 @@ void tst_PluginViews::grantsAndReviewsGoThroughTheRouter() {
              "ApplicationWindow { visible: true; width: 1200; height: 900; color: '#1c1c20'\n"
              "Row { x: 20; y: 20; spacing: 20\n"
              "  AllowedActionsView { width: 520 }\n"
-             "  PluginsDashboardView { width: 620; height: 860;\n"
-             "    controller: QtObject { property string appearanceID: 'display-review' } } } }");
+             "  PluginRunsView { width: 620 } } }");
     QVERIFY(window);
     QQuickItem* root = window->contentItem();
     const QString allowClear = QStringLiteral("allow:%1:%2/clear:action").arg(kCounter, kDice);
@@ -635,48 +633,6 @@ void tst_PluginViews::refusedGrantShowsItsSentence() {
     QTRY_COMPARE(failure->property("text").toString(), QStringLiteral("The action is no longer available."));
     QVERIFY(failure->isVisible());
     QVERIFY(!allow->property("checked").toBool());
-}
-
-void tst_PluginViews::dashboardChoosesAndShowsAPlugin() {
-    install(QStringLiteral("Counter"), kCounter);
-    install(QStringLiteral("Dice"), kDice);
-    NativePluginStore* store = NativePluginStore::instance();
-    const QString display = QStringLiteral("display-dashboard");
-    // Hidden on one display: that display has nothing to show.
-    store->setVisible(kCounter, QStringLiteral("display-empty"), false);
-    store->setVisible(kDice, QStringLiteral("display-empty"), false);
-    QQuickWindow* window =
-        show("import QtQuick\nimport OstaVell.Plugins\n"
-             "Window { visible: true; width: 1560; height: 480; color: '#000000'\n"
-             "Rectangle { x: 10; width: 780; height: 470; radius: 22; color: '#18181c'\n"
-             "  PluginsDashboardView { objectName: 'dashboard'; x: 18; y: 18; width: 744; height: 434;\n"
-             "    controller: QtObject { property string appearanceID: 'display-dashboard' } } }\n"
-             "Rectangle { x: 800; width: 750; height: 470; radius: 22; color: '#18181c'\n"
-             "  PluginsDashboardView { objectName: 'emptyDashboard'; x: 18; y: 18; width: 714;\n"
-             "    height: 434; controller: QtObject { property string appearanceID: 'display-empty' } } } }");
-    QVERIFY(window);
-    QQuickItem* dashboard = findItem(window->contentItem(), QStringLiteral("dashboard"));
-    QQuickItem* empty =
-        findItem(findItem(window->contentItem(), QStringLiteral("emptyDashboard")), QStringLiteral("empty"));
-    QVERIFY(dashboard && empty);
-    QVERIFY(empty->isVisible());
-    QVERIFY(!findItem(dashboard, QStringLiteral("empty"))->isVisible());
-
-    QVERIFY(click(window, findItem(dashboard, QStringLiteral("choose:") + kDice)));
-    QTRY_COMPARE(store->selections().value(display).toString(), kDice);
-    QTRY_VERIFY(findItem(dashboard, QStringLiteral("action:roll")));
-    QVERIFY(drawn(window));
-    QVERIFY(click(window, findItem(dashboard, QStringLiteral("action:roll"))));
-    QTRY_VERIFY_WITH_TIMEOUT(
-        snapshotOf(kDice).value(QStringLiteral("status")).toString().startsWith(u"You rolled "), 30000);
-    screenshot(window, QStringLiteral("plugins-dashboard"));
-
-    QVERIFY(click(window, findItem(dashboard, QStringLiteral("choose:") + kCounter)));
-    QTRY_COMPARE(store->selections().value(display).toString(), kCounter);
-    QTRY_VERIFY(findItem(dashboard, QStringLiteral("action:add")));
-    store->setVisible(kCounter, QStringLiteral("display-empty"), true);
-    QTRY_VERIFY(!empty->isVisible());
-    store->setVisible(kDice, QStringLiteral("display-empty"), true);
 }
 
 void tst_PluginViews::paneShowsInstalledPluginsAndTheReview() {

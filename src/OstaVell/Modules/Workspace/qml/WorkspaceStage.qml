@@ -33,6 +33,7 @@ Rectangle {
         id: pluginStage
         Flickable {
             id: scroller
+            objectName: "pluginStage"
             readonly property var plugin: NativePluginStore.plugins.find(p => p.id === stage.choice.nativeID) ?? ({})
             readonly property string presented: cards.wantsMedia ? stage.choice.nativeID : ""
             property string told: ""
@@ -48,16 +49,28 @@ Rectangle {
             onPresentedChanged: tell()
             Component.onCompleted: tell()
             Component.onDestruction: if (scroller.told.length > 0) NativePluginStore.setPresented(scroller.told, stage.displayID, false)
-            contentHeight: cards.implicitHeight + 28
+            contentHeight: column.implicitHeight + 28
             boundsBehavior: Flickable.StopAtBounds
             clip: true
-            NativePluginCards {
-                id: cards
+            Column {
+                id: column
                 x: 14
                 y: 14
                 width: scroller.width - 28
-                plugin: scroller.plugin
-                accent: stage.accent
+                spacing: 12
+                // The runs it calls or provides, under way now.
+                PluginRunsView {
+                    width: parent.width
+                    pluginID: stage.choice.nativeID
+                    reviews: false
+                    accent: stage.accent
+                }
+                NativePluginCards {
+                    id: cards
+                    width: parent.width
+                    plugin: scroller.plugin
+                    accent: stage.accent
+                }
             }
         }
     }
@@ -125,19 +138,12 @@ Rectangle {
             contentHeight: reviews.implicitHeight
             boundsBehavior: Flickable.StopAtBounds
             clip: true
-            Column {
+            PluginRunsView {
                 id: reviews
+                objectName: "reviews"
                 width: parent.width
-                spacing: 12
-                Repeater {
-                    model: NativePluginStore.reviews
-                    delegate: ActionReviewCard {
-                        required property var modelData
-                        width: reviews.width
-                        review: modelData
-                        accent: stage.accent
-                    }
-                }
+                runs: false
+                accent: stage.accent
             }
         }
     }
