@@ -61,7 +61,10 @@ private:
     QQuickWindow* window() const { return panel()->panel(); }
     QStringList onRail() const { return rail(content()); }
     // The panel stands where its layout puts it: no animation under way.
-    void settle() const { QTRY_COMPARE(window()->geometry(), panel()->frame().toAlignedRect()); }
+    void settle() const {
+        QTRY_COMPARE(window()->geometry(), panel()->frame().toAlignedRect());
+        QTRY_COMPARE(panel()->outline(), QRectF(QPointF(), panel()->frame().size()));
+    }
 
     std::unique_ptr<AppDelegate> m_app;
 };

@@ -328,12 +328,7 @@ void ModuleStageStore::reconcileDisplay(const QString& display) {
 }
 
 QString ModuleStageStore::statusLine(const QString& display) const {
-    const std::optional<QString> id = m_selections.contains(display)
-                                          ? std::optional<QString>(m_selections.value(display))
-                                          : std::nullopt;
-    // A module chosen here that is no longer installed, or no longer shown on this display.
-    if (id && id->startsWith(localPrefix) && !active(display).has_value())
-        return QStringLiteral("Module unavailable");
+    // What the stage shows: the chosen module while it is there, else the first choice.
     const std::optional<Choice> choice = active(display);
     if (choice && choice->localID) {
         if (!ModuleStore::instance()->module(*choice->localID))
