@@ -30,9 +30,9 @@ QString run(const QString& program, const QStringList& arguments, int* exitCode 
     QElapsedTimer clock;
     clock.start();
     process.start(program, arguments);
+    // A query that hangs would look like a panel that never came: say which it was.
     if (!process.waitForFinished(30000))
-        qWarning() << "DIAG" << program << "not finished after" << clock.elapsed() << "ms, state" << process.state()
-                   << "error" << process.error() << "pid" << process.processId() << "out" << process.readAllStandardOutput().size();
+        qWarning() << program << "did not finish within" << clock.elapsed() << "ms:" << process.error();
     if (exitCode)
         *exitCode = process.exitCode();
     return QString::fromUtf8(process.readAllStandardOutput());
@@ -102,6 +102,7 @@ private slots:
     void hoverOpensAndLeavingCloses();
     void escapeCollapsesAPanelOpenedWithFocus();
     void hotKeyOpensAndCloses();
+    void keyboardGoesBackWhereItWas();
     void secondLaunchForwardsAndQuitEndsTheProcess();
 
 private:
@@ -141,9 +142,10 @@ void TestOstaVell::addingAndRemovingAScreenAddsAndRemovesAPanel() {
     QCOMPARE(QProcess::execute("xrandr", {"--setmonitor", "right", "960/254x1080/286+960+0", "none"}), 0);
     const QMap<QString, QRect> two{{QStringLiteral("OstaVell — left"), closedFrame(left)},
                                    {QStringLiteral("OstaVell — right"), closedFrame(right)}};
-    // In full test runs (never alone) the new screens' panels have been seen to come only after
-    // some 30 s, the app's main thread held up by something not yet found: the wait is wide
-    // enough to get past it, and the stall is on the list to be found.
+    // Under heavy load this wait has been seen to run out while the server already held both
+    // panels in place (read from outside with xwininfo at the time) and the app sat idle in its
+    // event loop: what fails then is this side's reading, not yet understood. The wait is wide
+    // enough to get past it; a query that hangs says so above.
     QTRY_COMPARE_WITH_TIMEOUT(panels(), two, 90000);
 
     QCOMPARE(QProcess::execute("xrandr", {"--delmonitor", "right"}), 0);
@@ -173,14 +175,6 @@ void TestOstaVell::hoverOpensAndLeavingCloses() {
 }
 
 void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
-    // Someone is typing in another window when the panel opens.
-    QRasterWindow typing;
-    typing.setTitle(QStringLiteral("Typing here"));
-    typing.setGeometry(200, 400, 300, 200);
-    typing.show();
-    typing.requestActivate();
-    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(QStringLiteral("Typing here")), 10000);
-
     int status = -1;
     run(app(), {"--open"}, &status);
     QCOMPARE(status, 0);
@@ -193,8 +187,6 @@ void TestOstaVell::escapeCollapsesAPanelOpenedWithFocus() {
     QCOMPARE(panels().value(onScreen), openStageFrame(wholeScreen));
     run(QStringLiteral("xdotool"), {"key", "Escape"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
-    // The keyboard goes back where it was, not to whatever is under the pointer.
-    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(QStringLiteral("Typing here")), 10000);
 }
 
 void TestOstaVell::hotKeyOpensAndCloses() {
@@ -202,6 +194,29 @@ void TestOstaVell::hotKeyOpensAndCloses() {
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), openStageFrame(wholeScreen), 10000);
     run(QStringLiteral("xdotool"), {"key", "super+alt+n"});
     QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
+}
+
+void TestOstaVell::keyboardGoesBackWhereItWas() {
+    // Someone is typing in one window, with the pointer resting on another, and calls the
+    // panel up with the hot key.
+    QRasterWindow under;
+    under.setTitle(QStringLiteral("Under the pointer"));
+    under.setGeometry(1200, 400, 300, 200);
+    under.show();
+    QRasterWindow typing;
+    typing.setTitle(QStringLiteral("Typing here"));
+    typing.setGeometry(200, 400, 300, 200);
+    typing.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&under) && QTest::qWaitForWindowExposed(&typing));
+    typing.requestActivate();
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(QStringLiteral("Typing here")), 10000);
+    run(QStringLiteral("xdotool"), {"mousemove", "1350", "500"});
+    run(QStringLiteral("xdotool"), {"key", "super+alt+n"});
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(onScreen), 10000);
+    run(QStringLiteral("xdotool"), {"key", "Escape"});
+    QTRY_COMPARE_WITH_TIMEOUT(panels().value(onScreen), closedFrame(wholeScreen), 10000);
+    // Not to whatever is under the pointer: to the window that had it.
+    QTRY_VERIFY_WITH_TIMEOUT(hasFocus(QStringLiteral("Typing here")), 10000);
 }
 
 void TestOstaVell::secondLaunchForwardsAndQuitEndsTheProcess() {
