@@ -55,6 +55,9 @@ QString ClosedNotchActivities::transient() const {
 }
 
 void ClosedNotchActivities::showTransient(WingState::Transient event) {
+    // An open panel shows no wings, and an event is not kept for later.
+    if (m_controller && m_controller->isExpanded())
+        return;
     m_transientTask.stop();
     m_transient = event;
     if (event != WingState::Transient::none)

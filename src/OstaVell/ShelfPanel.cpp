@@ -53,9 +53,17 @@ void ShelfPanel::takeKey() {
     requestActivate();
 }
 
+void ShelfPanel::focusOutEvent(QFocusEvent* event) {
+    // The keyboard went somewhere by the person's own doing: that is where it stays.
+    m_previousFocus = 0;
+    QQuickWindow::focusOutEvent(event);
+}
+
 void ShelfPanel::resignKey() {
-    if (!isActive())
+    if (!isActive()) {
+        m_previousFocus = 0;
         return;
+    }
     auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
     if (!x11)
         return;

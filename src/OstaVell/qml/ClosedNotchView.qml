@@ -34,8 +34,15 @@ Item {
     }
 
     readonly property real measured: Math.max(left.item ? left.item.implicitWidth : 0, right.implicitWidth)
-    onMeasuredChanged: root.controller.wingWidth = root.measured
-    Component.onCompleted: root.controller.wingWidth = root.measured
+    // Only what is on screen is measured: a hidden row measures nothing, and the width the
+    // panel closes to is the one last seen closed, until the wings show again.
+    function report() {
+        if (root.visible)
+            root.controller.wingWidth = root.measured
+    }
+    onMeasuredChanged: report()
+    onVisibleChanged: report()
+    Component.onCompleted: report()
 
     // The wings stand beside the notch, however wide the panel ends up.
     Item {

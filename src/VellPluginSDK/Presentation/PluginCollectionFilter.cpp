@@ -5,12 +5,18 @@
 #include <QDateTime>
 
 #include <algorithm>
+#include <cmath>
 
 namespace vell {
 
 namespace {
 
+// A date is only required to be finite: one beyond any calendar (some 3000 years either way)
+// names no day at all rather than overflowing the conversion.
 QDateTime moment(double instant, const QTimeZone& zone) {
+    constexpr double farthest = 1e11;
+    if (!(std::abs(instant) < farthest))
+        return {};
     return QDateTime::fromMSecsSinceEpoch(qint64((instant + ReferenceTime::epoch) * 1000), zone);
 }
 

@@ -151,6 +151,12 @@ void tst_Workspace::theEditorHidesAndArranges() {
         QTest::mouseMove(editor, from + (to - from) * step / 10, 10);
     QTest::mouseRelease(editor, Qt::LeftButton, {}, to, 10);
     QTRY_COMPARE(onRail().last(), dice);
+    // "Move earlier" on the last one puts it before the one that was before it.
+    QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:"_s + dice), u"earlier"_s)));
+    QTRY_COMPARE(onRail().mid(onRail().size() - 2),
+                 (QStringList{dice, u"builtin:automations"_s}));
+    QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:"_s + dice), u"later"_s)));
+    QTRY_COMPARE(onRail().last(), dice);
     // Shown again from the editor, it takes its old place.
     QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:builtin:media"_s), u"add"_s)));
     QTRY_COMPARE(onRail(), (QStringList{hello, u"builtin:home"_s, u"builtin:calendar"_s,

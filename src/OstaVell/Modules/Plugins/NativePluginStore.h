@@ -150,11 +150,11 @@ public:
     Q_INVOKABLE QString setAllowed(const QString& caller, const QString& provider, const QString& name,
                                    bool channel, bool allowed);
 
-    // Forms. A submit names the form by its panel, its id and the revision the person saw,
-    // and answers {run} with the run's id, or {error} with the sentence for the form's error
-    // line. Values are the view's map from input id to text, number or truth value.
-    Q_INVOKABLE QVariantMap submitForm(const QString& id, const QString& panelID, const QString& formID,
-                                       const QString& revision, const QVariantMap& values);
+    // Forms. A submit hands over the form as the person saw it and the panel it stood on, and
+    // answers {run} with the run's id, or {error} with the sentence for the form's error line.
+    // Values are the view's map from input id to text, number or truth value.
+    Q_INVOKABLE QVariantMap submitForm(const QString& id, const QString& panelID, const QVariantMap& form,
+                                       const QVariantMap& values);
     // Each answers the failure's sentence, or an empty text.
     Q_INVOKABLE QString approveForm(const QString& id, const QString& panelID, const QString& formID,
                                     const QString& runID);

@@ -1,4 +1,5 @@
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "VellPluginSDK/Json/JsonTree.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/Presentation/PluginCollectionFilter.h"
 
@@ -49,15 +50,14 @@ QString effectName(const PluginRegisteredAction& action) {
 
 } // namespace
 
-QVariantMap NativePluginStore::submitForm(const QString& id, const QString& panelID, const QString& formID,
-                                          const QString& revision, const QVariantMap& values) {
-    const std::optional<PluginForm> form = m_sessions->currentForm(id, panelID, formID);
+QVariantMap NativePluginStore::submitForm(const QString& id, const QString& panelID, const QVariantMap& drawn,
+                                          const QVariantMap& values) {
+    // The form as the person saw it, field by field: the sessions compare all of it with the
+    // plugin's current snapshot, so a form changed under the same revision is refused too.
+    const PluginForm form = PluginForm::fromJson(JsonTree::fromValue(QJsonObject::fromVariantMap(drawn)));
+    const QString formID = form.id;
     try {
-        // The revision the person saw stands for everything else they saw of the form.
-        if (!form || form->revision != revision)
-            throw ModuleProblem(
-                QStringLiteral("This form changed or is unavailable. Review the current values."));
-        const QUuid run = m_sessions->submitForm(id, *form, valuesFrom(values));
+        const QUuid run = m_sessions->submitForm(id, form, valuesFrom(values));
         const QList<ActionRun>& runs = router().runs();
         m_formRuns.removeIf([&runs](const FormRun& known) {
             return std::none_of(runs.cbegin(), runs.cend(),

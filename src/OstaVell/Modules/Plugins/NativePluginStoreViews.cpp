@@ -100,8 +100,7 @@ QVariantList NativePluginStore::visiblePlugins(const QString& displayID) const {
 QVariantList NativePluginStore::reviewsForViews() const {
     QVariantList reviews;
     for (const ActionRun& run : router().runs()) {
-        // A form's run is reviewed on the form itself, with the values it was sent with.
-        if (run.phase() != PluginRunPhase::waitingReview || m_sessions->pendingForms().contains(run.id))
+        if (run.phase() != PluginRunPhase::waitingReview)
             continue;
         QVariantList arguments;
         for (auto value = run.arguments.cbegin(); value != run.arguments.cend(); ++value)
@@ -109,6 +108,8 @@ QVariantList NativePluginStore::reviewsForViews() const {
                                          {QStringLiteral("value"), value->display()}});
         reviews.append(QVariantMap{
             {QStringLiteral("id"), uuidText(run.id)},
+            // Reviewed on its form where the form is on screen.
+            {QStringLiteral("form"), m_sessions->pendingForms().contains(run.id)},
             {QStringLiteral("caller"), run.caller},
             {QStringLiteral("callerName"), peerName(run.caller)},
             {QStringLiteral("provider"), run.address.plugin},

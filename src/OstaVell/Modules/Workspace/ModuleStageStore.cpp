@@ -82,12 +82,33 @@ ModuleStageStore::ModuleStageStore(UserDefaults* defaults, QObject* parent)
 ModuleStageStore* ModuleStageStore::instance() {
     static ModuleStageStore* store = [] {
         auto* shared = new ModuleStageStore(UserDefaults::instance());
-        // What can be chosen changes with what is installed.
-        connect(NativePluginStore::instance(), &NativePluginStore::pluginsChanged, shared, &ModuleStageStore::announce);
-        connect(ModuleStore::instance(), &ModuleStore::modulesChanged, shared, &ModuleStageStore::announce);
+        // What can be chosen changes with what is installed, and only then: a module saves its
+        // state on every run, which changes nothing here and must not rebuild every rail.
+        const auto installedChanged = [shared] {
+            const QStringList installed = installedChoices();
+            if (installed != std::exchange(shared->m_installed, installed))
+                shared->announce();
+        };
+        shared->m_installed = installedChoices();
+        connect(NativePluginStore::instance(), &NativePluginStore::pluginsChanged, shared, installedChanged);
+        connect(ModuleStore::instance(), &ModuleStore::modulesChanged, shared, installedChanged);
         return shared;
     }();
     return store;
+}
+
+QStringList ModuleStageStore::installedChoices() {
+    QStringList installed;
+    const auto describe = [&installed](const QString& id, const QString& name, bool enabled, QStringList hidden) {
+        hidden.sort();
+        installed.append(QStringList{id, name, enabled ? u"on"_qs : u"off"_qs, hidden.join(u',')}.join(u'\n'));
+    };
+    for (const NativePluginRecord& plugin : NativePluginStore::instance()->plugins())
+        describe(nativePrefix + plugin.manifest.id, plugin.manifest.name, plugin.enabled, plugin.hiddenDisplayIDs);
+    for (const InstalledModule& module : ModuleStore::instance()->modules())
+        describe(localPrefix + module.package.id, module.package.name, module.enabled,
+                 QStringList(module.hiddenDisplayIDs.cbegin(), module.hiddenDisplayIDs.cend()));
+    return installed;
 }
 
 void ModuleStageStore::offerViews(ShellContributions& shell) {

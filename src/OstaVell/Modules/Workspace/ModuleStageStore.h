@@ -133,6 +133,8 @@ signals:
 
 private:
     QStringList allIDs(const QString& display) const;
+    // What is installed, as far as choices go: ids, names, switched on, hidden where.
+    static QStringList installedChoices();
     void writeOrder(const QString& display, const QStringList& arranged);
     void write(const QString& key);
     void announce();
@@ -144,6 +146,7 @@ private:
     QMap<QString, QStringList> m_hidden;
     QMap<QString, QStringList> m_pinnedWorkflows;
     std::function<QList<Workflow>()> m_workflows;
+    QStringList m_installed;
     int m_revision = 0;
 };
 

@@ -35,9 +35,10 @@ Column {
         root.selectedDate === null ? undefined : root.selectedDate)
     readonly property string searchLabel: "Search " + String(root.collection.title ?? "").toLocaleLowerCase()
     readonly property string heading: root.layout === "inbox" ? "Messages" : root.layout === "tasks" ? "Due date" : ""
+    // The plugin's own words first; the host's only when it gave none.
     readonly property string emptyLine: root.shown.length > 0 ? ""
-                                      : root.query.length > 0 ? "No matching items"
                                       : (root.collection.emptyText ?? "").length > 0 ? root.collection.emptyText
+                                      : root.query.length > 0 ? "No matching items"
                                       : "No items to show"
 
     // Instants on the bus are seconds since 2001-01-01 00:00:00 UTC.

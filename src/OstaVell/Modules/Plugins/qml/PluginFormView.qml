@@ -65,15 +65,14 @@ Rectangle {
     }
     function submit() {
         root.error = ""
+        // A number field whose text is not a decimal has no value: the form's own check says so.
+        const values = Object.assign({}, root.values)
         for (const input of root.inputs) {
             const typed = root.numbers[input.id]
-            if (input.style === "number" && typed !== undefined && !root.isDecimal(typed)) {
-                root.error = "Enter a number for \u201C" + input.label + "\u201D."
-                return
-            }
+            if (input.style === "number" && typed !== undefined && !root.isDecimal(typed))
+                delete values[input.id]
         }
-        const answer = NativePluginStore.submitForm(root.pluginID, root.panelID, root.form.id ?? "",
-                                                    root.form.revision ?? "", root.values)
+        const answer = NativePluginStore.submitForm(root.pluginID, root.panelID, root.form, values)
         if (answer.error !== undefined)
             root.error = answer.error
         else

@@ -9,6 +9,11 @@ Column {
     property string pluginID: ""
     property bool reviews: true
     property bool runs: true
+    // The plugin whose page is on screen beside this list: its forms review their own runs.
+    property string formsShownFor: ""
+    function listed(review) {
+        return root.concerns(review) && !(review.form && review.caller === root.formsShownFor)
+    }
     property color accent: "#C7EB87"
 
     function concerns(run) {
@@ -18,7 +23,7 @@ Column {
     spacing: 12
 
     Repeater {
-        model: root.reviews ? NativePluginStore.reviews.filter(root.concerns) : []
+        model: root.reviews ? NativePluginStore.reviews.filter(root.listed) : []
         delegate: ActionReviewCard {
             required property var modelData
             width: root.width

@@ -14,11 +14,11 @@ Item {
         if (root.chosen.startsWith("local:") && ModuleStore.modules) {
             const id = root.chosen.substring(6)
             const module = ModuleStore.visibleModules(root.displayID).find(m => m.id === id)
-            return module && module.compactActivity ? ModuleStore.activityText(id) : ""
+            return module && module.compactActivity && module.activity !== undefined ? ModuleStore.activityText(id) : ""
         }
         if (root.chosen.startsWith("native:")) {
             const id = root.chosen.substring(7)
-            const plugin = NativePluginStore.plugins.find(p => p.id === id)
+            const plugin = NativePluginStore.visiblePlugins(root.displayID).find(p => p.id === id)
             const shot = NativePluginStore.snapshots[id]
             return plugin && plugin.compactActivity && plugin.enabled && shot ? (shot.activity ?? "") : ""
         }

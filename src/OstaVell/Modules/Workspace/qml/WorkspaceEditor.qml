@@ -134,6 +134,7 @@ Window {
                         onScreen: true
                         accent: window.accent
                         onToggled: ModuleStageStore.show(choice.id, window.displayID, false)
+                        onMoved: by => ModuleStageStore.moveBy(choice.id, by, window.displayID)
                         onDropped: at => window.drop(choice.id, at)
                     }
                 }

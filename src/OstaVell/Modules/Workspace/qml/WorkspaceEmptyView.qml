@@ -12,7 +12,6 @@ Item {
     component Placeholder: Column {
         property string symbol
         property string title
-        property string caption
         spacing: 6
         SymbolIcon {
             anchors.horizontalCenter: parent.horizontalCenter
@@ -27,13 +26,6 @@ Item {
             color: Qt.rgba(1, 1, 1, 0.75)
             font.pixelSize: 14
             font.weight: Font.DemiBold
-        }
-        Text {
-            textFormat: Text.PlainText
-            anchors.horizontalCenter: parent.horizontalCenter
-            text: parent.caption
-            color: Qt.rgba(1, 1, 1, 0.45)
-            font.pixelSize: 12
         }
     }
 
@@ -59,14 +51,12 @@ Item {
             visible: parent.layout !== "calendarOnly"
             symbol: "music.note"
             title: "Now playing"
-            caption: "Nothing playing"
         }
         Placeholder {
             objectName: "calendar"
             visible: parent.layout !== "mediaOnly"
             symbol: "calendar"
             title: "Calendar"
-            caption: "No events"
         }
     }
 }

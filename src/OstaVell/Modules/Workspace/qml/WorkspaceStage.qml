@@ -129,7 +129,7 @@ Rectangle {
     // Runs that wait for a person: they have a deadline, so they come before anything chosen.
     Rectangle {
         anchors.fill: parent
-        visible: NativePluginStore.reviews.length > 0
+        visible: NativePluginStore.reviews.some(reviews.listed)
         color: Qt.rgba(0.07, 0.07, 0.08, 0.92)
         radius: stage.radius
         Flickable {
@@ -143,6 +143,7 @@ Rectangle {
                 objectName: "reviews"
                 width: parent.width
                 runs: false
+                formsShownFor: stage.choice.nativeID ?? ""
                 accent: stage.accent
             }
         }

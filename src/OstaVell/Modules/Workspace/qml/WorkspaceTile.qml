@@ -11,6 +11,8 @@ Rectangle {
     property color accent: "#C7EB87"
     property bool dragged: false
     signal toggled()
+    // "Move earlier" (-1) and "Move later" (1), for those who arrange without dragging.
+    signal moved(int by)
     signal dropped(point at)
 
     objectName: "tile:" + choice.id
@@ -50,6 +52,31 @@ Rectangle {
         maximumLabelWidth: 150
         accent: tile.accent
         onClicked: tile.toggled()
+    }
+    Row {
+        visible: tile.onScreen
+        anchors.right: parent.right
+        anchors.rightMargin: 6
+        y: 6
+        spacing: 4
+        PillButton {
+            objectName: "earlier"
+            implicitHeight: 22
+            implicitWidth: 26
+            symbol: "chevron.left"
+            accent: tile.accent
+            Accessible.name: "Move earlier"
+            onClicked: tile.moved(-1)
+        }
+        PillButton {
+            objectName: "later"
+            implicitHeight: 22
+            implicitWidth: 26
+            symbol: "chevron.right"
+            accent: tile.accent
+            Accessible.name: "Move later"
+            onClicked: tile.moved(1)
+        }
     }
     HoverHandler { id: tileHover }
     DragHandler {
