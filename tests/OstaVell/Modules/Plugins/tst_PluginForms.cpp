@@ -151,6 +151,7 @@ void tst_PluginForms::submitRefusals_data() {
     QTest::addRow("form not in the snapshot") << "other form" << unavailable;
     QTest::addRow("a newer revision in the snapshot") << "stale" << unavailable;
     QTest::addRow("form disabled by the plugin") << "paused" << unavailable;
+    QTest::addRow("a label other than shown, same revision") << "relabelled" << unavailable;
     QTest::addRow("number beyond the schema's bounds") << "priority 9"
                                                        << "Number is outside its limits.";
     QTest::addRow("text for a number") << "cost as text"
@@ -176,6 +177,8 @@ void tst_PluginForms::submitRefusals() {
         sessions().stopWorker(errandsID);
     if (change == u"other form")
         submitted.id = QStringLiteral("remove");
+    if (change == u"relabelled")
+        submitted.inputs.first().label = QStringLiteral("Something else");
     if (change == u"stale")
         addErrand(QStringLiteral("Fetch the keys"));
     if (change == u"paused") {
