@@ -12,9 +12,9 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <QThread>
 #include <QUrl>
 #include <QUuid>
-#include <QThread>
 
 #include <algorithm>
 #include <chrono>
@@ -115,7 +115,8 @@ qint64 cpuTicks(qint64 pid) {
 // Context switches of every thread of a process: each is a wakeup, or a thread put aside.
 qint64 contextSwitches(qint64 pid) {
     qint64 total = 0;
-    const QStringList tasks = QDir(QStringLiteral("/proc/%1/task").arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    const QStringList tasks =
+        QDir(QStringLiteral("/proc/%1/task").arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString& task : tasks) {
         QFile status(QStringLiteral("/proc/%1/task/%2/status").arg(pid).arg(task));
         if (!status.open(QIODevice::ReadOnly))
@@ -133,7 +134,8 @@ bool installWorkspace(const QString& build) {
     vell::ModuleStore::instance()->install(vell::ModuleStore::example(QStringLiteral("HelloVell")));
     vell::NativePluginStore* plugins = vell::NativePluginStore::instance();
     plugins->start();
-    const QString problem = plugins->review(QUrl::fromLocalFile(build + QStringLiteral("/examples/plugins/Dice.app")));
+    const QString problem =
+        plugins->review(QUrl::fromLocalFile(build + QStringLiteral("/examples/plugins/Dice.app")));
     const QString installed = problem.isEmpty() ? plugins->installReviewed() : problem;
     plugins->stop();
     if (!installed.isEmpty()) {
@@ -148,8 +150,12 @@ bool installWorkspace(const QString& build) {
     check.id = QStringLiteral("check");
     check.data.kind = vell::WorkflowNode::Configuration::Kind::review;
     check.data.title = QStringLiteral("Check the blinds");
-    const vell::WorkflowDocument flow{1, QUuid::createUuid(), QStringLiteral("Morning routine"), {start, check},
-                                      {vell::WorkflowEdge::connecting(start.id, check.id, QStringLiteral("next"))}};
+    const vell::WorkflowDocument flow{
+        1,
+        QUuid::createUuid(),
+        QStringLiteral("Morning routine"),
+        {start, check},
+        {vell::WorkflowEdge::connecting(start.id, check.id, QStringLiteral("next"))}};
     vell::WorkflowFiles(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
                         QStringLiteral("/OstaVell/Automations"))
         .save({flow});

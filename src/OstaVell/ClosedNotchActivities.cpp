@@ -17,7 +17,8 @@ ClosedNotchActivities::ClosedNotchActivities(QObject* parent)
     });
     // The sources that exist so far; each says when it changed, and nothing is polled.
     connect(SettingsStore::instance(), &SettingsStore::changed, this, &ClosedNotchActivities::update);
-    connect(ShellContributions::instance(), &ShellContributions::changed, this, &ClosedNotchActivities::update);
+    connect(ShellContributions::instance(), &ShellContributions::changed, this,
+            &ClosedNotchActivities::update);
     if (AutomationStore* automations = AutomationStore::instance())
         connect(automations, &AutomationStore::historyChanged, this, &ClosedNotchActivities::update);
     update();

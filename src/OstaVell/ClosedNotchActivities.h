@@ -20,7 +20,8 @@ class ClosedNotchActivities : public QObject {
     QML_ELEMENT
     Q_DISABLE_COPY_MOVE(ClosedNotchActivities)
 
-    Q_PROPERTY(DisplayShelfController* controller READ controller WRITE setController NOTIFY controllerChanged)
+    Q_PROPERTY(
+        DisplayShelfController* controller READ controller WRITE setController NOTIFY controllerChanged)
     Q_PROPERTY(QString left READ left NOTIFY wingsChanged)
     Q_PROPERTY(QString right READ right NOTIFY wingsChanged)
     Q_PROPERTY(QStringList standing READ standing NOTIFY wingsChanged)

@@ -42,7 +42,10 @@ const QList<WingRung>& ClosedNotchLadder::right() {
              [](const WingState& s) { return batteryEvent(s) && s.batteryLiveActivity; }),
         // With the battery's live activity off an event still takes this wing, empty, for its
         // time: the left wing goes on down its ladder, this one does not.
-        {blank, [](const WingState& s) { return batteryEvent(s) && s.sources.contains(QStringLiteral("battery.status")); }},
+        {blank,
+         [](const WingState& s) {
+             return batteryEvent(s) && s.sources.contains(QStringLiteral("battery.status"));
+         }},
         rung(QStringLiteral("automation.right"), [](const WingState& s) { return s.automationRun; }),
         {standing, [](const WingState&) { return true; }},
     };

@@ -266,7 +266,8 @@ void ShelfController::presentPlugin(const QString& id) {
     const QPoint pointer = QCursor::pos();
     QList<DisplayShelfController*> kept;
     for (DisplayShelfController* panel : std::as_const(m_panels))
-        if (!record->hiddenDisplayIDs.contains(panel->appearanceID()) && stage->isVisible(choice, panel->appearanceID()))
+        if (!record->hiddenDisplayIDs.contains(panel->appearanceID()) &&
+            stage->isVisible(choice, panel->appearanceID()))
             kept.append(panel);
     if (kept.isEmpty())
         return;
@@ -274,10 +275,9 @@ void ShelfController::presentPlugin(const QString& id) {
         return panel->screen() && panel->screen()->geometry().contains(pointer);
     });
     DisplayShelfController* chosen =
-        target != kept.cend() ? *target
-                              : *std::min_element(kept.cbegin(), kept.cend(), [](auto* a, auto* b) {
-                                    return a->displayID() < b->displayID();
-                                });
+        target != kept.cend() ? *target : *std::min_element(kept.cbegin(), kept.cend(), [](auto* a, auto* b) {
+            return a->displayID() < b->displayID();
+        });
     stage->select(choice, chosen->appearanceID());
     chosen->setTab(NotchTab::home);
     chosen->expand(true);

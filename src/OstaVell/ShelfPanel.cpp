@@ -72,8 +72,8 @@ void ShelfPanel::resignKey() {
     // The window that had the keyboard gets it back, through the window manager so that it is
     // raised and marked active as well; without one, the keyboard follows the pointer.
     xcb_get_window_attributes_reply_t* attributes =
-        previous ? xcb_get_window_attributes_reply(connection, xcb_get_window_attributes(connection, previous),
-                                                   nullptr)
+        previous ? xcb_get_window_attributes_reply(connection,
+                                                   xcb_get_window_attributes(connection, previous), nullptr)
                  : nullptr;
     if (attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE) {
         xcb_intern_atom_reply_t* atom = xcb_intern_atom_reply(

@@ -37,8 +37,9 @@ inline QList<QQuickItem*> findItems(QQuickItem* root, const QString& prefix) {
     };
     if (root)
         walk(root);
-    std::stable_sort(found.begin(), found.end(),
-                     [](QQuickItem* a, QQuickItem* b) { return a->mapToScene({}).y() < b->mapToScene({}).y(); });
+    std::stable_sort(found.begin(), found.end(), [](QQuickItem* a, QQuickItem* b) {
+        return a->mapToScene({}).y() < b->mapToScene({}).y();
+    });
     return found;
 }
 

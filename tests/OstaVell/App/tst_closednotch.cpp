@@ -16,10 +16,19 @@ Q_DECLARE_METATYPE(WingState)
 
 namespace {
 
-const QSet<QString> everySource{u"hud.left"_s,        u"hud.right"_s,      u"battery.event"_s, u"battery.status"_s,
-                                u"bluetooth.event"_s, u"automation.left"_s, u"automation.right"_s,
-                                u"media.left"_s,      u"media.right"_s,    u"module.activity"_s,
-                                u"timer"_s,           u"calendar"_s,       u"todos"_s};
+const QSet<QString> everySource{u"hud.left"_s,
+                                u"hud.right"_s,
+                                u"battery.event"_s,
+                                u"battery.status"_s,
+                                u"bluetooth.event"_s,
+                                u"automation.left"_s,
+                                u"automation.right"_s,
+                                u"media.left"_s,
+                                u"media.right"_s,
+                                u"module.activity"_s,
+                                u"timer"_s,
+                                u"calendar"_s,
+                                u"todos"_s};
 
 // Every source there, every switch on, and then the row's own changes.
 WingState state(const std::function<void(WingState&)>& change) {
@@ -65,11 +74,11 @@ void tst_ClosedNotch::leftWing_data() {
         s.transient = Transient::bluetooth;
         s.automationRun = true;
     }) << u"automation.left"_s;
-    QTest::addRow("a run over now playing") << state([](WingState& s) { s.automationRun = true; })
-                                            << u"automation.left"_s;
+    QTest::addRow("a run over now playing")
+        << state([](WingState& s) { s.automationRun = true; }) << u"automation.left"_s;
     QTest::addRow("now playing") << state([](WingState&) {}) << u"media.left"_s;
-    QTest::addRow("now playing switched off") << state([](WingState& s) { s.mediaLiveActivity = false; })
-                                              << QString();
+    QTest::addRow("now playing switched off")
+        << state([](WingState& s) { s.mediaLiveActivity = false; }) << QString();
     QTest::addRow("a rung whose source is missing never holds") << state([](WingState& s) {
         s.sources.remove(u"hud.left"_s);
         s.sources.remove(u"media.left"_s);
@@ -104,8 +113,8 @@ void tst_ClosedNotch::rightWing_data() {
         s.batteryLiveActivity = false;
         s.automationRun = true;
     }) << ClosedNotchLadder::blank;
-    QTest::addRow("a run over the standing row") << state([](WingState& s) { s.automationRun = true; })
-                                                 << u"automation.right"_s;
+    QTest::addRow("a run over the standing row")
+        << state([](WingState& s) { s.automationRun = true; }) << u"automation.right"_s;
     QTest::addRow("the standing row") << state([](WingState&) {}) << ClosedNotchLadder::standing;
     QTest::addRow("without a battery source there is nothing to blank") << state([](WingState& s) {
         s.sources.remove(u"battery.status"_s);
@@ -124,9 +133,9 @@ void tst_ClosedNotch::standingRow_data() {
     QTest::addColumn<WingState>("state");
     QTest::addColumn<QStringList>("row");
 
-    QTest::addRow("everything, in order") << state([](WingState&) {})
-                                          << QStringList{u"module.activity"_s, u"media.right"_s, u"timer"_s,
-                                                         u"calendar"_s, u"todos"_s};
+    QTest::addRow("everything, in order")
+        << state([](WingState&) {})
+        << QStringList{u"module.activity"_s, u"media.right"_s, u"timer"_s, u"calendar"_s, u"todos"_s};
     QTest::addRow("each switch removes its own") << state([](WingState& s) {
         s.mediaLiveActivity = false;
         s.calendarLiveActivity = false;
@@ -134,9 +143,9 @@ void tst_ClosedNotch::standingRow_data() {
     QTest::addRow("every switch off leaves the modules") << state([](WingState& s) {
         s.mediaLiveActivity = s.timerLiveActivity = s.calendarLiveActivity = s.todosLiveActivity = false;
     }) << QStringList{u"module.activity"_s};
-    QTest::addRow("what no feature offers is not there")
-        << state([](WingState& s) { s.sources = {u"module.activity"_s, u"todos"_s}; })
-        << QStringList{u"module.activity"_s, u"todos"_s};
+    QTest::addRow("what no feature offers is not there") << state([](WingState& s) {
+        s.sources = {u"module.activity"_s, u"todos"_s};
+    }) << QStringList{u"module.activity"_s, u"todos"_s};
 }
 
 void tst_ClosedNotch::standingRow() {
@@ -147,7 +156,8 @@ void tst_ClosedNotch::standingRow() {
 
 void tst_ClosedNotch::transientEventsHoldTheirWingsAndLetGo() {
     ShellContributions* shell = ShellContributions::instance();
-    for (const QString& wing : {u"battery.event"_s, u"battery.status"_s, u"bluetooth.event"_s, u"module.activity"_s})
+    for (const QString& wing :
+         {u"battery.event"_s, u"battery.status"_s, u"bluetooth.event"_s, u"module.activity"_s})
         shell->offerWing(wing, QUrl(u"qrc:/none/"_s + wing));
     SettingsStore::instance()->setBatteryLiveActivity(true);
 

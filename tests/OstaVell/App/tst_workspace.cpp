@@ -125,13 +125,12 @@ void tst_Workspace::theFirstTabIsTheStageAndTheRailChoosesWhatItShows() {
 void tst_Workspace::theEditorHidesAndArranges() {
     QVERIFY(click(window(), findItem(content(), u"customize"_s)));
     QQuickWindow* editor = nullptr;
-    QTRY_VERIFY((editor = qobject_cast<QQuickWindow*>(
-                     [] {
-                         for (QWindow* w : QGuiApplication::topLevelWindows())
-                             if (w->objectName() == u"workspace-editor" && w->isVisible())
-                                 return w;
-                         return static_cast<QWindow*>(nullptr);
-                     }())));
+    QTRY_VERIFY((editor = qobject_cast<QQuickWindow*>([] {
+                     for (QWindow* w : QGuiApplication::topLevelWindows())
+                         if (w->objectName() == u"workspace-editor" && w->isVisible())
+                             return w;
+                     return static_cast<QWindow*>(nullptr);
+                 }())));
     QVERIFY(QTest::qWaitForWindowExposed(editor));
     QCOMPARE(editor->title(), u"Customize Workspace — "_s + panel()->displayName());
     screenshot(editor, u"workspace-editor"_s);
@@ -153,8 +152,7 @@ void tst_Workspace::theEditorHidesAndArranges() {
     QTRY_COMPARE(onRail().last(), dice);
     // "Move earlier" on the last one puts it before the one that was before it.
     QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:"_s + dice), u"earlier"_s)));
-    QTRY_COMPARE(onRail().mid(onRail().size() - 2),
-                 (QStringList{dice, u"builtin:automations"_s}));
+    QTRY_COMPARE(onRail().mid(onRail().size() - 2), (QStringList{dice, u"builtin:automations"_s}));
     QVERIFY(click(editor, findItem(findItem(editor->contentItem(), u"tile:"_s + dice), u"later"_s)));
     QTRY_COMPARE(onRail().last(), dice);
     // Shown again from the editor, it takes its old place.
@@ -173,7 +171,8 @@ void tst_Workspace::aRunShowsInTheClosedWingsAndThePanelFollows() {
     automations->runWorkflow(uuidText(automations->documents().first().id), false);
     QTRY_VERIFY(shown(content(), u"automationState"_s));
     QCOMPARE(findItem(content(), u"automationState"_s)->property("text").toString(), u"Running"_s);
-    QTRY_COMPARE(findItem(content(), u"automationStep"_s)->property("text").toString(), u"Check the blinds"_s);
+    QTRY_COMPARE(findItem(content(), u"automationStep"_s)->property("text").toString(),
+                 u"Check the blinds"_s);
     // Both wings take the wider one's width, and the closed panel grows with them.
     QTRY_VERIFY(panel()->frame().width() > narrow.width());
     QCOMPARE(panel()->frame().width(), 196 + 2 * panel()->wingWidth());

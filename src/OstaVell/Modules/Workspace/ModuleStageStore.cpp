@@ -61,7 +61,8 @@ QStringList idsOf(const QList<ModuleStageStore::Choice>& choices) {
 } // namespace
 
 QVariantMap ModuleStageStore::Choice::toVariantMap() const {
-    QVariantMap map{{QStringLiteral("id"), id}, {QStringLiteral("name"), name}, {QStringLiteral("symbol"), symbol}};
+    QVariantMap map{
+        {QStringLiteral("id"), id}, {QStringLiteral("name"), name}, {QStringLiteral("symbol"), symbol}};
     if (nativeID)
         map.insert(QStringLiteral("nativeID"), *nativeID);
     if (localID)
@@ -99,12 +100,15 @@ ModuleStageStore* ModuleStageStore::instance() {
 
 QStringList ModuleStageStore::installedChoices() {
     QStringList installed;
-    const auto describe = [&installed](const QString& id, const QString& name, bool enabled, QStringList hidden) {
+    const auto describe = [&installed](const QString& id, const QString& name, bool enabled,
+                                       QStringList hidden) {
         hidden.sort();
-        installed.append(QStringList{id, name, enabled ? u"on"_qs : u"off"_qs, hidden.join(u',')}.join(u'\n'));
+        installed.append(
+            QStringList{id, name, enabled ? u"on"_qs : u"off"_qs, hidden.join(u',')}.join(u'\n'));
     };
     for (const NativePluginRecord& plugin : NativePluginStore::instance()->plugins())
-        describe(nativePrefix + plugin.manifest.id, plugin.manifest.name, plugin.enabled, plugin.hiddenDisplayIDs);
+        describe(nativePrefix + plugin.manifest.id, plugin.manifest.name, plugin.enabled,
+                 plugin.hiddenDisplayIDs);
     for (const InstalledModule& module : ModuleStore::instance()->modules())
         describe(localPrefix + module.package.id, module.package.name, module.enabled,
                  QStringList(module.hiddenDisplayIDs.cbegin(), module.hiddenDisplayIDs.cend()));
@@ -112,7 +116,8 @@ QStringList ModuleStageStore::installedChoices() {
 }
 
 void ModuleStageStore::offerViews(ShellContributions& shell) {
-    shell.offerTab(NotchTab::home, {}, QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Workspace/qml/ModulesDashboardView.qml")));
+    shell.offerTab(NotchTab::home, {},
+                   QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Workspace/qml/ModulesDashboardView.qml")));
     shell.offerWing(QStringLiteral("module.activity"),
                     QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Workspace/qml/ModuleActivityView.qml")));
 }
@@ -155,7 +160,13 @@ void ModuleStageStore::announce() {
 }
 
 ModuleStageStore::Choice ModuleStageStore::nativeChoice(const QString& pluginID, const QString& name) {
-    return {nativePrefix + pluginID, name, QStringLiteral("app.connected.to.app.below.fill"), pluginID, {}, {}, {}};
+    return {nativePrefix + pluginID,
+            name,
+            QStringLiteral("app.connected.to.app.below.fill"),
+            pluginID,
+            {},
+            {},
+            {}};
 }
 
 ModuleStageStore::Choice ModuleStageStore::localChoice(const QString& moduleID, const QString& name) {
@@ -183,7 +194,8 @@ QList<ModuleStageStore::Choice> ModuleStageStore::builtinChoices() {
                     QStringLiteral("point.3.connected.trianglepath.dotted"))};
 }
 
-std::optional<QString> ModuleStageStore::selected(const QString& display, const QStringList& available) const {
+std::optional<QString> ModuleStageStore::selected(const QString& display,
+                                                  const QStringList& available) const {
     const auto stored = m_selections.constFind(display);
     if (stored != m_selections.cend() && available.contains(*stored))
         return *stored;
@@ -361,14 +373,16 @@ QString ModuleStageStore::statusLine(const QString& display) const {
     return QStringLiteral("Choose your workspace");
 }
 
-std::optional<QString> ModuleStageStore::dropTarget(const QPointF& point, const QMap<QString, QRectF>& frames) {
+std::optional<QString> ModuleStageStore::dropTarget(const QPointF& point,
+                                                    const QMap<QString, QRectF>& frames) {
     const QRectF railViewport = frames.value(QStringLiteral("viewport:rail"));
     const QRectF tilesViewport = frames.value(QStringLiteral("viewport:tiles"));
     // QMap walks its keys in ascending order.
     for (auto zone = frames.cbegin(); zone != frames.cend(); ++zone) {
         if (zone.key().startsWith(QStringLiteral("viewport:")) || !zone.value().contains(point))
             continue;
-        const QRectF& viewport = zone.key().startsWith(QStringLiteral("rail:")) ? railViewport : tilesViewport;
+        const QRectF& viewport =
+            zone.key().startsWith(QStringLiteral("rail:")) ? railViewport : tilesViewport;
         if (viewport.contains(point))
             return zone.key();
     }

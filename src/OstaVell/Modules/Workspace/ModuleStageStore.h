@@ -104,7 +104,6 @@ public:
     void setWorkflowSource(std::function<QList<Workflow>()> source);
     void workflowsChanged() { announce(); }
 
-
     // Everything that could stand in this display's workspace, in the rail's natural order.
     QList<Choice> allChoices(const QString& display) const;
     // The visible ones, in this display's order.

@@ -51,7 +51,8 @@ private:
 };
 
 void tst_ModuleStageStore::init() {
-    m_path = m_dir.filePath(u"defaults-%1.ini"_s.arg(QTest::currentDataTag() ? QTest::currentDataTag() : "x"));
+    m_path =
+        m_dir.filePath(u"defaults-%1.ini"_s.arg(QTest::currentDataTag() ? QTest::currentDataTag() : "x"));
     QFile::remove(m_path);
 }
 
@@ -63,7 +64,8 @@ void tst_ModuleStageStore::arrangingADisplay_data() {
 
     const QStringList natural{u"native:p"_s, u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s};
     QTest::addRow("new display: all but workflows") << QStringList{} << natural;
-    QTest::addRow("pinned workflow joins at the end") << QStringList{u"show "_s + flow} << natural + QStringList{flow};
+    QTest::addRow("pinned workflow joins at the end")
+        << QStringList{u"show "_s + flow} << natural + QStringList{flow};
     QTest::addRow("hidden comes back in its old place")
         << QStringList{u"place builtin:home before native:p"_s, u"hide local:m"_s, u"show local:m"_s}
         << QStringList{u"builtin:home"_s, u"native:p"_s, u"local:m"_s, u"builtin:media"_s};
@@ -106,8 +108,8 @@ void tst_ModuleStageStore::arrangingADisplay() {
     }
     QCOMPARE(store.ordered(available, A), rail);
     // Another display is a workspace of its own.
-    QCOMPARE(store.ordered(available, B), (QStringList{u"native:p"_s, u"local:m"_s, u"builtin:home"_s,
-                                                       u"builtin:media"_s}));
+    QCOMPARE(store.ordered(available, B),
+             (QStringList{u"native:p"_s, u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s}));
 }
 
 void tst_ModuleStageStore::selectionFallsBackWithoutForgetting() {
@@ -156,7 +158,8 @@ void tst_ModuleStageStore::tablesSurviveARestartAndBadEntriesReadEmpty() {
 
     // Tables of the wrong shape read as empty; entries of the wrong type are left out alone.
     defaults.setValue(ModuleStageStore::selectionsKey, QByteArray("[\"native:p\"]"));
-    defaults.setValue(ModuleStageStore::hiddenKey, QByteArray("{\"display-A\":\"local:m\",\"display-B\":[1,\"local:m\"]}"));
+    defaults.setValue(ModuleStageStore::hiddenKey,
+                      QByteArray("{\"display-A\":\"local:m\",\"display-B\":[1,\"local:m\"]}"));
     defaults.setValue(ModuleStageStore::orderKey, QByteArray("not json"));
     ModuleStageStore damaged(&defaults);
     QVERIFY(damaged.selections().isEmpty());
@@ -219,12 +222,15 @@ void tst_ModuleStageStore::dropTarget_data() {
 void tst_ModuleStageStore::dropTarget() {
     QFETCH(QPointF, point);
     QFETCH(QString, target);
-    const QMap<QString, QRectF> frames{
-        {u"viewport:tiles"_s, QRectF(0, 0, 150, 200)}, {u"viewport:rail"_s, QRectF(300, 0, 100, 200)},
-        {u"tile:local:m"_s, QRectF(0, 0, 50, 50)},     {u"tile:builtin:home"_s, QRectF(0, 230, 50, 50)},
-        {u"rail:native:p"_s, QRectF(300, 0, 50, 50)},  {u"rail:local:m"_s, QRectF(300, 230, 50, 50)},
-        {u"last"_s, QRectF(0, 80, 50, 20)},            {u"tile:z"_s, QRectF(0, 80, 50, 20)},
-        {u"remove"_s, QRectF(0, 140, 50, 20)}};
+    const QMap<QString, QRectF> frames{{u"viewport:tiles"_s, QRectF(0, 0, 150, 200)},
+                                       {u"viewport:rail"_s, QRectF(300, 0, 100, 200)},
+                                       {u"tile:local:m"_s, QRectF(0, 0, 50, 50)},
+                                       {u"tile:builtin:home"_s, QRectF(0, 230, 50, 50)},
+                                       {u"rail:native:p"_s, QRectF(300, 0, 50, 50)},
+                                       {u"rail:local:m"_s, QRectF(300, 230, 50, 50)},
+                                       {u"last"_s, QRectF(0, 80, 50, 20)},
+                                       {u"tile:z"_s, QRectF(0, 80, 50, 20)},
+                                       {u"remove"_s, QRectF(0, 140, 50, 20)}};
     QCOMPARE(ModuleStageStore::dropTarget(point, frames).value_or(QString()), target);
 }
 
