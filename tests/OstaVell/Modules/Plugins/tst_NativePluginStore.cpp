@@ -17,7 +17,10 @@
 
 #include <csignal>
 
+#include "TestSupport.h"
+
 using namespace vell;
+using namespace vell::test;
 
 namespace {
 
@@ -33,15 +36,6 @@ void run(const QString& program, const QStringList& arguments) {
     QProcess process;
     process.start(program, arguments);
     QVERIFY2(process.waitForFinished(60000) && process.exitCode() == 0, qPrintable(program));
-}
-
-QString problemOf(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return {};
 }
 
 } // namespace
@@ -456,4 +450,5 @@ int main(int argc, char** argv) {
     QTEST_SET_MAIN_SOURCE_PATH
     return QTest::qExec(&test, argc, argv);
 }
+
 #include "tst_NativePluginStore.moc"

@@ -11,6 +11,7 @@
 #include <QTest>
 
 #include "ErrandsLog.h"
+#include "TestSupport.h"
 
 using namespace vell;
 using namespace vell::test;
@@ -20,15 +21,6 @@ namespace {
 constexpr int patience = 30000;
 const QString unavailable = QStringLiteral("This form changed or is unavailable. Review the current values.");
 const QString changed = QStringLiteral("This form changed. Review the current values before trying again.");
-
-QString problemOf(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return {};
-}
 
 PluginValueMap errand(const QString& title) {
     return {{QStringLiteral("title"), PluginValue::string(title)},
