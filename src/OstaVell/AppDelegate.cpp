@@ -1,6 +1,8 @@
 #include "OstaVell/AppDelegate.h"
 
 #include "OstaVell/Features/Automations/AutomationStore.h"
+#include "OstaVell/Features/Media/MediaImageProvider.h"
+#include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
@@ -57,6 +59,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_engine->addImageProvider(PluginFrameProvider::name.toString(), frames);
     NativePluginStore::instance()->setFrameSink(
         [frames](QHash<QString, QByteArray> latest) { frames->setFrames(std::move(latest)); });
+    m_engine->addImageProvider(MediaImageProvider::name.toString(), new MediaImageProvider);
 
     // Launch order: plugins (and with them the action router), then automations, then the bus
     // services once they exist, then the panels, then media, calendar, power and HUD services,
@@ -96,6 +99,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_shelf->quit = [] { QCoreApplication::quit(); };
     m_shelf->start();
 
+    MusicManager::instance()->start();
+
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
 }
 
@@ -106,6 +111,7 @@ void AppDelegate::offerViews() {
     shell->offerSettingsPane(QStringLiteral("Plugins"), NativePluginStore::settingsPaneView());
     ModuleStageStore::offerViews(*shell);
     AutomationStore::offerViews(*shell);
+    MusicManager::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -116,6 +122,8 @@ void AppDelegate::applicationWillTerminate() {
     // notes, the panels.
     qCInfo(lcApp) << "shutdown: cancelling the workflow run";
     AutomationStore::instance()->cancel();
+    qCInfo(lcApp) << "shutdown: stopping media";
+    MusicManager::instance()->stop();
     qCInfo(lcApp) << "shutdown: stopping plugins";
     NativePluginStore::instance()->stop();
     NativePluginStore::instance()->setFrameSink({});

@@ -29,6 +29,14 @@ Item {
         }
     }
 
+    Component {
+        id: mediaPlaceholder
+        Placeholder {
+            symbol: "music.note"
+            title: "Now playing"
+        }
+    }
+
     Text {
         objectName: "noChoice"
         visible: root.builtin.length === 0
@@ -46,11 +54,16 @@ Item {
         spacing: 64
         readonly property string layout: root.builtin === "home" ? SettingsStore.homeLayout
                                          : root.builtin === "media" ? "mediaOnly" : "calendarOnly"
-        Placeholder {
+        // The media half is the feature's own player when it offers one.
+        Loader {
             objectName: "media"
+            readonly property url offered: ShellContributions.stageView("builtin:media")
             visible: parent.layout !== "calendarOnly"
-            symbol: "music.note"
-            title: "Now playing"
+            active: visible
+            width: offered.toString().length > 0 ? 340 : implicitWidth
+            height: offered.toString().length > 0 ? 180 : implicitHeight
+            sourceComponent: offered.toString().length > 0 ? null : mediaPlaceholder
+            Component.onCompleted: if (offered.toString().length > 0) setSource(offered, { compact: true, accent: root.accent })
         }
         Placeholder {
             objectName: "calendar"
