@@ -3,6 +3,7 @@
 #include "VellHost/ChildProcess.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QPointer>
 #include <QProcessEnvironment>
@@ -146,7 +147,8 @@ MediaAdapterTransport::~MediaAdapterTransport() {
 }
 
 QString MediaAdapterTransport::defaultExecutable() {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/ostavell-media-adapter");
+    // Through bin/ so that a test beside bin/ finds it as the app inside it does.
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../bin/ostavell-media-adapter"));
 }
 
 bool MediaAdapterTransport::isAvailable() const {

@@ -94,6 +94,7 @@ void MusicManager::offerViews(ShellContributions& shell) {
     shell.offerStageView(QStringLiteral("builtin:media"), view("NowPlayingView.qml"));
     shell.offerWing(QStringLiteral("media.left"), view("MediaClosedWingLeft.qml"));
     shell.offerWing(QStringLiteral("media.right"), view("MediaClosedWingRight.qml"));
+    shell.offerSettingsPane(QStringLiteral("Media"), view("MediaSettingsPane.qml"));
 }
 
 bool MusicManager::mediaEnabled() const {

@@ -29,14 +29,6 @@ Item {
         }
     }
 
-    Component {
-        id: mediaPlaceholder
-        Placeholder {
-            symbol: "music.note"
-            title: "Now playing"
-        }
-    }
-
     Text {
         objectName: "noChoice"
         visible: root.builtin.length === 0
@@ -58,15 +50,25 @@ Item {
         Loader {
             objectName: "media"
             readonly property url offered: ShellContributions.stageView("builtin:media")
-            visible: parent.layout !== "calendarOnly"
+            visible: parent.layout !== "calendarOnly" && offered.toString().length > 0
             active: visible
-            width: offered.toString().length > 0 ? 340 : implicitWidth
-            height: offered.toString().length > 0 ? 180 : implicitHeight
-            sourceComponent: offered.toString().length > 0 ? null : mediaPlaceholder
-            Component.onCompleted: if (offered.toString().length > 0) setSource(offered, { compact: true, accent: root.accent })
+            width: 360
+            height: 180
+            source: offered
+            onLoaded: {
+                item.compact = true
+                item.accent = Qt.binding(() => root.accent)
+            }
+        }
+        Placeholder {
+            objectName: "mediaPlaceholder"
+            visible: parent.layout !== "calendarOnly" && ShellContributions.stageView("builtin:media").toString().length === 0
+            symbol: "music.note"
+            title: "Now playing"
         }
         Placeholder {
             objectName: "calendar"
+            anchors.verticalCenter: parent.verticalCenter
             visible: parent.layout !== "mediaOnly"
             symbol: "calendar"
             title: "Calendar"
