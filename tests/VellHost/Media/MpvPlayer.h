@@ -19,7 +19,8 @@ public:
     // A tagged tone of this title, made once per folder, in a file named after the title or
     // the name given.
     static QString tone(const QString& folder, const QString& title, int hertz, const QString& name = {}) {
-        const QString path = folder + QLatin1Char('/') + (name.isEmpty() ? title : name) + QStringLiteral(".flac");
+        const QString path =
+            folder + QLatin1Char('/') + (name.isEmpty() ? title : name) + QStringLiteral(".flac");
         if (!QFile::exists(path))
             QProcess::execute(QStringLiteral("sox"),
                               {QStringLiteral("-n"), QStringLiteral("-r"), QStringLiteral("22050"),

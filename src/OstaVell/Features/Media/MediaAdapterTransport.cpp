@@ -148,7 +148,8 @@ MediaAdapterTransport::~MediaAdapterTransport() {
 
 QString MediaAdapterTransport::defaultExecutable() {
     // Through bin/ so that a test beside bin/ finds it as the app inside it does.
-    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../bin/ostavell-media-adapter"));
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() +
+                           QStringLiteral("/../bin/ostavell-media-adapter"));
 }
 
 bool MediaAdapterTransport::isAvailable() const {

@@ -1,6 +1,5 @@
-#include "MpvPlayer.h"
+#include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
-#include "QuickTestSupport.h"
 
 #include <QImage>
 #include <QQmlComponent>
@@ -11,6 +10,9 @@
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include "MpvPlayer.h"
+#include "QuickTestSupport.h"
 
 using namespace vell;
 using namespace vell::test;
@@ -38,12 +40,14 @@ private:
 void tst_MediaViews::initTestCase() {
     QQuickStyle::setStyle(QStringLiteral("Material"));
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    m_engine.addImageProvider(MediaImageProvider::name.toString(), new MediaImageProvider);
     QVERIFY(m_listener.listen(QHostAddress::LocalHost));
     // The folder's cover is the artwork of every track in it.
     QImage cover(240, 240, QImage::Format_RGB32);
     cover.fill(QColor("#b5562a"));
     QVERIFY(cover.save(m_folder.filePath(QStringLiteral("cover.jpg"))));
-    const QString hostile = QStringLiteral("<img src=\"http://127.0.0.1:%1/x.png\"><b>Loud</b>").arg(m_listener.serverPort());
+    const QString hostile =
+        QStringLiteral("<img src=\"http://127.0.0.1:%1/x.png\"><b>Loud</b>").arg(m_listener.serverPort());
     QVERIFY(m_player.start({MpvPlayer::tone(m_folder.path(), QStringLiteral("Harbour Lights"), 440),
                             MpvPlayer::tone(m_folder.path(), hostile, 550, QStringLiteral("hostile"))},
                            false, m_folder.path()));
@@ -74,14 +78,15 @@ void tst_MediaViews::nowPlayingAndTheWings() {
     QQuickWindow* stage = show("import QtQuick\nimport OstaVell.Media\n"
                                "Window { width: 760; height: 400; visible: true; color: '#111111'\n"
                                "  NowPlayingView { anchors.fill: parent } }");
-    QQuickWindow* wings = show("import QtQuick\nimport OstaVell.Media\n"
-                               "Window { width: 360; height: 30; x: 0; y: 460; visible: true; color: 'black'\n"
-                               "  Row { anchors.verticalCenter: parent.verticalCenter; spacing: 120\n"
-                               "    MediaClosedWingLeft {} MediaClosedWingRight {} } }");
+    QQuickWindow* wings =
+        show("import QtQuick\nimport OstaVell.Media\n"
+             "Window { width: 360; height: 30; x: 0; y: 460; visible: true; color: 'black'\n"
+             "  Row { anchors.verticalCenter: parent.verticalCenter; spacing: 120\n"
+             "    MediaClosedWingLeft {} MediaClosedWingRight {} } }");
     QVERIFY(stage && wings);
     QQuickItem* root = stage->contentItem();
-    QTRY_COMPARE_WITH_TIMEOUT(findItem(root, "title")->property("text").toString(), QStringLiteral("Harbour Lights"),
-                              20000);
+    QTRY_COMPARE_WITH_TIMEOUT(findItem(root, "title")->property("text").toString(),
+                              QStringLiteral("Harbour Lights"), 20000);
     QTRY_COMPARE_WITH_TIMEOUT(findItem(root, "artwork")->property("status").toInt(), 1, 10000); // Image.Ready
     QVERIFY(shown(wings->contentItem(), "mediaWingBars"));
     QVERIFY(drawn(stage));
@@ -93,7 +98,8 @@ void tst_MediaViews::nowPlayingAndTheWings() {
     QVERIFY(click(stage, findItem(root, "next")));
     QTRY_VERIFY_WITH_TIMEOUT(findItem(root, "title")->property("text").toString().startsWith(u"<img"), 20000);
     QTRY_VERIFY(shown(wings->contentItem(), "mediaQuickPeek"));
-    QVERIFY(findItem(wings->contentItem(), "mediaQuickPeek")->property("text").toString().startsWith(u"<img"));
+    QVERIFY(
+        findItem(wings->contentItem(), "mediaQuickPeek")->property("text").toString().startsWith(u"<img"));
     verifyPlainText(root);
     verifyPlainText(wings->contentItem());
     screenshot(wings, QStringLiteral("media-quickpeek"));
