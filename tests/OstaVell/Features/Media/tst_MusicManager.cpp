@@ -139,6 +139,19 @@ void tst_MusicManager::nowPlayingAndItsControls() {
     QCOMPARE(music->quickPeekMap().value("title").toString(), QStringLiteral("Bravo"));
     QTRY_VERIFY(!music->showQuickPeek());
 
+    // A second player, paused: shown only once pinned, and the pin outlasts nothing but itself.
+    MpvPlayer other;
+    QVERIFY(other.start({MpvPlayer::tone(m_folder.path(), "Charlie", 660)}, true, m_folder.path()));
+    QTRY_COMPARE_WITH_TIMEOUT(music->players().size(), 2, 10000);
+    QCOMPARE(music->playbackMap().value("title").toString(), QStringLiteral("Bravo"));
+    music->setPinnedPlayer(other.busName);
+    QTRY_COMPARE_WITH_TIMEOUT(music->playbackMap().value("title").toString(), QStringLiteral("Charlie"),
+                              10000);
+    QVERIFY(!music->playback()->isPlaying);
+    music->setPinnedPlayer(QString());
+    QTRY_COMPARE_WITH_TIMEOUT(music->playbackMap().value("title").toString(), QStringLiteral("Bravo"), 10000);
+    other.quit();
+
     // Media switched off: nothing playing, nothing listened to; on again: back.
     music->setMediaEnabled(false);
     QVERIFY(!music->hasPlayback());
