@@ -11,10 +11,12 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QSocketNotifier>
 #include <QTimer>
 
 #include <cstdio>
 #include <optional>
+#include <unistd.h>
 
 #include "MediaAdapterStream.h"
 
@@ -85,6 +87,16 @@ int main(int argc, char** argv) {
     MprisPlayers players(bus);
 
     if (arguments.size() == 1 && arguments[0] == u"stream") {
+        // The reader holds our input open and never writes: its end is the reader's end,
+        // even when it died without a word.
+        QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+        QObject::connect(&input, &QSocketNotifier::activated, &app, [&input] {
+            char byte;
+            if (::read(STDIN_FILENO, &byte, 1) <= 0) {
+                input.setEnabled(false);
+                QCoreApplication::quit();
+            }
+        });
         MediaAdapterStream stream(players, debounce.isEmpty() ? 100 : debounce.toInt(), pin);
         players.start();
         return app.exec();

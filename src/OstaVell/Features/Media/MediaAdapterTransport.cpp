@@ -175,8 +175,9 @@ void MediaAdapterTransport::start() {
             this, [this, generation] { ended(generation); }, Qt::QueuedConnection);
         return;
     }
+    // The child's input stays open and unused for as long as we hold it: its end tells the
+    // adapter that we are gone, however we went.
     const int descriptor = m_process->takeOutputDescriptor();
-    ::close(m_process->takeInputDescriptor());
     QMetaObject::invokeMethod(
         m_reader, [reader = m_reader, descriptor, generation] { reader->read(descriptor, generation); });
 }
