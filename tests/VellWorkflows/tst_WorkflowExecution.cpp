@@ -86,7 +86,8 @@ class WorkflowExecutionTest final : public QObject {
     Q_OBJECT
 
 private slots:
-    void oneStartCompletes() {
+    // A lone start, and a condition whose branch has no step, end the run completed.
+    void endsWhereNoStepFollows() {
         Harness run(document({manual()}));
         run.start(document({manual()}));
         QVERIFY(run.finished && !*run.finished);
@@ -94,6 +95,12 @@ private slots:
         QCOMPARE(run.timeline().phase, "completed");
         QCOMPARE(run.timeline().workflowID, document({manual()}).id);
         QVERIFY(run.timeline().endedAt);
+        const WorkflowDocument flow = conditionActionReview("stay");
+        Harness stay(flow);
+        stay.start(flow);
+        QCOMPARE(stay.phases(), (QStringList{"start:completed", "if:completed"}));
+        QCOMPARE(stay.timeline().phase, "completed");
+        QVERIFY(stay.executed.isEmpty());
     }
 
     // The run of a condition, a reviewed action and a checkpoint, seen at every moment.
@@ -138,15 +145,6 @@ private slots:
         QCOMPARE(run.timeline().completedSteps(), 4);
         run.execution->report(u"running", QString("after the end"), 0.1);
         QCOMPARE(run.timeline().steps.last().detail, "Review accepted");
-    }
-
-    void conditionWithoutBranchEndsCompleted() {
-        const WorkflowDocument flow = conditionActionReview("stay");
-        Harness run(flow);
-        run.start(flow);
-        QCOMPARE(run.phases(), (QStringList{"start:completed", "if:completed"}));
-        QCOMPARE(run.timeline().phase, "completed");
-        QVERIFY(run.executed.isEmpty());
     }
 
     // A later step draws on an earlier step's output; an optional field it lacks is an error.
