@@ -20,15 +20,8 @@ inline const QString unavailable = QStringLiteral("Action unavailable or access 
 inline PluginRegisteredAction
 action(const QString& id, PluginRegisteredAction::Effect effect = PluginRegisteredAction::Effect::readOnly,
        double timeout = 10, std::optional<double> completion = std::nullopt, bool cancellable = false) {
-    PluginRegisteredAction action;
-    action.id = id;
-    action.title = "Action " + id;
-    action.effect = effect;
-    action.timeoutSeconds = timeout;
-    action.completionTimeoutSeconds = completion;
-    action.cancellable = cancellable;
-    action.output.fields = {{"result", PluginParameter::Kind::string, false, {}, {}}};
-    return action;
+    const PluginValueSchema output{{{"result", PluginParameter::Kind::string, false, {}, {}}}};
+    return {id, "Action " + id, {}, output, effect, cancellable, timeout, completion};
 }
 
 inline PluginChannel channel(const QString& id, PluginChannel::Kind kind = PluginChannel::Kind::state) {
@@ -45,11 +38,7 @@ inline PluginBusMessage message(PluginBusMessage::Operation operation,
 
 inline PluginRunUpdate runUpdate(PluginRunPhase phase, const QString& text = {},
                                  const PluginValueMap& values = {}) {
-    PluginRunUpdate update;
-    update.phase = phase;
-    update.message = text;
-    update.values = values;
-    return update;
+    return {phase, std::nullopt, text, values, std::nullopt};
 }
 
 template <typename F> QString problemOf(F&& call) {

@@ -36,7 +36,12 @@ QByteArray readFile(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// A null array stands for a folder in the file's place, which no read gets through.
 void writeFile(const QString& path, const QByteArray& bytes) {
+    if (bytes.isNull()) {
+        QVERIFY(QDir().mkdir(path));
+        return;
+    }
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
     QCOMPARE(file.write(bytes), bytes.size());
@@ -74,8 +79,6 @@ private slots:
         QVERIFY(!h.router.allowed(caller, h.entry(reader)));
         QVERIFY(h.router.allowed(provider, h.entry(reader)));
         QVERIFY(!h.router.allowed(caller, {{"cafe.gone", "read"}, action("read"), std::nullopt}));
-        h.invoke(caller, reader, 0);
-        QCOMPARE(h.failures(caller), QStringList(unavailable));
 
         // Nor is anything granted that is not there: from an older catalogue, never exported, or
         // with the caller or the provider gone.
@@ -202,7 +205,8 @@ private slots:
         const QByteArray empty = "[]";
         QTest::addRow("1,048,576 bytes") << empty + QByteArray(1048576 - 2, ' ') << true;
         QTest::addRow("1,048,577 bytes") << empty + QByteArray(1048577 - 2, ' ') << false;
-        QTest::addRow("empty file") << QByteArray() << false;
+        QTest::addRow("empty file") << QByteArray("") << false;
+        QTest::addRow("a folder") << QByteArray() << false;
         QTest::addRow("an object") << QByteArray("{}") << false;
         QJsonObject badBase64 = fakeGrant(0).toJson();
         badBase64.insert("definition", "%%%");
@@ -233,13 +237,6 @@ private slots:
         setUp(h);
         QCOMPARE(problemOf([&] { h.grant(caller, reader); }), gone);
         QCOMPARE(readFile(path), content);
-    }
-
-    void unreadableGrantsFileLatches() {
-        QTemporaryDir dir;
-        QVERIFY(QDir(dir.path()).mkdir("action-grants-v1.json"));
-        RouterHarness h(dir.path());
-        QCOMPARE(h.router.persistenceError(), recovery);
     }
 
     void historyIsRecordedAndBothFilesSurviveARestart() {
@@ -286,7 +283,7 @@ private slots:
         QTest::addRow("262,144 bytes") << two + QByteArray(262144 - two.size(), ' ') << 2;
         QTest::addRow("262,145 bytes") << two + QByteArray(262145 - two.size(), ' ') << 0;
         QTest::addRow("not a list") << QByteArray("{}") << 0;
-        QTest::addRow("unreadable") << QByteArray() << 0;
+        QTest::addRow("a folder") << QByteArray() << 0;
         // A whole, valid entry but for its phase.
         QJsonObject paused = summary(Phase::succeeded, 1).toJson();
         QTest::addRow("a valid entry loads") << encode({paused}) << 1;
@@ -298,11 +295,7 @@ private slots:
         QFETCH(QByteArray, content);
         QFETCH(int, loaded);
         QTemporaryDir dir;
-        const QString path = dir.filePath("action-history-v1.json");
-        if (content.isEmpty())
-            QVERIFY(QDir(dir.path()).mkdir("action-history-v1.json"));
-        else
-            writeFile(path, content);
+        writeFile(dir.filePath("action-history-v1.json"), content);
         RouterHarness h(dir.path());
         // A lost history is no error.
         QVERIFY(!h.router.persistenceError());

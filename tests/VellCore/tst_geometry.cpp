@@ -165,9 +165,7 @@ private slots:
         QTest::addColumn<QSizeF>("size");
         const double r = Stage::ratio;
         row("preferred 760 is taken as 900", QSizeF(1920, 1080), 0.0, 760.0, QSizeF(900, 828 / r + 100));
-        row("1512x982 notched, 1100", QSizeF(1512, 982), 32.0, 1100.0, QSizeF(1100, 1028 / r + 100));
         row("2560x1440, 1337.5", QSizeF(2560, 1440), 0.0, 1337.5, QSizeF(1337.5, 1265.5 / r + 100));
-        row("3840x2160, 3000", QSizeF(3840, 2160), 0.0, 3000.0, QSizeF(3000, 2928 / r + 100));
         row("screen width limits the floor of 900", QSizeF(800, 1080), 0.0, 760.0,
             QSizeF(776, 704 / r + 100));
         row("short screen shrinks the stage and the width with it", QSizeF(1440, 500), 32.0, 900.0,

@@ -86,7 +86,8 @@ class WorkflowExecutionTest final : public QObject {
     Q_OBJECT
 
 private slots:
-    void oneStartCompletes() {
+    // A lone start, and a condition whose branch has no step, end the run completed.
+    void endsWhereNoStepFollows() {
         Harness run(document({manual()}));
         run.start(document({manual()}));
         QVERIFY(run.finished && !*run.finished);
@@ -94,6 +95,12 @@ private slots:
         QCOMPARE(run.timeline().phase, "completed");
         QCOMPARE(run.timeline().workflowID, document({manual()}).id);
         QVERIFY(run.timeline().endedAt);
+        const WorkflowDocument flow = conditionActionReview("stay");
+        Harness stay(flow);
+        stay.start(flow);
+        QCOMPARE(stay.phases(), (QStringList{"start:completed", "if:completed"}));
+        QCOMPARE(stay.timeline().phase, "completed");
+        QVERIFY(stay.executed.isEmpty());
     }
 
     // The run of a condition, a reviewed action and a checkpoint, seen at every moment.
@@ -140,15 +147,6 @@ private slots:
         QCOMPARE(run.timeline().steps.last().detail, "Review accepted");
     }
 
-    void conditionWithoutBranchEndsCompleted() {
-        const WorkflowDocument flow = conditionActionReview("stay");
-        Harness run(flow);
-        run.start(flow);
-        QCOMPARE(run.phases(), (QStringList{"start:completed", "if:completed"}));
-        QCOMPARE(run.timeline().phase, "completed");
-        QVERIFY(run.executed.isEmpty());
-    }
-
     // A later step draws on an earlier step's output; an optional field it lacks is an error.
     void bindingsResolveFromEarlierOutputs() {
         WorkflowNode second = actionStep("again", {{"text", reference("send", "reply")}});
@@ -169,29 +167,27 @@ private slots:
     }
 
     void failures_data() {
-        QTest::addColumn<std::function<void(Harness&)>>("answer");
+        using Answer = std::function<void(Harness&)>;
+        QTest::addColumn<Answer>("answer");
         QTest::addColumn<QString>("phase");
         QTest::addColumn<QString>("detail");
-        auto fail = [](PluginRunPhase phase, const QString& words) {
-            return std::function<void(Harness&)>([=](Harness& run) {
+        const auto fail = [](const char* name, PluginRunPhase phase, const QString& words, const char* shown,
+                             const QString& detail) {
+            QTest::newRow(name) << Answer([=](Harness& run) {
                 run.action(std::make_exception_ptr(WorkflowActionFailure(phase, words)));
-            });
+            }) << QString(shown) << detail;
         };
-        QTest::addRow("action failed") << fail(PluginRunPhase::failed, "Boom") << "failed"
-                                       << "Boom";
-        QTest::addRow("action cancelled") << fail(PluginRunPhase::cancelled, "Declined") << "cancelled"
-                                          << "Declined";
-        QTest::addRow("action interrupted") << fail(PluginRunPhase::interrupted, "Gone") << "interrupted"
-                                            << "Gone";
-        QTest::addRow("long words cut")
-            << fail(PluginRunPhase::failed, QString(400, 'x')) << "failed" << QString(300, 'x');
-        QTest::addRow("outputs break the schema") << std::function<void(Harness&)>([](Harness& run) {
+        fail("action failed", PluginRunPhase::failed, "Boom", "failed", "Boom");
+        fail("action cancelled", PluginRunPhase::cancelled, "Declined", "cancelled", "Declined");
+        fail("action interrupted", PluginRunPhase::interrupted, "Gone", "interrupted", "Gone");
+        fail("long words cut", PluginRunPhase::failed, QString(400, 'x'), "failed", QString(300, 'x'));
+        QTest::newRow("outputs break the schema") << Answer([](Harness& run) {
             run.action(PluginValueMap{{"sent", PluginValue::string("yes")}});
-        }) << "failed"
-                                                  << "Argument type does not match its schema.";
+        }) << QString("failed") << QString("Argument type does not match its schema.");
     }
     void failures() {
-        QFETCH(std::function<void(Harness&)>, answer);
+        using Answer = std::function<void(Harness&)>;
+        QFETCH(Answer, answer);
         QFETCH(QString, phase);
         QFETCH(QString, detail);
         const WorkflowDocument flow = conditionActionReview();

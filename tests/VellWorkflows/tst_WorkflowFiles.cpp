@@ -16,39 +16,25 @@ using namespace vell::test;
 
 namespace {
 
-WorkflowDocument numbered(int i) {
-    WorkflowDocument flow = document({manual()});
-    flow.id = QUuid::createUuidV5(QUuid(), QString::number(i));
-    flow.title = QStringLiteral("Flow %1").arg(i);
-    return flow;
-}
-
+// count manual workflows, "Flow 0" on, each with an id of its own.
 QList<WorkflowDocument> library(int count) {
     QList<WorkflowDocument> documents;
-    for (int i = 0; i < count; ++i)
-        documents.append(numbered(i));
+    for (int i = 0; i < count; ++i) {
+        documents.append(document({manual()}));
+        documents.last().id = QUuid::createUuidV5(QUuid(), QString::number(i));
+        documents.last().title = QStringLiteral("Flow %1").arg(i);
+    }
     return documents;
 }
 
 WorkflowTimeline::Step stepIn(const QString& node, const QString& phase) {
-    return {node,
-            node,
-            phase,
-            1,
-            phase == u"running" || phase == u"waitingReview" ? std::nullopt : std::optional<double>(2),
-            std::nullopt,
-            std::nullopt};
+    const bool active = phase == u"running" || phase == u"waitingReview";
+    return {node, node, phase, 1, active ? std::nullopt : std::optional<double>(2), {}, {}};
 }
 
 WorkflowTimeline timeline(int i, const QString& phase, QList<WorkflowTimeline::Step> steps = {}) {
-    return {QUuid::createUuidV5(QUuid(), QStringLiteral("run %1").arg(i)),
-            QUuid(),
-            "Flow",
-            phase,
-            double(i),
-            std::move(steps),
-            std::nullopt,
-            std::nullopt};
+    const QUuid id = QUuid::createUuidV5(QUuid(), QStringLiteral("run %1").arg(i));
+    return {id, QUuid(), "Flow", phase, double(i), std::move(steps), {}, {}};
 }
 
 void writeFile(const QString& path, const QByteArray& bytes) {
@@ -89,10 +75,8 @@ private slots:
     void sizeBounds_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("refusal");
-        QTest::addRow("library") << "workflows-v1.json"
-                                 << "Workflow storage is too large.";
-        QTest::addRow("history") << "history-v1.json"
-                                 << "History is too large.";
+        QTest::addRow("library") << QString("workflows-v1.json") << "Workflow storage is too large.";
+        QTest::addRow("history") << QString("history-v1.json") << "History is too large.";
     }
     void sizeBounds() {
         QFETCH(QString, name);

@@ -26,6 +26,13 @@ namespace {
 using Operation = PluginBusMessage::Operation;
 const QString automations = "local.ostavell.automations";
 
+PluginBusMessage bus(Operation operation, const QUuid& id = QUuid::createUuid()) {
+    PluginBusMessage message;
+    message.operation = operation;
+    message.requestID = id;
+    return message;
+}
+
 // "cafe.osta": offers "send" and publishes on "ring"; answers each execute at once with
 // outputs, or holds it while held is set.
 struct Provider {
@@ -35,9 +42,7 @@ struct Provider {
     PluginValueMap outputs{{"sent", PluginValue::boolean(true)}};
 
     void join(QList<PluginChannel> channels = {ringChannel()}) {
-        PluginBusMessage registration;
-        registration.operation = Operation::register_;
-        registration.requestID = QUuid::createUuid();
+        PluginBusMessage registration = bus(Operation::register_);
         registration.registration = PluginRegistration{{sendAction()}, channels};
         if (sessions.router().participants().contains(plugin))
             return sessions.router().receive(registration, plugin, sessions.clock());
@@ -57,20 +62,14 @@ struct Provider {
                 result.append(message);
         return result;
     }
-    void answer(const QUuid& id, PluginRunPhase phase = PluginRunPhase::succeeded) {
-        PluginBusMessage update;
-        update.operation = Operation::update;
-        update.requestID = id;
-        update.address = PluginActionAddress{plugin, "send"};
+    void answer(const QUuid& id) {
+        PluginBusMessage update = bus(Operation::update, id);
         update.update =
-            PluginRunUpdate{phase, std::nullopt, "Sent.",
-                            phase == PluginRunPhase::succeeded ? outputs : PluginValueMap(), std::nullopt};
+            PluginRunUpdate{PluginRunPhase::succeeded, std::nullopt, "Sent.", outputs, std::nullopt};
         sessions.router().receive(update, plugin, sessions.clock());
     }
     void publish(const QUuid& id, const PluginValueMap& values) {
-        PluginBusMessage event;
-        event.operation = Operation::publish;
-        event.requestID = id;
+        PluginBusMessage event = bus(Operation::publish, id);
         event.address = PluginActionAddress{plugin, "ring"};
         event.values = values;
         sessions.router().receive(event, plugin, sessions.clock());
@@ -139,10 +138,32 @@ class AutomationStoreTest final : public QObject {
     void allow(const PluginCatalogEntry& entry, const QString& caller = automations) {
         router().setAllowed(caller, entry, true);
     }
-    // A run from the tab, to its end.
-    void runToEnd(const WorkflowDocument& flow, bool simulate = false) {
-        store().run(flow, simulate, {}, false, {}, QUuid::createUuid());
-        QTRY_VERIFY(!store().busy());
+    // A run from the tab; refusals and outcomes land in the message.
+    void start(const WorkflowDocument& flow, const QUuid& id = QUuid::createUuid(), bool simulate = false) {
+        store().run(flow, simulate, {}, false, {}, id);
+    }
+    QUuid invoke(const QString& caller, const PluginActionAddress& address, const PluginValueMap& values) {
+        PluginBusMessage message = bus(Operation::invoke);
+        message.address = address;
+        message.values = values;
+        router().receive(message, caller, m_sessions->clock());
+        return message.requestID;
+    }
+    // start -> one of the app's own utilities, as its catalogue entry offers it, allowed.
+    WorkflowDocument utility(const QString& name, const QString& input, const QString& value) {
+        WorkflowNode use = step("use", Kind::action, "Use it");
+        use.data.address = PluginActionAddress{"local.ostavell.utilities", name};
+        for (const PluginCatalogEntry& entry : router().exported())
+            if (entry.address == *use.data.address)
+                use.data.action = entry.action;
+        use.data.arguments = {{input, literal(PluginValue::string(value))}};
+        allow({*use.data.address, use.data.action, std::nullopt});
+        return titled(document({manual(), use}, {edge("start", "use")}), name);
+    }
+    // A change of the app's state or outside it: it waits for a person like any other.
+    void approveReview() {
+        QTRY_VERIFY(store().actionReview());
+        router().approve(store().actionReview()->id, m_sessions->clock());
     }
 
 private slots:
@@ -165,7 +186,7 @@ private slots:
     void theGateOfARun() {
         const WorkflowDocument flow = sending();
         store().save(flow);
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        start(flow);
         QCOMPARE(
             store().message(),
             "Allow Automations to use Send it in Settings \u2192 Modules \u2192 Actions and connections.");
@@ -174,13 +195,13 @@ private slots:
         allow(sendEntry());
         provider().held = true;
         const QUuid first = QUuid::createUuid();
-        store().run(flow, false, {}, false, {}, first);
+        start(flow, first);
         QCOMPARE(store().message(), "Running Send once");
         QTRY_COMPARE(provider().executes().size(), 1);
         // On disk before the action was handed over.
         QVERIFY(contents(directory() + "/history-v1.json")
                     .contains("\"node\":\"send\",\"title\":\"Send it\",\"phase\":\"running\""));
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        start(flow);
         QCOMPARE(store().message(), "A workflow is already running.");
         QCOMPARE(store().history().size(), 1);
         provider().answer(provider().executes().first().requestID);
@@ -189,21 +210,16 @@ private slots:
         QCOMPARE(store().history().last().phase, "completed");
         QCOMPARE(store().results().value("send"), provider().outputs);
 
-        store().run(flow, false, {}, false, {}, first);
+        start(flow, first);
         QCOMPARE(store().message(), "This run was already handled. Nothing was repeated.");
-        store().run(document({manual(), manual("b")}), false, {}, false, {}, QUuid::createUuid());
+        start(document({manual(), manual("b")}));
         QCOMPARE(store().message(), "Use exactly one manual or event start.");
-        store().run(ringing(), false, {}, false, {}, QUuid::createUuid());
+        start(ringing());
         QCOMPARE(store().message(), "Arm this event workflow, or simulate it with recorded inputs.");
 
         // The caller's own run in the router counts even while the store is idle.
-        PluginBusMessage invoke;
-        invoke.operation = Operation::invoke;
-        invoke.requestID = QUuid::createUuid();
-        invoke.address = PluginActionAddress{plugin, "send"};
-        invoke.values = PluginValueMap{{"text", PluginValue::string("x")}};
-        router().receive(invoke, automations, m_sessions->clock());
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        invoke(automations, {plugin, "send"}, {{"text", PluginValue::string("x")}});
+        start(flow);
         QCOMPARE(store().message(), "A workflow is already running.");
         QCOMPARE(store().history().size(), 1);
         QCOMPARE(provider().executes().size(), 2);
@@ -211,12 +227,14 @@ private slots:
 
     // A simulation needs no grant, calls nothing, and is recorded like a run.
     void simulationTouchesNothing() {
-        runToEnd(sending(), true);
+        start(sending(), QUuid::createUuid(), true);
+        QTRY_VERIFY(!store().busy());
         QCOMPARE(store().message(), "Simulation completed. No actions ran.");
         QVERIFY(provider().executes().isEmpty());
         QCOMPARE(store().history().last().phase, "simulated");
         // An event start with an empty event passes only if the channel's schema accepts it.
-        runToEnd(ringing(), true);
+        start(ringing(), QUuid::createUuid(), true);
+        QTRY_VERIFY(!store().busy());
         QCOMPARE(store().history().last().phase, "simulated");
     }
 
@@ -290,19 +308,10 @@ private slots:
     // steps as they go, and hears the end once.
     void sharedRuns() {
         const QString caller = "cafe.caller";
-        QList<PluginBusMessage> heard;
+        PluginBusMessage registration = bus(Operation::register_);
+        registration.registration = PluginRegistration{};
         m_sessions->joinLocal(
-            caller, "Caller", "caller-v1", [&](const PluginBusMessage& message) { heard.append(message); },
-            PluginBusMessage{Operation::register_,
-                             QUuid::createUuid(),
-                             std::nullopt,
-                             PluginRegistration{},
-                             {},
-                             {},
-                             {},
-                             {},
-                             {},
-                             {}});
+            caller, "Caller", "caller-v1", [](const PluginBusMessage&) {}, registration);
         const WorkflowDocument flow = sending();
         store().save(flow);
         allow(sendEntry());
@@ -311,19 +320,13 @@ private slots:
             if (entry.address.plugin == automations)
                 shared = entry;
         allow(shared, caller);
-        PluginBusMessage invoke;
-        invoke.operation = Operation::invoke;
-        invoke.requestID = QUuid::createUuid();
-        invoke.address = shared.address;
-        invoke.values = PluginValueMap();
-        router().receive(invoke, caller, m_sessions->clock());
+        const QUuid id = invoke(caller, shared.address, {});
         QVERIFY(store().history().isEmpty()); // waiting for a person
-        router().approve(invoke.requestID, m_sessions->clock());
+        router().approve(id, m_sessions->clock());
         QTRY_VERIFY(!store().history().isEmpty() && !store().busy());
-        QCOMPARE(store().history().last().id, invoke.requestID);
-        const ActionRun run =
-            *std::find_if(router().runs().cbegin(), router().runs().cend(),
-                          [&](const ActionRun& each) { return each.id == invoke.requestID; });
+        QCOMPARE(store().history().last().id, id);
+        const ActionRun run = *std::find_if(router().runs().cbegin(), router().runs().cend(),
+                                            [&](const ActionRun& each) { return each.id == id; });
         QCOMPARE(run.phase(), PluginRunPhase::succeeded);
         QCOMPARE(run.update.display->totalSteps, 2);
         QCOMPARE(run.update.display->completedSteps, 2);
@@ -332,7 +335,7 @@ private slots:
     void checkpoints() {
         allow(sendEntry());
         const WorkflowDocument flow = checked();
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        start(flow);
         QTRY_COMPARE(store().checkpoint(), "Look first");
         QCOMPARE(store().activeRun()->statusText(), "Needs review \u00B7 Look first");
         store().continueCheckpoint();
@@ -342,7 +345,7 @@ private slots:
 
         // Unanswered, it stops the run; it never goes on by itself.
         store().timing.checkpointMilliseconds = 50;
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        start(flow);
         QTRY_VERIFY(!store().busy());
         QCOMPARE(store().history().last().phase, "cancelled");
         QCOMPARE(store().message(), "Workflow stopped. Completed actions were not undone.");
@@ -357,7 +360,7 @@ private slots:
                                                       {edge("start", "send"), edge("send", "again")}),
                                              "Twice");
         provider().held = true;
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
+        start(flow);
         QTRY_COMPARE(provider().executes().size(), 1);
         // A folder in the file's place: every atomic replacement of it fails, whoever we are.
         QVERIFY(QFile::remove(directory() + "/history-v1.json"));
@@ -384,7 +387,7 @@ private slots:
         QVERIFY(store().history().isEmpty());
         QCOMPARE(store().message(), recovery);
         QCOMPARE(problemOf([&] { store().save(sending()); }), recovery);
-        store().run(store().documents().first(), true, {}, false, {}, QUuid::createUuid());
+        start(store().documents().first(), QUuid::createUuid(), true);
         QCOMPARE(store().message(), recovery);
         QVERIFY(!store().busy());
         QCOMPARE(contents(directory() + "/history-v1.json"), "[{\"id\":");
@@ -392,20 +395,8 @@ private slots:
     }
 
     void noticeUtility() {
-        WorkflowNode notice = step("note", Kind::action, "Tell me");
-        PluginRegisteredAction definition;
-        for (const PluginCatalogEntry& entry : router().exported())
-            if (entry.address.name == u"notice")
-                definition = *entry.action;
-        notice.data.address = PluginActionAddress{"local.ostavell.utilities", "notice"};
-        notice.data.action = definition;
-        notice.data.arguments = {{"message", literal(PluginValue::string("<img src=x> done"))}};
-        const WorkflowDocument flow = titled(document({manual(), notice}, {edge("start", "note")}), "Notify");
-        allow({*notice.data.address, definition, std::nullopt});
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
-        // A change of the app's state: it waits for a person like any other.
-        QTRY_VERIFY(store().actionReview());
-        router().approve(store().actionReview()->id, m_sessions->clock());
+        start(utility("notice", "message", "<img src=x> done"));
+        approveReview();
         QTRY_VERIFY(!store().busy());
         QCOMPARE(store().notice(), "<img src=x> done");
         QCOMPARE(store().history().last().phase, "completed");
@@ -463,19 +454,8 @@ private slots:
             store().timing.killGraceMilliseconds = 200;
         }
 
-        WorkflowNode shortcut = step("tidy", Kind::action, "Tidy");
-        PluginRegisteredAction definition;
-        for (const PluginCatalogEntry& entry : router().exported())
-            if (entry.address.plugin == u"local.ostavell.utilities" && entry.address.name == u"shortcut")
-                definition = *entry.action;
-        shortcut.data.address = PluginActionAddress{"local.ostavell.utilities", "shortcut"};
-        shortcut.data.action = definition;
-        shortcut.data.arguments = {{"name", literal(PluginValue::string("Tidy up"))}};
-        const WorkflowDocument flow = titled(document({manual(), shortcut}, {edge("start", "tidy")}), "Tidy");
-        allow({*shortcut.data.address, definition, std::nullopt});
-        store().run(flow, false, {}, false, {}, QUuid::createUuid());
-        QTRY_VERIFY(store().actionReview());
-        router().approve(store().actionReview()->id, m_sessions->clock());
+        start(utility("shortcut", "name", "Tidy up"));
+        approveReview();
         QTRY_VERIFY_WITH_TIMEOUT(!store().busy(), 20000);
         QCOMPARE(store().history().last().phase, phase);
         QCOMPARE(store().history().last().detail.value_or(QString()), detail);

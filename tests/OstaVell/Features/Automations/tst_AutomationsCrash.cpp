@@ -24,52 +24,42 @@ using namespace vell::test;
 
 namespace {
 
+using Kind = WorkflowNode::Configuration::Kind;
 const QString& dice = diceID;
-const QString automations = QStringLiteral("local.ostavell.automations");
+const QString automations = "local.ostavell.automations";
 
 QString folder(const QString& root, const char* name) {
     return root + u'/' + QLatin1String(name);
 }
 
-bool rollOffered(NativePluginStore& plugins) {
+// Dice's read-only "roll", once Dice offers it.
+std::optional<PluginCatalogEntry> roll(NativePluginStore& plugins) {
     for (const PluginCatalogEntry& entry : plugins.router().exported())
-        if (entry.address == PluginActionAddress{dice, QStringLiteral("roll")})
-            return true;
-    return false;
+        if (entry.address == PluginActionAddress{dice, "roll"})
+            return entry;
+    return std::nullopt;
 }
 
-// start -> roll -> roll again, both the read-only "roll" of Dice.
+// start -> first -> second, both a roll.
 WorkflowDocument twoRolls(NativePluginStore& plugins) {
-    PluginCatalogEntry roll;
-    for (const PluginCatalogEntry& entry : plugins.router().exported())
-        if (entry.address == PluginActionAddress{dice, QStringLiteral("roll")})
-            roll = entry;
-    WorkflowDocument flow{1,
-                          QUuid(QStringLiteral("{0f0e0d0c-0b0a-4908-8706-050403020100}")),
-                          QStringLiteral("Two rolls"),
-                          {},
-                          {}};
-    QStringList ids{QStringLiteral("start"), QStringLiteral("first"), QStringLiteral("second")};
-    for (const QString& id : ids) {
+    WorkflowDocument flow{1, QUuid("{0f0e0d0c-0b0a-4908-8706-050403020100}"), "Two rolls", {}, {}};
+    for (const QString id : {"start", "first", "second"}) {
         WorkflowNode node;
-        node.id = id;
-        node.data.title = id;
-        node.data.kind = id == u"start" ? WorkflowNode::Configuration::Kind::manual
-                                        : WorkflowNode::Configuration::Kind::action;
+        node.id = node.data.title = id;
+        node.data.kind = id == u"start" ? Kind::manual : Kind::action;
         if (id != u"start") {
-            node.data.address = roll.address;
-            node.data.action = roll.action;
+            node.data.address = roll(plugins)->address;
+            node.data.action = roll(plugins)->action;
+            flow.edges.append(WorkflowEdge::connecting(flow.nodes.last().id, id, "next"));
         }
         flow.nodes.append(node);
     }
-    flow.edges = {WorkflowEdge::connecting(ids[0], ids[1], QStringLiteral("next")),
-                  WorkflowEdge::connecting(ids[1], ids[2], QStringLiteral("next"))};
     return flow;
 }
 
 // The history as it is on disk, without the repair a read makes.
 QList<WorkflowTimeline> stored(const WorkflowFiles& files) {
-    QFile file(files.directory() + QStringLiteral("/history-v1.json"));
+    QFile file(files.directory() + "/history-v1.json");
     if (!file.open(QIODevice::ReadOnly))
         return {};
     return JsonReader::recordArray<WorkflowTimeline>(JsonReader::parse(file.readAll()), QString());
@@ -97,14 +87,14 @@ private slots:
             // first start.
             NativePluginStore plugins(folder(root.path(), "Plugins"), folder(root.path(), "Actions"));
             QCOMPARE(plugins.review(QUrl::fromLocalFile(qEnvironmentVariable("VELL_BUILD_DIR") +
-                                                        QStringLiteral("/examples/plugins/Dice.app"))),
+                                                        "/examples/plugins/Dice.app")),
                      QString());
             QCOMPARE(plugins.installReviewed(), QString());
             plugins.start();
-            QTRY_VERIFY_WITH_TIMEOUT(rollOffered(plugins), 30000);
+            QTRY_VERIFY_WITH_TIMEOUT(roll(plugins), 30000);
             AutomationStore store(plugins.sessions(), folder(root.path(), "Automations"));
             store.start();
-            QCOMPARE(plugins.setAllowed(automations, dice, QStringLiteral("roll"), false, true), QString());
+            QCOMPARE(plugins.setAllowed(automations, dice, "roll", false, true), QString());
             plugins.stop();
         }
         const WorkflowFiles files(folder(root.path(), "Automations"));
@@ -118,7 +108,7 @@ private slots:
         while (runs.size() < 200) {
             QProcess app;
             app.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-            app.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--run-loop"), root.path()});
+            app.start(QCoreApplication::applicationFilePath(), {"--run-loop", root.path()});
             QVERIFY(app.waitForStarted());
             // The kill comes after a random number of recorded changes, wherever the run is.
             const int changes = QRandomGenerator::global()->bounded(1, 48);
@@ -168,8 +158,7 @@ private slots:
             QCOMPARE(requests.size(), log.size());
             QVERIFY2(
                 log.size() <= started.size(),
-                qPrintable(
-                    QStringLiteral("%1 rolls for %2 started steps").arg(log.size()).arg(started.size())));
+                qPrintable(QString("%1 rolls for %2 started steps").arg(log.size()).arg(started.size())));
             QVERIFY(log.size() >= completed.size());
         }
         qInfo("%lld runs, killed %d times, %lld cut short, %lld rolls for %lld started steps",
@@ -190,7 +179,7 @@ static int runLoop(const QString& root) {
         std::printf("changed\n");
         std::fflush(stdout);
     });
-    if (!QTest::qWaitFor([&] { return rollOffered(plugins); }, 30000))
+    if (!QTest::qWaitFor([&] { return roll(plugins).has_value(); }, 30000))
         return 1;
     std::printf("ready\n");
     std::fflush(stdout);

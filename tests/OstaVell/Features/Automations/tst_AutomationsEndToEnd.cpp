@@ -24,8 +24,10 @@ using namespace vell::test;
 
 namespace {
 
+using Kind = WorkflowNode::Configuration::Kind;
+using Operation = PluginBusMessage::Operation;
 const QString& dice = diceID;
-const QString automations = QStringLiteral("local.ostavell.automations");
+const QString automations = "local.ostavell.automations";
 
 qsizetype logged(const QString& action) {
     const QStringList lines = diceLog();
@@ -40,7 +42,14 @@ PluginCatalogEntry diceEntry(const QString& name) {
     return {};
 }
 
-WorkflowNode node(const QString& id, WorkflowNode::Configuration::Kind kind, const QString& title) {
+PluginBusMessage bus(Operation operation) {
+    PluginBusMessage message;
+    message.operation = operation;
+    message.requestID = QUuid::createUuid();
+    return message;
+}
+
+WorkflowNode node(const QString& id, Kind kind, const QString& title) {
     WorkflowNode node;
     node.id = id;
     node.data.kind = kind;
@@ -50,10 +59,7 @@ WorkflowNode node(const QString& id, WorkflowNode::Configuration::Kind kind, con
 
 WorkflowNode diceStep(const QString& id, const QString& name, const QString& title) {
     const PluginCatalogEntry entry = diceEntry(name);
-    WorkflowNode step = node(id,
-                             entry.channel ? WorkflowNode::Configuration::Kind::event
-                                           : WorkflowNode::Configuration::Kind::action,
-                             title);
+    WorkflowNode step = node(id, entry.channel ? Kind::event : Kind::action, title);
     step.data.address = entry.address;
     step.data.action = entry.action;
     step.data.channel = entry.channel;
@@ -63,7 +69,7 @@ WorkflowNode diceStep(const QString& id, const QString& name, const QString& tit
 WorkflowDocument chain(const QString& title, const QList<WorkflowNode>& nodes) {
     WorkflowDocument flow{1, QUuid::createUuid(), title, nodes, {}};
     for (qsizetype i = 1; i < nodes.size(); ++i)
-        flow.edges.append(WorkflowEdge::connecting(nodes[i - 1].id, nodes[i].id, QStringLiteral("next")));
+        flow.edges.append(WorkflowEdge::connecting(nodes[i - 1].id, nodes[i].id, "next"));
     return flow;
 }
 
@@ -78,15 +84,15 @@ class AutomationsEndToEnd final : public QObject {
 
 private slots:
     void initTestCase() {
-        QQuickStyle::setStyle(QStringLiteral("Material"));
-        m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+        QQuickStyle::setStyle("Material");
+        m_engine.addImportPath("qrc:/qt/qml");
         NativePluginStore* plugins = NativePluginStore::instance();
         plugins->start();
         QCOMPARE(plugins->review(QUrl::fromLocalFile(qEnvironmentVariable("VELL_BUILD_DIR") +
-                                                     QStringLiteral("/examples/plugins/Dice.app"))),
+                                                     "/examples/plugins/Dice.app")),
                  QString());
         QCOMPARE(plugins->installReviewed(), QString());
-        QTRY_VERIFY_WITH_TIMEOUT(diceEntry(QStringLiteral("rolled")).channel, 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(diceEntry("rolled").channel, 30000);
         m_store = std::make_unique<AutomationStore>(plugins->sessions());
         AutomationStore::setInstance(m_store.get());
         m_store->start();
@@ -111,53 +117,48 @@ private slots:
     // "Continue"; the router's history keeps who ran what, without arguments or results.
     void reviewedActionAndCheckpointFromTheTab() {
         NativePluginStore* plugins = NativePluginStore::instance();
-        QCOMPARE(plugins->setAllowed(automations, dice, QStringLiteral("clear"), false, true), QString());
-        const WorkflowDocument flow = chain(
-            QStringLiteral("Tidy the table"),
-            {node(QStringLiteral("start"), WorkflowNode::Configuration::Kind::manual,
-                  QStringLiteral("When I run it")),
-             diceStep(QStringLiteral("clear"), QStringLiteral("clear"), QStringLiteral("Clear the die")),
-             node(QStringLiteral("look"), WorkflowNode::Configuration::Kind::review,
-                  QStringLiteral("Is the table tidy?"))});
+        QCOMPARE(plugins->setAllowed(automations, dice, "clear", false, true), QString());
+        const WorkflowDocument flow =
+            chain("Tidy the table",
+                  {node("start", Kind::manual, "When I run it"), diceStep("clear", "clear", "Clear the die"),
+                   node("look", Kind::review, "Is the table tidy?")});
         m_store->save(flow);
         QQuickItem* tab = m_window->contentItem();
         QQuickItem* entry = nullptr;
-        QTRY_VERIFY(entry = findItem(tab, QStringLiteral("workflow:Tidy the table")));
+        QTRY_VERIFY(entry = findItem(tab, "workflow:Tidy the table"));
         QVERIFY(drawn(m_window.get()));
-        QVERIFY(click(m_window.get(), findItem(entry, QStringLiteral("run"))));
+        QVERIFY(click(m_window.get(), findItem(entry, "run")));
 
         QTRY_VERIFY_WITH_TIMEOUT(m_store->actionReview(), 20000);
         QQuickItem* approve = nullptr;
-        QTRY_VERIFY(approve = shown(tab, QStringLiteral("approve")));
-        QCOMPARE(logged(QStringLiteral("clear")), 0);
-        screenshot(m_window.get(), QStringLiteral("automations-review"));
+        QTRY_VERIFY(approve = shown(tab, "approve"));
+        QCOMPARE(logged("clear"), 0);
+        screenshot(m_window.get(), "automations-review");
         QVERIFY(click(m_window.get(), approve));
 
         QQuickItem* proceed = nullptr;
-        QTRY_VERIFY_WITH_TIMEOUT(proceed = shown(tab, QStringLiteral("continue")), 20000);
-        QCOMPARE(logged(QStringLiteral("clear")), 1);
-        screenshot(m_window.get(), QStringLiteral("automations-checkpoint"));
+        QTRY_VERIFY_WITH_TIMEOUT(proceed = shown(tab, "continue"), 20000);
+        QCOMPARE(logged("clear"), 1);
+        screenshot(m_window.get(), "automations-checkpoint");
         QVERIFY(click(m_window.get(), proceed));
-        QTRY_COMPARE(m_store->message(), QStringLiteral("Workflow completed"));
-        QCOMPARE(m_store->history().last().phase, QStringLiteral("completed"));
-        screenshot(m_window.get(), QStringLiteral("automations-completed"));
+        QTRY_COMPARE(m_store->message(), "Workflow completed");
+        QCOMPARE(m_store->history().last().phase, "completed");
+        screenshot(m_window.get(), "automations-completed");
 
-        QFile history(NativePluginStore::defaultRouterDirectory() +
-                      QStringLiteral("/action-history-v1.json"));
+        QFile history(NativePluginStore::defaultRouterDirectory() + "/action-history-v1.json");
         QVERIFY(history.open(QIODevice::ReadOnly));
         const QJsonArray summaries = QJsonDocument::fromJson(history.readAll()).array();
         const QJsonObject last = summaries.last().toObject();
-        QCOMPARE(last.value(QStringLiteral("caller")).toString(), automations);
-        QCOMPARE(last.value(QStringLiteral("address")).toObject().value(QStringLiteral("name")).toString(),
-                 QStringLiteral("clear"));
+        QCOMPARE(last.value("caller").toString(), automations);
+        QCOMPARE(last.value("address").toObject().value("name").toString(), "clear");
         for (const char* key : {"arguments", "values", "outputs"})
             QVERIFY2(!last.contains(QLatin1String(key)), key);
-        QCOMPARE(logged(QStringLiteral("clear")), 1);
+        QCOMPARE(logged("clear"), 1);
     }
 
     // A file dialog exists only while it is open.
     void dialogsComeAndGo() {
-        QQuickItem* tab = findItem(m_window->contentItem(), QStringLiteral("tab"));
+        QQuickItem* tab = findItem(m_window->contentItem(), "tab");
         const auto dialogs = [&] {
             QList<QObject*> found;
             for (QObject* child : tab->children())
@@ -166,7 +167,7 @@ private slots:
             return found;
         };
         QVERIFY(dialogs().isEmpty());
-        QVERIFY(click(m_window.get(), findItem(tab, QStringLiteral("import"))));
+        QVERIFY(click(m_window.get(), findItem(tab, "import")));
         QTRY_COMPARE(dialogs().size(), 1);
         QVERIFY(QMetaObject::invokeMethod(dialogs().first(), "reject"));
         QTRY_VERIFY(dialogs().isEmpty());
@@ -193,66 +194,49 @@ private slots:
     void eventWorkflowRunsOncePerEvent() {
         NativePluginStore* plugins = NativePluginStore::instance();
         ActionRouter& router = plugins->router();
-        QCOMPARE(plugins->setAllowed(automations, dice, QStringLiteral("rolled"), true, true), QString());
-        QCOMPARE(plugins->setAllowed(automations, dice, QStringLiteral("roll"), false, true), QString());
-        const WorkflowDocument flow = chain(
-            QStringLiteral("Roll again"),
-            {diceStep(QStringLiteral("start"), QStringLiteral("rolled"),
-                      QStringLiteral("When the die is rolled")),
-             diceStep(QStringLiteral("again"), QStringLiteral("roll"), QStringLiteral("Roll once more"))});
+        QCOMPARE(plugins->setAllowed(automations, dice, "rolled", true, true), QString());
+        QCOMPARE(plugins->setAllowed(automations, dice, "roll", false, true), QString());
+        const WorkflowDocument flow =
+            chain("Roll again", {diceStep("start", "rolled", "When the die is rolled"),
+                                 diceStep("again", "roll", "Roll once more")});
         m_store->save(flow);
         m_store->setArmed(flow, true);
 
         // A second watcher of the channel hears what the workflow hears, with its request id.
         QList<PluginBusMessage> heard;
-        const QString watcher = QStringLiteral("cafe.watcher");
+        const QString watcher = "cafe.watcher";
+        PluginBusMessage registration = bus(Operation::register_);
+        registration.registration = PluginRegistration{};
         plugins->sessions().joinLocal(
-            watcher, QStringLiteral("Watcher"), QStringLiteral("watcher-v1"),
+            watcher, "Watcher", "watcher-v1",
             [&](const PluginBusMessage& message) {
-                if (message.operation == PluginBusMessage::Operation::event)
+                if (message.operation == Operation::event)
                     heard.append(message);
             },
-            PluginBusMessage{PluginBusMessage::Operation::register_,
-                             QUuid::createUuid(),
-                             std::nullopt,
-                             PluginRegistration{},
-                             {},
-                             {},
-                             {},
-                             {},
-                             {},
-                             {}});
-        QCOMPARE(plugins->setAllowed(watcher, dice, QStringLiteral("rolled"), true, true), QString());
-        router.receive({PluginBusMessage::Operation::subscribe,
-                        QUuid::createUuid(),
-                        PluginActionAddress{dice, QStringLiteral("rolled")},
-                        {},
-                        {},
-                        {},
-                        {},
-                        {},
-                        {},
-                        {}},
-                       watcher, NativePluginSessions::currentTime());
+            registration);
+        QCOMPARE(plugins->setAllowed(watcher, dice, "rolled", true, true), QString());
+        PluginBusMessage subscribe = bus(Operation::subscribe);
+        subscribe.address = PluginActionAddress{dice, "rolled"};
+        router.receive(subscribe, watcher, NativePluginSessions::currentTime());
 
         const qsizetype runs = m_store->history().size();
-        plugins->press(dice, QStringLiteral("roll"));
+        plugins->press(dice, "roll");
         QTRY_VERIFY_WITH_TIMEOUT(
             heard.size() == 1 && m_store->history().size() == runs + 1 && !m_store->busy(), 20000);
-        QCOMPARE(m_store->history().last().phase, QStringLiteral("completed"));
-        QCOMPARE(logged(QStringLiteral("roll")), 1);
+        QCOMPARE(m_store->history().last().phase, "completed");
+        QCOMPARE(logged("roll"), 1);
 
         // The same event again, as a faulty or hostile provider might send it.
         PluginBusMessage replay = heard.first();
-        replay.operation = PluginBusMessage::Operation::publish;
+        replay.operation = Operation::publish;
         router.receive(replay, dice, NativePluginSessions::currentTime());
         QTRY_COMPARE(heard.size(), 2);
         QCoreApplication::processEvents();
         QCOMPARE(m_store->history().size(), runs + 1);
 
-        plugins->press(dice, QStringLiteral("roll"));
+        plugins->press(dice, "roll");
         QTRY_VERIFY_WITH_TIMEOUT(m_store->history().size() == runs + 2 && !m_store->busy(), 20000);
-        QCOMPARE(logged(QStringLiteral("roll")), 2);
+        QCOMPARE(logged("roll"), 2);
     }
 };
 
