@@ -105,30 +105,27 @@ private slots:
         add("missing value separator", "[1 2]");
         add("members without a comma", R"({"a":1 "b":2})");
         add("a key that is no string", R"({1:2})");
-        add("literals", "[true,false,null]");
+        // Every text and number both parsers take, each an element of one array.
+        add("accepted texts",
+            "[true,false,null,\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t \\u0041 \\u00e9\","
+            "\"\\ud83d\\ude00\",\"\\uD83D\\uDE00\",\"\\ud800\",\"\\udc00x\",\"\\ude00\\ud83d\",\"\\x\","
+            "\"a\\u0000b\",\"a\tb\",\"a\x01\",\"a\x7f\",\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\","
+            "\"\xef\xbf\xbe\"]");
+        add("a raw nul in a text", QByteArray("[\"a\0b\"]", 7));
+        add("accepted numbers", "[0,-1,42,123456789012345678,-0,-0.0,1.0,1e3,1E2,0.5e1,1.5,-0.25,1e-2,.5,-.5,"
+                                "9223372036854775807,-9223372036854775808,9223372036854775808,"
+                                "-9223372036854775809,9223372036854775807.0,9007199254740993,"
+                                "18446744073709551615,100000000000000000000,1.7976931348623157e308,5e-324,"
+                                "2.5e-324]");
         add("cut literal", "[tru]");
         add("literal at the very end", "[true");
         add("literal too long", "[nulll]");
-        add("escapes", "[\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t \\u0041 \\u00e9\"]");
-        add("surrogate pair", R"(["\ud83d\ude00"])");
-        add("upper-case surrogate pair", R"(["\uD83D\uDE00"])");
-        add("lone high surrogate", R"(["\ud800"])");
-        add("lone low surrogate", R"(["\udc00x"])");
-        add("reversed surrogates", R"(["\ude00\ud83d"])");
-        add("unknown escape", R"(["\x"])");
         add("escaped non-ASCII byte", "[\"\\\xc3\xa9\"]");
         add("short unicode escape", R"(["\u12"])");
         add("bad hex digit", R"(["\u12g4"])");
-        add("escaped nul", R"(["a\u0000b"])");
         add("backslash at the end", "[\"a\\");
         add("escaped quote at the end", "[\"a\\\"]");
         add("unterminated string", "[\"abc");
-        add("raw tab", "[\"a\tb\"]");
-        add("raw control character", "[\"a\x01\"]");
-        add("raw nul", QByteArray("[\"a\0b\"]", 7));
-        add("delete character", "[\"a\x7f\"]");
-        add("UTF-8 text", "[\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\"]");
-        add("UTF-8 noncharacter", "[\"\xef\xbf\xbe\"]");
         add("UTF-8 cut short", "[\"\xc3\"]");
         add("UTF-8 cut by the end", "[\"\xe2\x82");
         add("UTF-8 overlong", "[\"\xc0\x80\"]");
@@ -139,27 +136,10 @@ private slots:
         add("byte 0xff", "[\"\xff\"]");
         add("invalid UTF-8 after an escape", "[\"\\n\xff\"]");
         add("invalid UTF-8 in a key", "{\"\xff\":1}");
-        add("integers", "[0,-1,42,123456789012345678]");
-        add("minus zero", "[-0]");
-        add("minus zero point zero", "[-0.0]");
-        add("whole double", "[1.0]");
-        add("exponent makes a whole number", "[1e3,1E2,0.5e1]");
-        add("fractions", "[1.5,-0.25,1e-2]");
-        add("largest integer", "[9223372036854775807]");
-        add("smallest integer", "[-9223372036854775808]");
-        add("one past the largest integer", "[9223372036854775808]");
-        add("one past the smallest integer", "[-9223372036854775809]");
-        add("largest integer written as a double", "[9223372036854775807.0]");
-        add("beyond double precision", "[9007199254740993]");
-        add("twenty digits", "[18446744073709551615,100000000000000000000]");
-        add("largest double", "[1.7976931348623157e308]");
         add("overflowing double", "[1e400]");
         add("overflowing negative double", "[-1e400]");
         add("underflowing double", "[1e-400]");
-        add("smallest subnormal", "[5e-324]");
-        add("rounds up to the smallest subnormal", "[2.5e-324]");
         add("no digits after the point", "[1.]");
-        add("no digits before the point", "[.5,-.5]");
         add("lone minus", "[-]");
         add("plus sign", "[+1]");
         add("leading zero", "[01]");
