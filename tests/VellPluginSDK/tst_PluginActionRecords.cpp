@@ -101,7 +101,6 @@ private slots:
         PluginChannel untitled = channel(), badSchema = channel();
         untitled.title.clear();
         badSchema.schema.fields = {{"a", PluginParameter::Kind::boolean, true, 0.0, {}}};
-        check("channel", channel(), "");
         check("channel with bad id", channel("_x"), "Invalid channel.");
         check("channel without title", untitled, "Invalid channel.");
         check("channel with bad schema", badSchema, "Invalid parameter constraint.");

@@ -140,7 +140,6 @@ private slots:
         const QString badIcon = "Invalid module icon. Use an SF Symbol name and six-digit RGB color.";
         const QString badMode = "Unsupported plugin launch mode.";
         const QString badVersion = "This plugin requires a different plugin interface version.";
-        check("valid", manifest(), "");
         check("application mode", manifestWith([](auto& m) { m.launchMode = "application"; }), "");
         // The order: icon, launch mode, interface version, then the limits.
         check("icon before launch mode", manifestWith([](auto& m) {

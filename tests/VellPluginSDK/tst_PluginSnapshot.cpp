@@ -111,7 +111,6 @@ class TestPluginSnapshot final : public QObject {
 private slots:
     void validation_data() {
         checkColumns();
-        check("plain", base(), "");
         bothSides("endpoints", 8, endpointList,
                   [](int n) { return snapshot([&](auto& s) { s.volumeEndpoints = endpoints(n); }); });
         check("repeated endpoint", snapshot([](auto& s) { s.volumeEndpoints = endpoints(2) + endpoints(1); }),
