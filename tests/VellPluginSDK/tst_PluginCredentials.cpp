@@ -89,7 +89,7 @@ class tst_PluginCredentials final : public QObject {
         QFile config(m_root.filePath("bus.conf"));
         if (!config.open(QIODevice::WriteOnly))
             return {};
-        config.write(QString::fromLatin1(busConfig).arg(m_root.filePath("runtime/bus")).toUtf8());
+        config.write(QString::fromLatin1(busConfig).arg(m_root.filePath("XDG_RUNTIME_DIR/bus")).toUtf8());
         config.close();
         m_bus.start("dbus-daemon",
                     {"--config-file=" + config.fileName(), "--nofork", "--nopidfile", "--print-address=1"});
@@ -125,17 +125,14 @@ class tst_PluginCredentials final : public QObject {
 private slots:
     void initTestCase() {
         QVERIFY(m_root.isValid());
-        for (const char* folder : {"home", "data", "config", "cache", "runtime"})
-            QVERIFY(QDir(m_root.path()).mkdir(folder));
-        QVERIFY(QFile::setPermissions(m_root.filePath("runtime"), QFileDevice::ReadOwner |
-                                                                      QFileDevice::WriteOwner |
-                                                                      QFileDevice::ExeOwner));
-        for (const auto& [name, folder] : {std::pair{"HOME", "home"},
-                                           {"XDG_DATA_HOME", "data"},
-                                           {"XDG_CONFIG_HOME", "config"},
-                                           {"XDG_CACHE_HOME", "cache"},
-                                           {"XDG_RUNTIME_DIR", "runtime"}})
-            qputenv(name, QFile::encodeName(m_root.filePath(folder)));
+        // Each variable's folder is named after it.
+        for (const char* name :
+             {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
+            QVERIFY(QDir(m_root.path()).mkdir(name));
+            qputenv(name, QFile::encodeName(m_root.filePath(name)));
+        }
+        const QString runtime = m_root.filePath("XDG_RUNTIME_DIR");
+        QVERIFY(QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         // A KDE session would steer QtKeychain to KWallet; the Secret Service is the one under test.
         for (const char* name : {"XDG_CURRENT_DESKTOP", "DESKTOP_SESSION", "KDE_FULL_SESSION"})
             qunsetenv(name);

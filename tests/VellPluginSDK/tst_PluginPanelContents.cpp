@@ -163,27 +163,31 @@ private slots:
         bothSides("label", 80, badInput,
                   [](int n) { return with(form(), [&](auto& f) { f.inputs[0].label = text(n); }); });
         check("text on a number field", single(ranged, input(Style::text, five)), mismatch);
+        check("text with choices", single(string, input(Style::text, a, {{"a"}})), "Unexpected choices.");
         const PluginFormInput toggle = input(Style::toggle, PluginValue::boolean(true), {{"a"}});
         check("toggle with choices", single(parameter("v", Kind::boolean), toggle), "Unexpected choices.");
-        check("slider", single(ranged, input(Style::slider, five)), "");
+        const auto slider = [&](const PluginParameter& field) {
+            return single(field, input(Style::slider, five));
+        };
+        check("slider", slider(ranged), "");
         check("slider with choices", single(ranged, input(Style::slider, five, {{"a"}})), bounds);
-        check("slider without bounds", single(parameter("v", Kind::number), input(Style::slider, five)),
-              bounds);
-        check("slider of equal bounds",
-              single(parameter("v", Kind::number, 5, 5), input(Style::slider, five)), bounds);
-        check("slider too wide to measure",
-              single(parameter("v", Kind::number, -1e308, 1e308), input(Style::slider, five)), bounds);
-        check("choice without choices", single(string, input(Style::choice, a)), badChoices);
-        check("choice of nothing", single(string, input(Style::choice, a, QStringList())), badChoices);
+        check("slider without bounds", slider(parameter("v", Kind::number)), bounds);
+        check("slider of equal bounds", slider(parameter("v", Kind::number, 5, 5)), bounds);
+        check("slider too wide to measure", slider(parameter("v", Kind::number, -1e308, 1e308)), bounds);
+        const auto choice = [&](const std::optional<QStringList>& choices) {
+            return single(string, input(Style::choice, a, choices));
+        };
+        check("choice without choices", choice(std::nullopt), badChoices);
+        check("choice of nothing", choice(QStringList()), badChoices);
         bothSides("choices", 24, badChoices, [&](int n) {
             return single(string, input(Style::choice, PluginValue::string("0"), choices(n)));
         });
-        check("empty choice", single(string, input(Style::choice, a, {{"a", ""}})), badChoices);
+        check("empty choice", choice(QStringList{"a", ""}), badChoices);
         bothSides("choice characters", 80, badChoices, [&](int n) {
-            return single(string, input(Style::choice, a, {{"a", text(n)}}));
+            return choice(QStringList{"a", text(n)});
         });
-        check("repeated choice", single(string, input(Style::choice, a, {{"a", "a"}})), badChoices);
-        check("initial choice not offered", single(string, input(Style::choice, a, {{"b"}})), choose);
+        check("repeated choice", choice(QStringList{"a", "a"}), badChoices);
+        check("initial choice not offered", choice(QStringList{"b"}), choose);
         check("initial value of the wrong kind", single(string, input(Style::text, five)), wrongKind);
         check("initial value out of bounds", single(ranged, input(Style::slider, PluginValue::number(11))),
               "Number is outside its limits.");
