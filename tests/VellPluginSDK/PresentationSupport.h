@@ -68,4 +68,15 @@ template <typename Make> void bothSides(const char* name, int last, const QStrin
           message);
 }
 
+// A maker of rows for the length limits of record's text fields: (name, last, &Record::field) adds the
+// bothSides rows of the field made of last and last + 1 units; wrap turns the changed record into
+// what is validated.
+template <typename Record, typename Wrap = std::identity>
+auto textLimits(const QString& message, const Record& record, Wrap wrap = {}, const QString& unit = "x") {
+    return [=](const char* name, int last, auto Record::*field) {
+        bothSides(name, last, message,
+                  [&](int n) { return wrap(with(record, [&](Record& r) { r.*field = unit.repeated(n); })); });
+    };
+}
+
 } // namespace vell::test

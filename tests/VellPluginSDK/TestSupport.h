@@ -42,6 +42,17 @@ template <typename Record> void check(const char* name, const Record& record, co
     QTest::newRow(name) << Check([record] { record.validate(); }) << message;
 }
 
+// The columns of a table of checks, and the test of its current row.
+inline void checkColumns() {
+    QTest::addColumn<Check>("check");
+    QTest::addColumn<QString>("message");
+}
+
+inline void runCheckRow() {
+    QFETCH(Check, check);
+    QTEST(problemOf(check), "message");
+}
+
 inline PluginRegisteredAction action(const QString& id = "toggle", const QString& title = "Toggle",
                                      double timeout = 10, std::optional<double> completion = std::nullopt) {
     PluginRegisteredAction action;

@@ -13,7 +13,6 @@
 #include <QTest>
 #include <QVariant>
 
-#include <cmath>
 #include <cstring>
 
 #include "TestSupport.h"
@@ -23,49 +22,26 @@ using namespace vell::test;
 
 namespace {
 
-// Equal as Qt holds them: the same type, integer or double, the same bits of a double.
-bool same(const QJsonValue& a, const QJsonValue& b) {
-    if (a.type() != b.type())
-        return false;
-    switch (a.type()) {
-    case QJsonValue::Double: {
-        const double x = a.toDouble();
-        const double y = b.toDouble();
-        return a.toVariant().typeId() == b.toVariant().typeId() && std::memcmp(&x, &y, sizeof x) == 0;
+// The value as Qt holds it, spelt out: the type, integer or double, the bits of a double. Members
+// are sorted, since an object Qt parsed and one built by insert() can order non-ASCII keys apart.
+QString spelt(const QJsonValue& value) {
+    const QString type = QString::number(value.type()) + ':';
+    if (value.isDouble()) {
+        const double number = value.toDouble();
+        quint64 bits = 0;
+        std::memcpy(&bits, &number, sizeof bits);
+        return type + QString::number(value.toVariant().typeId()) + ':' + QString::number(bits, 16);
     }
-    case QJsonValue::Array: {
-        const QJsonArray x = a.toArray();
-        const QJsonArray y = b.toArray();
-        if (x.size() != y.size())
-            return false;
-        for (qsizetype i = 0; i < x.size(); ++i) {
-            if (!same(x.at(i), y.at(i)))
-                return false;
-        }
-        return true;
-    }
-    case QJsonValue::Object: {
-        // By iteration, in any order: an object Qt parsed and one built by insert() can sort
-        // non-ASCII keys differently, and value() cannot find some keys of the parsed one.
-        const QJsonObject x = a.toObject();
-        const QJsonObject y = b.toObject();
-        if (x.size() != y.size())
-            return false;
-        for (auto i = x.begin(); i != x.end(); ++i) {
-            const auto match = [&](const auto& j) {
-                return j.key() == i.key() && same(j.value(), i.value());
-            };
-            bool found = false;
-            for (auto j = y.begin(); j != y.end() && !found; ++j)
-                found = match(j);
-            if (!found)
-                return false;
-        }
-        return true;
-    }
-    default:
-        return a == b;
-    }
+    QStringList parts;
+    for (const QJsonValue& item : value.toArray())
+        parts.append(spelt(item));
+    const QJsonObject object = value.toObject();
+    for (auto it = object.begin(); it != object.end(); ++it)
+        parts.append(QString::number(it.key().size()) + ':' + it.key() + spelt(it.value()));
+    if (value.isObject())
+        parts.sort();
+    const QString scalar = value.isBool() ? QString::number(value.toBool()) : value.toString();
+    return type + scalar + '(' + parts.join(',') + ')';
 }
 
 QByteArray nested(int depth) {
@@ -105,30 +81,27 @@ private slots:
         add("missing value separator", "[1 2]");
         add("members without a comma", R"({"a":1 "b":2})");
         add("a key that is no string", R"({1:2})");
-        add("literals", "[true,false,null]");
+        // Every text and number both parsers take, each an element of one array.
+        add("accepted texts",
+            "[true,false,null,\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t \\u0041 \\u00e9\","
+            "\"\\ud83d\\ude00\",\"\\uD83D\\uDE00\",\"\\ud800\",\"\\udc00x\",\"\\ude00\\ud83d\",\"\\x\","
+            "\"a\\u0000b\",\"a\tb\",\"a\x01\",\"a\x7f\",\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\","
+            "\"\xef\xbf\xbe\"]");
+        add("a raw nul in a text", QByteArray("[\"a\0b\"]", 7));
+        add("accepted numbers", "[0,-1,42,123456789012345678,-0,-0.0,1.0,1e3,1E2,0.5e1,1.5,-0.25,1e-2,.5,-.5,"
+                                "9223372036854775807,-9223372036854775808,9223372036854775808,"
+                                "-9223372036854775809,9223372036854775807.0,9007199254740993,"
+                                "18446744073709551615,100000000000000000000,1.7976931348623157e308,5e-324,"
+                                "2.5e-324]");
         add("cut literal", "[tru]");
         add("literal at the very end", "[true");
         add("literal too long", "[nulll]");
-        add("escapes", "[\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t \\u0041 \\u00e9\"]");
-        add("surrogate pair", R"(["\ud83d\ude00"])");
-        add("upper-case surrogate pair", R"(["\uD83D\uDE00"])");
-        add("lone high surrogate", R"(["\ud800"])");
-        add("lone low surrogate", R"(["\udc00x"])");
-        add("reversed surrogates", R"(["\ude00\ud83d"])");
-        add("unknown escape", R"(["\x"])");
         add("escaped non-ASCII byte", "[\"\\\xc3\xa9\"]");
         add("short unicode escape", R"(["\u12"])");
         add("bad hex digit", R"(["\u12g4"])");
-        add("escaped nul", R"(["a\u0000b"])");
         add("backslash at the end", "[\"a\\");
         add("escaped quote at the end", "[\"a\\\"]");
         add("unterminated string", "[\"abc");
-        add("raw tab", "[\"a\tb\"]");
-        add("raw control character", "[\"a\x01\"]");
-        add("raw nul", QByteArray("[\"a\0b\"]", 7));
-        add("delete character", "[\"a\x7f\"]");
-        add("UTF-8 text", "[\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\"]");
-        add("UTF-8 noncharacter", "[\"\xef\xbf\xbe\"]");
         add("UTF-8 cut short", "[\"\xc3\"]");
         add("UTF-8 cut by the end", "[\"\xe2\x82");
         add("UTF-8 overlong", "[\"\xc0\x80\"]");
@@ -139,27 +112,10 @@ private slots:
         add("byte 0xff", "[\"\xff\"]");
         add("invalid UTF-8 after an escape", "[\"\\n\xff\"]");
         add("invalid UTF-8 in a key", "{\"\xff\":1}");
-        add("integers", "[0,-1,42,123456789012345678]");
-        add("minus zero", "[-0]");
-        add("minus zero point zero", "[-0.0]");
-        add("whole double", "[1.0]");
-        add("exponent makes a whole number", "[1e3,1E2,0.5e1]");
-        add("fractions", "[1.5,-0.25,1e-2]");
-        add("largest integer", "[9223372036854775807]");
-        add("smallest integer", "[-9223372036854775808]");
-        add("one past the largest integer", "[9223372036854775808]");
-        add("one past the smallest integer", "[-9223372036854775809]");
-        add("largest integer written as a double", "[9223372036854775807.0]");
-        add("beyond double precision", "[9007199254740993]");
-        add("twenty digits", "[18446744073709551615,100000000000000000000]");
-        add("largest double", "[1.7976931348623157e308]");
         add("overflowing double", "[1e400]");
         add("overflowing negative double", "[-1e400]");
         add("underflowing double", "[1e-400]");
-        add("smallest subnormal", "[5e-324]");
-        add("rounds up to the smallest subnormal", "[2.5e-324]");
         add("no digits after the point", "[1.]");
-        add("no digits before the point", "[.5,-.5]");
         add("lone minus", "[-]");
         add("plus sign", "[+1]");
         add("leading zero", "[01]");
@@ -200,9 +156,9 @@ private slots:
 
         const QJsonValue value =
             expected.isArray() ? QJsonValue(expected.array()) : QJsonValue(expected.object());
-        QVERIFY(same(tree.toJsonValue(), value));
+        QCOMPARE(spelt(tree.toJsonValue()), spelt(value));
         // The slow way in, from the Qt value, holds the same tree.
-        QVERIFY(same(JsonNode(value).toJsonValue(), value));
+        QCOMPARE(spelt(JsonNode(value).toJsonValue()), spelt(value));
         if (!tree.isObject())
             return;
         const QJsonObject object = expected.object();
@@ -212,7 +168,7 @@ private slots:
         auto it = object.begin();
         for (const JsonMember& member : members) {
             QCOMPARE(member.key, it.key());
-            QVERIFY(same(member.value.toJsonValue(), it.value()));
+            QCOMPARE(spelt(member.value.toJsonValue()), spelt(it.value()));
             ++it;
         }
     }

@@ -2,7 +2,7 @@
 
 #include <QTest>
 
-#include "TestSupport.h"
+#include "PresentationSupport.h"
 
 using namespace vell;
 using namespace vell::test;
@@ -60,16 +60,15 @@ class TestPluginActionRecords final : public QObject {
 
 private slots:
     void definitions_data() {
-        QTest::addColumn<Check>("check");
-        QTest::addColumn<QString>("message");
+        checkColumns();
         const QString badAddress = "Invalid action address.";
         check("address: no dot", PluginActionAddress{"cafe", "toggle"}, badAddress);
-        check("address: 100 characters", PluginActionAddress{"a." + QString(98, 'b'), "x"}, "");
-        check("address: 101 characters", PluginActionAddress{"a." + QString(99, 'b'), "x"}, badAddress);
+        bothSides("address: plugin characters", 100, badAddress, [](int n) {
+            return PluginActionAddress{"a." + text(n - 2), "x"};
+        });
         check("address: bad name", PluginActionAddress{"cafe.osta", "9lives"}, badAddress);
-        check("address: 64-character name", PluginActionAddress{"cafe.osta", "a" + QString(63, 'b')}, "");
-        check("address: 65-character name", PluginActionAddress{"cafe.osta", "a" + QString(64, 'b')},
-              badAddress);
+        textLimits(badAddress, PluginActionAddress{"cafe.osta", ""})("address: name", 64,
+                                                                     &PluginActionAddress::name);
 
         const QString family = QStringLiteral("\U0001F468\u200D\U0001F469\u200D\U0001F467");
         check("timeout 1", action("a", "T", 1), "");
@@ -79,9 +78,8 @@ private slots:
         check("timeout not a number", action("a", "T", qQNaN()), badAction);
         check("empty title", action("a", ""), badAction);
         check("blank title is not empty", action("a", "   "), "");
-        check("80-character title", action("a", QString(80, 'x')), "");
-        check("81-character title", action("a", QString(81, 'x')), badAction);
-        check("80 emoji clusters", action("a", family.repeated(80)), "");
+        textLimits(badAction, action("a"), std::identity(), family)("title", 80,
+                                                                    &PluginRegisteredAction::title);
         check("completion equal to timeout", action("a", "T", 10, 10), "");
         check("completion below timeout", action("a", "T", 10, 9), badCompletion);
         check("completion 86400", action("a", "T", 10, 86400), "");
@@ -103,7 +101,6 @@ private slots:
         PluginChannel untitled = channel(), badSchema = channel();
         untitled.title.clear();
         badSchema.schema.fields = {{"a", PluginParameter::Kind::boolean, true, 0.0, {}}};
-        check("channel", channel(), "");
         check("channel with bad id", channel("_x"), "Invalid channel.");
         check("channel without title", untitled, "Invalid channel.");
         check("channel with bad schema", badSchema, "Invalid parameter constraint.");
@@ -124,14 +121,10 @@ private slots:
         check("channels checked", late, "Invalid channel.");
     }
 
-    void definitions() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void definitions() { runCheckRow(); }
 
     void runs_data() {
-        QTest::addColumn<Check>("check");
-        QTest::addColumn<QString>("message");
+        checkColumns();
         check("nothing done of nothing", display(0, 0), "");
         check("all of 64", display(64, 64, 80, 80, 300), "");
         check("65 steps", display(0, 65), badDisplay);
@@ -154,10 +147,7 @@ private slots:
         check("update before display", update(2.0, 0, 0, display(1, 0)), badUpdate);
     }
 
-    void runs() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void runs() { runCheckRow(); }
 
     void busMessageDecoding_data() {
         QTest::addColumn<QByteArray>("json");

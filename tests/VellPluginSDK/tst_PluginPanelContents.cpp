@@ -18,7 +18,6 @@ using Style = PluginFormInput::Style;
 const QString identity = "Invalid form identity or fields.";
 const QString badInput = "Invalid form input.";
 const QString mismatch = "Input style does not match the action schema.";
-const QString unexpected = "Unexpected choices.";
 const QString bounds = "Sliders require finite bounds.";
 const QString badChoices = "Invalid choices.";
 const QString choose = "Choose an available value.";
@@ -105,15 +104,9 @@ template <typename Change> PluginDiagramElement styled(Change change) {
     return with(element(box, 0, 0, 10, 10), change);
 }
 
-// Rows of a check table for calls other than a plain validate().
-void callRow(const char* name, const Check& call, const QString& message) {
-    QTest::newRow(name) << call << message;
-}
-
 // An element on a canvas of 200 by 100.
 void elementRow(const char* name, const PluginDiagramElement& element, const QString& message) {
-    callRow(
-        name, [element] { element.validate(200, 100); }, message);
+    QTest::newRow(name) << Check([element] { element.validate(200, 100); }) << message;
 }
 
 // Seconds since 2001 of a local time on 2024-03-10 plus days, in a zone this many hours east.
@@ -143,11 +136,6 @@ QList<PluginCollectionItem> errands() {
             make("j", "Old news", "", "", at(-30, {12, 0}), false, true)};
 }
 
-void addCheckColumns() {
-    QTest::addColumn<Check>("check");
-    QTest::addColumn<QString>("message");
-}
-
 } // namespace
 
 class TestPluginPanelContents final : public QObject {
@@ -155,20 +143,17 @@ class TestPluginPanelContents final : public QObject {
 
 private slots:
     void forms_data() {
-        addCheckColumns();
+        checkColumns();
         const auto a = PluginValue::string("a"), five = PluginValue::number(5);
         const PluginParameter string = parameter("v", Kind::string),
                               ranged = parameter("v", Kind::number, 0, 10);
-        check("text input", form(), "");
         check("action first", with(form(), [](auto& f) { f.action.title = f.revision = ""; }),
               "Invalid registered action.");
         check("id not a key", with(form(), [](auto& f) { f.id = "9"; }), identity);
         check("empty title", with(form(), [](auto& f) { f.title = ""; }), identity);
-        bothSides("title", 80, identity,
-                  [](int n) { return with(form(), [&](auto& f) { f.title = text(n); }); });
+        textLimits(identity, form())("title", 80, &PluginForm::title);
         check("empty revision", with(form(), [](auto& f) { f.revision = ""; }), identity);
-        bothSides("revision", 128, identity,
-                  [](int n) { return with(form(), [&](auto& f) { f.revision = text(n); }); });
+        textLimits(identity, form())("revision", 128, &PluginForm::revision);
         check("no inputs", texts(0, 0), identity);
         bothSides("inputs", 6, identity, [](int n) { return texts(n, n); });
         check("a field without input", texts(2, 1), identity);
@@ -178,32 +163,31 @@ private slots:
         bothSides("label", 80, badInput,
                   [](int n) { return with(form(), [&](auto& f) { f.inputs[0].label = text(n); }); });
         check("text on a number field", single(ranged, input(Style::text, five)), mismatch);
-        check("toggle on a string field", single(string, input(Style::toggle, a)), mismatch);
-        check("slider on a string field", single(string, input(Style::slider, a)), mismatch);
-        check("text with choices", single(string, input(Style::text, a, {{"a"}})), unexpected);
-        check(
-            "toggle with choices",
-            single(parameter("v", Kind::boolean), input(Style::toggle, PluginValue::boolean(true), {{"a"}})),
-            unexpected);
-        check("slider", single(ranged, input(Style::slider, five)), "");
+        check("text with choices", single(string, input(Style::text, a, {{"a"}})), "Unexpected choices.");
+        const PluginFormInput toggle = input(Style::toggle, PluginValue::boolean(true), {{"a"}});
+        check("toggle with choices", single(parameter("v", Kind::boolean), toggle), "Unexpected choices.");
+        const auto slider = [&](const PluginParameter& field) {
+            return single(field, input(Style::slider, five));
+        };
+        check("slider", slider(ranged), "");
         check("slider with choices", single(ranged, input(Style::slider, five, {{"a"}})), bounds);
-        check("slider without bounds", single(parameter("v", Kind::number), input(Style::slider, five)),
-              bounds);
-        check("slider of equal bounds",
-              single(parameter("v", Kind::number, 5, 5), input(Style::slider, five)), bounds);
-        check("slider too wide to measure",
-              single(parameter("v", Kind::number, -1e308, 1e308), input(Style::slider, five)), bounds);
-        check("choice without choices", single(string, input(Style::choice, a)), badChoices);
-        check("choice of nothing", single(string, input(Style::choice, a, QStringList())), badChoices);
+        check("slider without bounds", slider(parameter("v", Kind::number)), bounds);
+        check("slider of equal bounds", slider(parameter("v", Kind::number, 5, 5)), bounds);
+        check("slider too wide to measure", slider(parameter("v", Kind::number, -1e308, 1e308)), bounds);
+        const auto choice = [&](const std::optional<QStringList>& choices) {
+            return single(string, input(Style::choice, a, choices));
+        };
+        check("choice without choices", choice(std::nullopt), badChoices);
+        check("choice of nothing", choice(QStringList()), badChoices);
         bothSides("choices", 24, badChoices, [&](int n) {
             return single(string, input(Style::choice, PluginValue::string("0"), choices(n)));
         });
-        check("empty choice", single(string, input(Style::choice, a, {{"a", ""}})), badChoices);
+        check("empty choice", choice(QStringList{"a", ""}), badChoices);
         bothSides("choice characters", 80, badChoices, [&](int n) {
-            return single(string, input(Style::choice, a, {{"a", text(n)}}));
+            return choice(QStringList{"a", text(n)});
         });
-        check("repeated choice", single(string, input(Style::choice, a, {{"a", "a"}})), badChoices);
-        check("initial choice not offered", single(string, input(Style::choice, a, {{"b"}})), choose);
+        check("repeated choice", choice(QStringList{"a", "a"}), badChoices);
+        check("initial choice not offered", choice(QStringList{"b"}), choose);
         check("initial value of the wrong kind", single(string, input(Style::text, five)), wrongKind);
         check("initial value out of bounds", single(ranged, input(Style::slider, PluginValue::number(11))),
               "Number is outside its limits.");
@@ -216,8 +200,7 @@ private slots:
             f.inputs.append({"room", "Room", Style::choice, PluginValue::string("Hall"), {{"Hall", "Den"}}});
         });
         const auto values = [&](const char* name, const PluginValueMap& values, const QString& message) {
-            callRow(
-                name, [=] { room.validateValues(values); }, message);
+            QTest::newRow(name) << Check([=] { room.validateValues(values); }) << message;
         };
         const PluginValue den = PluginValue::string("Den"), desk = PluginValue::string("Desk");
         values("values: defaults", room.defaults(), "");
@@ -230,21 +213,15 @@ private slots:
         values("values: schema first", {{"name", PluginValue::number(1)}, {"room", desk}}, wrongKind);
     }
 
-    void forms() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void forms() { runCheckRow(); }
 
     void collections_data() {
-        addCheckColumns();
-        check("inbox", collection(), "");
+        checkColumns();
         check("empty title", with(collection(), [](auto& c) { c.title = ""; }), size);
-        bothSides("title", 100, size,
-                  [](int n) { return with(collection(), [&](auto& c) { c.title = text(n); }); });
-        bothSides("subtitle", 300, size,
-                  [](int n) { return with(collection(), [&](auto& c) { c.subtitle = text(n); }); });
-        bothSides("empty text", 500, size,
-                  [](int n) { return with(collection(), [&](auto& c) { c.emptyText = text(n); }); });
+        const auto collectionText = textLimits(size, collection());
+        collectionText("title", 100, &PluginCollection::title);
+        collectionText("subtitle", 300, &PluginCollection::subtitle);
+        collectionText("empty text", 500, &PluginCollection::emptyText);
         bothSides("items", 96, size, [](int n) { return collection(n); });
         bothSides("actions", 4, size, [](int n) {
             return with(collection(), [&](auto& c) { c.actions = QList<PluginAction>(n, button()); });
@@ -254,16 +231,13 @@ private slots:
         check("size before items", with(collection(97), [](auto& c) { c.items[0].title = ""; }), size);
         check("item id not a key", onItem([](auto& i) { i.id = "1"; }), badItem);
         check("empty item title", onItem([](auto& i) { i.title = ""; }), badItem);
-        bothSides("item title", 160, badItem,
-                  [](int n) { return onItem([&](auto& i) { i.title = text(n); }); });
-        bothSides("item subtitle", 200, badItem,
-                  [](int n) { return onItem([&](auto& i) { i.subtitle = text(n); }); });
-        bothSides("item detail", 500, badItem,
-                  [](int n) { return onItem([&](auto& i) { i.detail = text(n); }); });
-        bothSides("category", 80, badItem,
-                  [](int n) { return onItem([&](auto& i) { i.category = text(n); }); });
-        bothSides("item symbol", 80, badItem,
-                  [](int n) { return onItem([&](auto& i) { i.symbol = text(n); }); });
+        const auto itemText =
+            textLimits(badItem, item("i0"), [](const auto& i) { return onItem([&](auto& o) { o = i; }); });
+        itemText("item title", 160, &PluginCollectionItem::title);
+        itemText("item subtitle", 200, &PluginCollectionItem::subtitle);
+        itemText("item detail", 500, &PluginCollectionItem::detail);
+        itemText("category", 80, &PluginCollectionItem::category);
+        itemText("item symbol", 80, &PluginCollectionItem::symbol);
         check("item action", onItem([](auto& i) { i.action = button(); }), "");
         check("bad item action", onItem([](auto& i) { i.action = button("a", text(81)); }), badItem);
         check("item date not a number", onItem([](auto& i) { i.date = qQNaN(); }), badItem);
@@ -282,10 +256,7 @@ private slots:
               undated);
     }
 
-    void collections() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void collections() { runCheckRow(); }
 
     void viewPaths_data() {
         QTest::addColumn<QString>("path");
@@ -312,8 +283,7 @@ private slots:
     }
 
     void customViews_data() {
-        addCheckColumns();
-        check("view", customView(), "");
+        checkColumns();
         check("entry not a page", view([](auto& v) { v.entry = "index.htm"; }), badView);
         check("entry outside the root", view([](auto& v) { v.entry = "../index.html"; }), badView);
         check("revision not a key", view([](auto& v) { v.revision = "1"; }), badView);
@@ -391,8 +361,7 @@ private slots:
         const auto request = [](const char* name, const PluginCustomView& view, const QString& path,
                                 const QString& message) {
             const PluginViewResourceRequest request{QUuid::createUuid(), "main", "r1", path};
-            callRow(
-                name, [=] { view.validate(request); }, message);
+            QTest::newRow(name) << Check([=] { view.validate(request); }) << message;
         };
         request("request in a namespace", served, "img/a.png", "");
         request("request outside the namespaces", served, "css/a.css", badURL);
@@ -402,26 +371,18 @@ private slots:
                 badView);
         const auto event = [](const char* name, const QString& event, const PluginValueMap& values,
                               const QString& message) {
-            callRow(
-                name,
-                [=] {
-                    customView().validate(PluginViewEvent{"main", "r1", event, values});
-                },
-                message);
+            const PluginViewEvent sent{"main", "r1", event, values};
+            QTest::newRow(name) << Check([=] { customView().validate(sent); }) << message;
         };
         event("event", "pick", {{"choice", PluginValue::string("a")}}, "");
         event("undeclared event", "drop", {}, changed);
         event("event values refused", "pick", {{"choice", PluginValue::number(1)}}, changed);
     }
 
-    void customViews() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void customViews() { runCheckRow(); }
 
     void resultsAndCaptions_data() {
-        addCheckColumns();
-        check("data", data("image/png", 10), "");
+        checkColumns();
         check("empty data", data("text/css", 0), "");
         bothSides("data bytes", 8 << 20, badResult,
                   [](int n) { return data("application/octet-stream", n); });
@@ -430,7 +391,6 @@ private slots:
         check("parameters", data("text/html; charset=utf-8", 1), badResult);
         check("header break", data("text/html\r\nX: y", 1), badResult);
         bothSides("type characters", 100, badResult, [](int n) { return data("a/" + text(n - 2), 1); });
-        check("error", error("Not found"), "");
         check("empty error", error(""), badResult);
         bothSides("error characters", 300, badResult, [](int n) { return error(text(n)); });
         check("error with a type", error("Not found", "text/plain"), badResult);
@@ -440,28 +400,25 @@ private slots:
         using Phase = PluginTransientCaption::Phase;
         const PluginTransientCaption caption{Phase::active, "Listening", "", "", "mic", std::nullopt};
         const auto captioned = [&](auto change) { return with(caption, change); };
-        check("caption", caption, "");
         check("untitled", captioned([](auto& c) { c.title = ""; }), badCaption);
         check("untitled result", captioned([](auto& c) { c.title = "", c.phase = Phase::result; }),
               badCaption);
         check("untitled dismiss", captioned([](auto& c) { c.title = "", c.phase = Phase::dismiss; }), "");
-        bothSides("caption title", 80, badCaption,
-                  [&](int n) { return captioned([&](auto& c) { c.title = text(n); }); });
+        const auto captionText = textLimits(badCaption, caption);
+        captionText("caption title", 80, &PluginTransientCaption::title);
         bothSides("caption text bytes", 1200, badCaption, [&](int n) {
             return captioned([&](auto& c) { c.text = text(n / 2, u'é') + text(n % 2); });
         });
-        bothSides("caption detail", 160, badCaption,
-                  [&](int n) { return captioned([&](auto& c) { c.detail = text(n); }); });
-        bothSides("caption symbol", 50, badCaption,
-                  [&](int n) { return captioned([&](auto& c) { c.symbol = text(n); }); });
+        captionText("caption detail", 160, &PluginTransientCaption::detail);
+        captionText("caption symbol", 50, &PluginTransientCaption::symbol);
         check("display 1", captioned([](auto& c) { c.displayNumber = 1; }), "");
         check("display 0", captioned([](auto& c) { c.displayNumber = 0; }), badCaption);
         const auto display = [](const char* name, const QByteArray& number, const QString& message) {
             const QByteArray json =
                 R"({"phase":"active","title":"T","text":"","detail":"","symbol":"","displayNumber":)" +
                 number + "}";
-            callRow(
-                name, [=] { PluginTransientCaption::fromJson(parse(json)).validate(); }, message);
+            QTest::newRow(name) << Check([=] { PluginTransientCaption::fromJson(parse(json)).validate(); })
+                                << message;
         };
         const QString outside = "\"displayNumber\" must be a whole number from 0 to 4294967295";
         display("largest display", "4294967295", "");
@@ -471,18 +428,14 @@ private slots:
         display("display as text", "\"1\"", outside);
     }
 
-    void resultsAndCaptions() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void resultsAndCaptions() { runCheckRow(); }
 
     void diagrams_data() {
-        addCheckColumns();
+        checkColumns();
         const auto drawn = [](auto change) { return with(diagram(), change); };
-        check("diagram", diagram(), "");
         check("id not a key", drawn([](auto& d) { d.id = ""; }), badDiagram);
         check("empty title", drawn([](auto& d) { d.title = ""; }), badDiagram);
-        bothSides("title", 60, badDiagram, [&](int n) { return drawn([&](auto& d) { d.title = text(n); }); });
+        textLimits(badDiagram, diagram())("title", 60, &PluginDiagram::title);
         check("smallest", drawn([](auto& d) { d.width = d.height = 100; }), "");
         check("largest", drawn([](auto& d) { d.width = 2400, d.height = 1600; }), "");
         check("width 99.5", drawn([](auto& d) { d.width = 99.5; }), badDiagram);
@@ -490,8 +443,7 @@ private slots:
         check("height 99.5", drawn([](auto& d) { d.height = 99.5; }), badDiagram);
         check("height 1600.5", drawn([](auto& d) { d.height = 1600.5; }), badDiagram);
         check("width not a number", drawn([](auto& d) { d.width = qQNaN(); }), badDiagram);
-        bothSides("summary", 4000, badDiagram,
-                  [&](int n) { return drawn([&](auto& d) { d.summary = text(n); }); });
+        textLimits(badDiagram, diagram())("summary", 4000, &PluginDiagram::summary);
         bothSides("elements", 300, badDiagram, [&](int n) {
             return drawn(
                 [&](auto& d) { d.elements = QList<PluginDiagramElement>(n, element(box, 0, 0, 1, 1)); });
@@ -530,57 +482,41 @@ private slots:
         elementRow("weight not a number", styled([](auto& e) { e.weight = qQNaN(); }), badElement);
     }
 
-    void diagrams() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void diagrams() { runCheckRow(); }
 
     // Now is noon of 2024-03-10 in a zone 14 hours east of UTC, which is still the 9th in UTC.
     void filtered_data() {
         QTest::addColumn<QString>("query");
         QTest::addColumn<QString>("filter");
+        QTest::addColumn<QString>("shown");
         QTest::addColumn<int>("zoneHours");
         QTest::addColumn<bool>("sortByName");
         QTest::addColumn<int>("day");
-        QTest::addColumn<QString>("shown");
-        const int none = 99;
-        QTest::newRow("everything") << ""
-                                    << "All" << 14 << false << none << "abcdefghij";
-        QTest::newRow("an unknown filter keeps all") << ""
-                                                     << "Someday" << 14 << false << none << "abcdefghij";
-        QTest::newRow("unread") << ""
-                                << "Unread" << 14 << false << none << "ac";
-        QTest::newRow("today, from its first to its last second") << ""
-                                                                  << "Today" << 14 << false << none << "afg";
-        QTest::newRow("today is the zone's") << ""
-                                             << "Today" << 0 << false << none << "abf";
-        QTest::newRow("overdue: open and before today") << ""
-                                                        << "Overdue" << 14 << false << none << "bd";
-        QTest::newRow("overdue is the zone's too") << ""
-                                                   << "Overdue" << 0 << false << none << "d";
-        QTest::newRow("search ignores case") << "PARCEL"
-                                             << "All" << 14 << false << none << "a";
-        QTest::newRow("search finds the subtitle") << "plumb"
-                                                   << "All" << 14 << false << none << "b";
-        QTest::newRow("search finds the detail beyond ASCII") << "\u00E4PFEL"
-                                                              << "All" << 14 << false << none << "c";
-        QTest::newRow("search is a substring") << "eipt"
-                                               << "All" << 14 << false << none << "bhi";
-        QTest::newRow("search and filter together") << "o"
-                                                    << "Unread" << 14 << false << none << "ac";
-        QTest::newRow("nothing matches") << "zebra"
-                                         << "All" << 14 << false << none << "";
-        QTest::newRow("by name, numbers as numbers") << ""
-                                                     << "All" << 14 << true << none << "cegfjadbih";
-        QTest::newRow("by name after a search") << "receipt"
-                                                << "All" << 14 << true << none << "bih";
-        QTest::newRow("one day") << ""
-                                 << "All" << 14 << false << 0 << "afg";
-        QTest::newRow("another day") << ""
-                                     << "All" << 14 << false << 1 << "e";
-        QTest::newRow("one day and a search") << "late"
-                                              << "All" << 14 << false << 0 << "g";
+        // Day 99 stands for no day chosen.
+        const auto add = [](const char* name, const QString& query, const QString& filter,
+                            const QString& shown, int zoneHours = 14, bool sortByName = false, int day = 99) {
+            QTest::newRow(name) << query << filter << shown << zoneHours << sortByName << day;
+        };
+        add("everything", "", "All", "abcdefghij");
+        add("an unknown filter keeps all", "", "Someday", "abcdefghij");
+        add("unread", "", "Unread", "ac");
+        add("today, from its first to its last second", "", "Today", "afg");
+        add("today is the zone's", "", "Today", "abf", 0);
+        add("overdue: open and before today", "", "Overdue", "bd");
+        add("overdue is the zone's too", "", "Overdue", "d", 0);
+        add("search ignores case", "PARCEL", "All", "a");
+        add("search finds the subtitle", "plumb", "All", "b");
+        add("search finds the detail beyond ASCII", "\u00E4PFEL", "All", "c");
+        add("search is a substring", "eipt", "All", "bhi");
+        add("search and filter together", "o", "Unread", "ac");
+        add("nothing matches", "zebra", "All", "");
+        add("by name, numbers as numbers", "", "All", "cegfjadbih", 14, true);
+        add("by name after a search", "receipt", "All", "bih", 14, true);
+        add("one day", "", "All", "afg", 14, false, 0);
+        add("another day", "", "All", "e", 14, false, 1);
+        add("one day and a search", "late", "All", "g", 14, false, 0);
     }
+
     void filtered() {
         QFETCH(QString, query);
         QFETCH(QString, filter);

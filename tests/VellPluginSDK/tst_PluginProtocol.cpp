@@ -8,7 +8,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "TestSupport.h"
+#include "PresentationSupport.h"
 
 using namespace vell;
 using namespace vell::test;
@@ -38,9 +38,7 @@ PluginManifest manifest() {
 }
 
 template <typename F> PluginManifest manifestWith(F change) {
-    PluginManifest changed = manifest();
-    change(changed);
-    return changed;
+    return with(manifest(), change);
 }
 
 } // namespace
@@ -60,15 +58,10 @@ private slots:
             QTest::newRow(name) << chunks << messages << rest << message;
         };
         row("three lines and a half", {one + one + one + one.left(20)}, 3, 20);
-        row(
-            "a line cut into single bytes",
-            [&] {
-                QList<QByteArray> bytes;
-                for (const char c : one)
-                    bytes.append(QByteArray(1, c));
-                return bytes;
-            }(),
-            1, 0);
+        QList<QByteArray> bytes;
+        for (const char c : one)
+            bytes.append(QByteArray(1, c));
+        row("a line cut into single bytes", bytes, 1, 0);
         row("line of exactly the limit", {line(131072) + '\n'}, 1, 0);
         row("one byte over, valid JSON or not", {line(131073) + '\n'}, 0, 0, "Invalid plugin message size.");
         row("an empty line is an error", {one + '\n'}, 0, 0, "Invalid plugin message size.");
@@ -142,13 +135,11 @@ private slots:
     }
 
     void manifestValidation_data() {
-        QTest::addColumn<Check>("check");
-        QTest::addColumn<QString>("message");
+        checkColumns();
         const QString invalid = "Invalid plugin manifest.";
         const QString badIcon = "Invalid module icon. Use an SF Symbol name and six-digit RGB color.";
         const QString badMode = "Unsupported plugin launch mode.";
         const QString badVersion = "This plugin requires a different plugin interface version.";
-        check("valid", manifest(), "");
         check("application mode", manifestWith([](auto& m) { m.launchMode = "application"; }), "");
         // The order: icon, launch mode, interface version, then the limits.
         check("icon before launch mode", manifestWith([](auto& m) {
@@ -166,32 +157,24 @@ private slots:
                   m.name.clear();
               }),
               badVersion);
-        check("id of 100 characters", manifestWith([](auto& m) { m.id = "a." + QString(98, 'b'); }), "");
-        check("id of 101 characters", manifestWith([](auto& m) { m.id = "a." + QString(99, 'b'); }), invalid);
+        bothSides("id characters", 100, invalid,
+                  [](int n) { return manifestWith([&](auto& m) { m.id = "a." + text(n - 2); }); });
         check("id without a dot", manifestWith([](auto& m) { m.id = "clock"; }), invalid);
         check("empty name", manifestWith([](auto& m) { m.name.clear(); }), invalid);
-        check("name of 80", manifestWith([](auto& m) { m.name = QString(80, 'n'); }), "");
-        check("name of 81", manifestWith([](auto& m) { m.name = QString(81, 'n'); }), invalid);
+        textLimits(invalid, manifest())("name", 80, &PluginManifest::name);
         check("version 9999.0.0", manifestWith([](auto& m) { m.version = "9999.0.0"; }), "");
         check("version 10000.0.0", manifestWith([](auto& m) { m.version = "10000.0.0"; }), invalid);
         check("version of two parts", manifestWith([](auto& m) { m.version = "1.0"; }), invalid);
         check("version with a newline", manifestWith([](auto& m) { m.version = "1.0.0\n"; }), invalid);
-        check("summary of 500", manifestWith([](auto& m) { m.summary = QString(500, 's'); }), "");
-        check("summary of 501", manifestWith([](auto& m) { m.summary = QString(501, 's'); }), invalid);
-        check("12 capabilities", manifestWith([](auto& m) { m.capabilities = QStringList(12, "c"); }), "");
-        check("13 capabilities", manifestWith([](auto& m) { m.capabilities = QStringList(13, "c"); }),
-              invalid);
+        textLimits(invalid, manifest())("summary", 500, &PluginManifest::summary);
+        bothSides("capabilities", 12, invalid,
+                  [](int n) { return manifestWith([&](auto& m) { m.capabilities = QStringList(n, "c"); }); });
         check("empty capability", manifestWith([](auto& m) { m.capabilities = {""}; }), invalid);
-        check("capability of 160", manifestWith([](auto& m) { m.capabilities = {QString(160, 'c')}; }), "");
-        check("capability of 161", manifestWith([](auto& m) { m.capabilities = {QString(161, 'c')}; }),
-              invalid);
+        bothSides("capability characters", 160, invalid,
+                  [](int n) { return manifestWith([&](auto& m) { m.capabilities = {text(n)}; }); });
     }
 
-    void manifestValidation() {
-        QFETCH(Check, check);
-        QFETCH(QString, message);
-        QCOMPARE(problemOf(check), message);
-    }
+    void manifestValidation() { runCheckRow(); }
 
     void manifestFile() {
         QTemporaryDir folder;
@@ -260,16 +243,15 @@ private slots:
         QTest::addColumn<QString>("token");
         QTest::addColumn<bool>("accepted");
         const QString token = QString(36, 'a') + QString(35, '-') + "F";
-        QTest::newRow("valid") << "40123" << token << true;
-        QTest::newRow("port 65535") << "65535" << token << true;
-        QTest::newRow("port 65536") << "65536" << token << false;
-        QTest::newRow("port 0") << "0" << token << false;
-        QTest::newRow("signed port") << "+80" << token << false;
-        QTest::newRow("port with a space") << " 80" << token << false;
-        QTest::newRow("no port") << "" << token << false;
-        QTest::newRow("token of 71") << "80" << token.left(71) << false;
-        QTest::newRow("token of 73") << "80" << token + "a" << false;
-        QTest::newRow("token not hexadecimal") << "80" << token.left(71) + "g" << false;
+        row("port 65535", QString("65535"), token, true);
+        row("port 65536", QString("65536"), token, false);
+        row("port 0", QString("0"), token, false);
+        row("signed port", QString("+80"), token, false);
+        row("port with a space", QString(" 80"), token, false);
+        row("no port", QString(""), token, false);
+        row("token of 71", QString("80"), token.left(71), false);
+        row("token of 73", QString("80"), token + "a", false);
+        row("token not hexadecimal", QString("80"), token.left(71) + "g", false);
     }
 
     void channelEnvironment() {

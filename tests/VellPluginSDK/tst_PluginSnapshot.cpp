@@ -34,6 +34,16 @@ template <typename Change> PluginSnapshot snapshot(Change change) {
     return with(base(), change);
 }
 
+// For bothSides: the plain snapshot with its list made of n copies of record.
+template <typename List, typename Record> auto copies(List PluginSnapshot::*list, const Record& record) {
+    return [=](int n) { return snapshot([&](auto& s) { s.*list = QList<Record>(n, record); }); };
+}
+
+// For textLimits: the plain snapshot with record as its field, or the one entry of its list.
+template <typename Field> auto into(Field PluginSnapshot::*field) {
+    return [=](const auto& record) { return snapshot([&](auto& s) { s.*field = {{record}}; }); };
+}
+
 PluginSnapshot withPanels(const QList<PluginPanel>& panels) {
     return snapshot([&](auto& s) { s.panels = panels; });
 }
@@ -42,17 +52,25 @@ PluginPanel panel(const QString& id = "main") {
     return {id, "Main", false, {}, std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt};
 }
 
+PluginSnapshot ofPanel(const PluginPanel& panel) {
+    return withPanels({panel});
+}
+
 // A snapshot whose only panel is the plain one after change.
 template <typename Change> PluginSnapshot onPanel(Change change) {
-    return withPanels({with(panel(), change)});
+    return ofPanel(with(panel(), change));
 }
 
 PluginControlCard card(const QString& id, const QList<PluginAction>& actions = {}) {
     return {id, "Lamp", "Kitchen", "On", "", std::nullopt, false, actions};
 }
 
+PluginSnapshot ofCard(const PluginControlCard& card) {
+    return onPanel([&](auto& p) { p.cards = QList<PluginControlCard>{card}; });
+}
+
 template <typename Change> PluginSnapshot onCard(Change change) {
-    return onPanel([&](auto& p) { p.cards = QList<PluginControlCard>{with(card("lamp"), change)}; });
+    return ofCard(with(card("lamp"), change));
 }
 
 // count records made by make(id), with the ids prefix0, prefix1, ...
@@ -61,6 +79,10 @@ template <typename Make> auto numbered(const char* prefix, int count, Make make)
     for (int i = 0; i < count; ++i)
         list.append(make(prefix + QString::number(i)));
     return list;
+}
+
+QList<PluginAction> buttons(int count) {
+    return numbered("a", count, [](auto id) { return button(id); });
 }
 
 PluginPanel gridPanel(const QString& id, int cards) {
@@ -88,31 +110,24 @@ class TestPluginSnapshot final : public QObject {
 
 private slots:
     void validation_data() {
-        QTest::addColumn<Check>("check");
-        QTest::addColumn<QString>("message");
-        check("plain", base(), "");
+        checkColumns();
         bothSides("endpoints", 8, endpointList,
                   [](int n) { return snapshot([&](auto& s) { s.volumeEndpoints = endpoints(n); }); });
         check("repeated endpoint", snapshot([](auto& s) { s.volumeEndpoints = endpoints(2) + endpoints(1); }),
               endpointList);
-        check("bad endpoint", snapshot([](auto& s) {
-                  s.volumeEndpoints = endpoints(1), s.volumeEndpoints->first().name = "";
-              }),
-              "Invalid volume endpoint.");
+        const PluginVolumeEndpoint unnamed = with(endpoints(1)[0], [](auto& e) { e.name = ""; });
+        check("bad endpoint", into(&PluginSnapshot::volumeEndpoints)(unnamed), "Invalid volume endpoint.");
         check("endpoints before actions",
               snapshot([](auto& s) { s.volumeEndpoints = endpoints(9), s.actions = {button("9")}; }),
               endpointList);
 
-        check("action id not a key", snapshot([](auto& s) { s.actions = {button("9lives")}; }), conflicting);
-        check("empty label", snapshot([](auto& s) { s.actions = {button("a", "")}; }), conflicting);
-        bothSides("action label", 80, conflicting,
-                  [](int n) { return snapshot([&](auto& s) { s.actions = {button("a", text(n))}; }); });
-        bothSides("action symbol", 80, conflicting, [](int n) {
-            return snapshot([&](auto& s) { s.actions = {button()}, s.actions[0].symbol = text(n); });
-        });
-        bothSides("confirmation", 400, conflicting, [](int n) {
-            return snapshot([&](auto& s) { s.actions = {button()}, s.actions[0].confirmation = text(n); });
-        });
+        const auto topAction = into(&PluginSnapshot::actions);
+        check("action id not a key", topAction(button("9lives")), conflicting);
+        check("empty label", topAction(button("a", "")), conflicting);
+        const auto actionText = textLimits(conflicting, button(), topAction);
+        actionText("action label", 80, &PluginAction::label);
+        actionText("action symbol", 80, &PluginAction::symbol);
+        actionText("confirmation", 400, &PluginAction::confirmation);
         const auto twoCards = [](const PluginAction& first, const PluginAction& second) {
             return onPanel([&](auto& p) { p.cards = {{card("a", {first}), card("b", {second})}}; });
         };
@@ -127,11 +142,16 @@ private slots:
                    [](auto& s) { s.panels->append(gridPanel("p2", 192)); }),
               conflicting);
 
+        // The panels' own contents, one kind added at a time.
+        const auto view = [](PluginPanel p) { return p.customView = customView(), p; };
+        const auto list = [](PluginPanel p) { return p.collection = collection(), p; };
+        const auto forms = [](PluginPanel p) { return p.forms = {{form()}}, p; };
+        const auto media = [](PluginPanel p) { return p.usesMedia = true, p; };
+        const auto drawn = [](PluginPanel p) { return p.diagrams = {{diagram()}}, p; };
+
         // The third panel would fail on its own too: the totals come before any panel.
         check("two panels of 96 cards", withPanels({gridPanel("a", 96), gridPanel("b", 96)}), "");
-        check("a 193rd card",
-              withPanels({gridPanel("a", 96), gridPanel("b", 96),
-                          with(gridPanel("c", 1), [](auto& p) { p.usesMedia = true; })}),
+        check("a 193rd card", withPanels({gridPanel("a", 96), gridPanel("b", 96), media(gridPanel("c", 1))}),
               tooManyCards);
         check("192 items", withPanels({listPanel("a", 96), listPanel("b", 96)}), "");
         check("193 items", withPanels({listPanel("a", 96), listPanel("b", 96), listPanel("c", 1)}),
@@ -141,23 +161,16 @@ private slots:
                           gridPanel("e", 96), gridPanel("f", 1)}),
               tooManyCards);
 
-        check("custom view", onPanel([](auto& p) { p.customView = customView(); }), "");
-        check("custom view and forms",
-              onPanel([](auto& p) { p.customView = customView(), p.forms = {{form()}}; }), customPanel);
-        check("custom view and collection",
-              onPanel([](auto& p) { p.customView = customView(), p.collection = collection(); }),
-              customPanel);
-        check("custom view with media",
-              onPanel([](auto& p) { p.customView = customView(), p.usesMedia = true; }), customPanel);
+        check("custom view", ofPanel(view(panel())), "");
+        check("custom view and forms", ofPanel(forms(view(panel()))), customPanel);
+        check("custom view and collection", ofPanel(list(view(panel()))), customPanel);
+        check("custom view with media", ofPanel(media(view(panel()))), customPanel);
         check("custom view validated",
-              onPanel([](auto& p) { p.customView = customView(), p.customView->entry = ""; }),
+              onPanel([](auto& p) { p.customView = with(customView(), [](auto& v) { v.entry = ""; }); }),
               "Invalid custom view.");
-        check("collection", onPanel([](auto& p) { p.collection = collection(); }), "");
-        check("collection and forms",
-              onPanel([](auto& p) { p.collection = collection(), p.forms = {{form()}}; }), collectionPanel);
-        check("collection and diagrams",
-              onPanel([](auto& p) { p.collection = collection(), p.diagrams = {{diagram()}}; }),
-              collectionPanel);
+        check("collection", ofPanel(list(panel())), "");
+        check("collection and forms", ofPanel(forms(list(panel()))), collectionPanel);
+        check("collection and diagrams", ofPanel(drawn(list(panel()))), collectionPanel);
         check("collection validated",
               onPanel([](auto& p) { p.collection = collection(), p.collection->title = ""; }),
               "Invalid collection size.");
@@ -165,43 +178,27 @@ private slots:
                   [](int n) { return onPanel([&](auto& p) { p.forms = numbered("f", n, form); }); });
         check("no forms", onPanel([](auto& p) { p.forms = QList<PluginForm>(); }), formPanel);
         check("repeated form", onPanel([](auto& p) { p.forms = {{form(), form()}}; }), formPanel);
-        check("forms and cards", withPanels({with(gridPanel("a", 1), [](auto& p) { p.forms = {{form()}}; })}),
-              formPanel);
-        check("forms with media", onPanel([](auto& p) { p.forms = {{form()}}, p.usesMedia = true; }),
-              formPanel);
+        check("forms and cards", ofPanel(forms(gridPanel("a", 1))), formPanel);
+        check("forms with media", ofPanel(media(forms(panel()))), formPanel);
         check("form validated",
               onPanel([](auto& p) { p.forms = {{form()}}, p.forms->first().revision = ""; }),
               "Invalid form identity or fields.");
-        bothSides("cards on a panel", 96, cardPanel, [](int n) { return withPanels({gridPanel("a", n)}); });
-        check("cards with media", withPanels({with(gridPanel("a", 1), [](auto& p) { p.usesMedia = true; })}),
-              cardPanel);
-        check("cards and diagrams",
-              withPanels({with(gridPanel("a", 1), [](auto& p) { p.diagrams = {{diagram()}}; })}), cardPanel);
+        bothSides("cards on a panel", 96, cardPanel, [](int n) { return ofPanel(gridPanel("a", n)); });
+        check("cards with media", ofPanel(media(gridPanel("a", 1))), cardPanel);
+        check("cards and diagrams", ofPanel(drawn(gridPanel("a", 1))), cardPanel);
         check("repeated card", onPanel([](auto& p) { p.cards = {{card("a"), card("a")}}; }), cardPanel);
         check("card id not a key", onCard([](auto& c) { c.id = "a-b"; }), badCard);
         check("empty card title", onCard([](auto& c) { c.title = ""; }), badCard);
-        bothSides("card title", 80, badCard,
-                  [](int n) { return onCard([&](auto& c) { c.title = text(n); }); });
-        bothSides("card subtitle", 100, badCard,
-                  [](int n) { return onCard([&](auto& c) { c.subtitle = text(n); }); });
-        bothSides("card value", 100, badCard,
-                  [](int n) { return onCard([&](auto& c) { c.value = text(n); }); });
-        bothSides("card detail", 300, badCard,
-                  [](int n) { return onCard([&](auto& c) { c.detail = text(n); }); });
-        bothSides("card symbol", 80, badCard,
-                  [](int n) { return onCard([&](auto& c) { c.symbol = text(n); }); });
-        bothSides("card actions", 3, badCard, [](int n) {
-            return onCard([&](auto& c) { c.actions = numbered("a", n, [](auto i) { return button(i); }); });
-        });
-        check("one action twice on a card", onCard([](auto& c) {
-                  c.actions = {button("a"), button("a")};
-              }),
-              badCard);
-        check(
-            "first panel first",
-            withPanels({with(gridPanel("a", 1), [](auto& p) { p.forms = {{form()}}; }),
-                        with(panel("b"), [](auto& p) { p.customView = customView(), p.usesMedia = true; })}),
-            formPanel);
+        const auto cardText = textLimits(badCard, card("lamp"), ofCard);
+        cardText("card title", 80, &PluginControlCard::title);
+        cardText("card subtitle", 100, &PluginControlCard::subtitle);
+        cardText("card value", 100, &PluginControlCard::value);
+        cardText("card detail", 300, &PluginControlCard::detail);
+        cardText("card symbol", 80, &PluginControlCard::symbol);
+        bothSides("card actions", 3, badCard, [](int n) { return ofCard(card("lamp", buttons(n))); });
+        check("one action twice on a card", ofCard(card("lamp", {button("a"), button("a")})), badCard);
+        check("first panel first", withPanels({forms(gridPanel("a", 1)), media(view(panel("b")))}),
+              formPanel);
         check("panels before artwork",
               with(onCard([](auto& c) { c.title = ""; }), [](auto& s) { s.iconPNG = QByteArray(); }),
               badCard);
@@ -209,7 +206,7 @@ private slots:
         bothSides("icon bytes", 8192, artwork,
                   [](int n) { return snapshot([&](auto& s) { s.iconPNG = QByteArray(n, 'p'); }); });
         check("empty icon", snapshot([](auto& s) { s.iconPNG = QByteArray(); }), artwork);
-        check("empty section image", snapshot([](auto& s) { s.sections = {{image(0)}}; }), artwork);
+        check("empty section image", into(&PluginSnapshot::sections)(image(0)), artwork);
         // The icon, eight sections and the panels' sections: ten images of 8 KiB, then one byte more.
         bothSides("total artwork bytes", 0, artwork, [](int extra) {
             return snapshot([&](auto& s) {
@@ -225,16 +222,14 @@ private slots:
         check("artwork before panels",
               snapshot([](auto& s) { s.iconPNG = QByteArray(), s.panels = QList<PluginPanel>(); }), artwork);
 
-        const auto diagrams = [](int n) { return numbered("d", n, diagram); };
         bothSides("diagrams", 10, diagramPages,
-                  [&](int n) { return onPanel([&](auto& p) { p.diagrams = diagrams(n); }); });
+                  [&](int n) { return onPanel([&](auto& p) { p.diagrams = numbered("d", n, diagram); }); });
         check("no diagrams", onPanel([](auto& p) { p.diagrams = QList<PluginDiagram>(); }), diagramPages);
         check("repeated diagram", onPanel([](auto& p) {
                   p.diagrams = {{diagram(), diagram()}};
               }),
               diagramPages);
-        check("diagrams with media", onPanel([](auto& p) { p.diagrams = {{diagram()}}, p.usesMedia = true; }),
-              diagramPages);
+        check("diagrams with media", ofPanel(media(drawn(panel()))), diagramPages);
         check("diagram validated",
               onPanel([](auto& p) { p.diagrams = {{diagram()}}, (*p.diagrams)[0].width = 99; }),
               "Invalid module diagram.");
@@ -247,100 +242,68 @@ private slots:
         check("repeated panel", withPanels({panel(), panel()}), dashboardPanels);
         check("panel id not a key", withPanels({panel("_main")}), dashboardPanels);
         check("empty panel title", onPanel([](auto& p) { p.title = ""; }), dashboardPanels);
-        bothSides("panel title", 40, dashboardPanels,
-                  [](int n) { return onPanel([&](auto& p) { p.title = text(n); }); });
+        textLimits(dashboardPanels, panel(), ofPanel)("panel title", 40, &PluginPanel::title);
         const PluginSection longest{text(80), text(1200), std::nullopt};
         bothSides("panel sections", 12, dashboardPanels, [&](int n) {
             return onPanel([&](auto& p) { p.sections = QList<PluginSection>(n, longest); });
         });
-        check("81-character panel section title", onPanel([](auto& p) {
-                  p.sections = {{text(81), "", std::nullopt}};
-              }),
-              dashboardPanels);
-        check("1201-character panel section detail", onPanel([](auto& p) {
-                  p.sections = {{"", text(1201), std::nullopt}};
-              }),
-              dashboardPanels);
-        check("panels before dashboard", snapshot([](auto& s) {
-                  s.panels = QList<PluginPanel>(), s.metrics = QList<PluginField>(9, PluginField());
-              }),
+        const auto onePanelSection = [](const PluginSection& s) {
+            return onPanel([&](auto& p) { p.sections = {s}; });
+        };
+        const auto panelSection = textLimits(dashboardPanels, PluginSection(), onePanelSection);
+        panelSection("panel section title", 80, &PluginSection::title);
+        panelSection("panel section detail", 1200, &PluginSection::detail);
+        check("panels before dashboard",
+              with(copies(&PluginSnapshot::metrics, PluginField())(9),
+                   [](auto& s) { s.panels = QList<PluginPanel>(); }),
               dashboardPanels);
 
         const PluginField metric{text(80), text(200), text(80)};
-        bothSides("metrics", 8, dashboardData, [&](int n) {
-            return snapshot([&](auto& s) { s.metrics = QList<PluginField>(n, metric); });
+        bothSides("metrics", 8, dashboardData, copies(&PluginSnapshot::metrics, metric));
+        const auto metricText = textLimits(dashboardData, PluginField(), into(&PluginSnapshot::metrics));
+        metricText("metric label", 80, &PluginField::label);
+        metricText("metric value", 200, &PluginField::value);
+        metricText("metric symbol", 80, &PluginField::symbol);
+        bothSides("sections", 8, dashboardData, copies(&PluginSnapshot::sections, longest));
+        textLimits(dashboardData, PluginSection(), into(&PluginSnapshot::sections))("section detail", 1200,
+                                                                                    &PluginSection::detail);
+        const auto mediaText = textLimits(dashboardData, PluginMedia(), [](const PluginMedia& media) {
+            return snapshot([&](auto& s) { s.media = media; });
         });
-        check("81-character metric label", snapshot([](auto& s) {
-                  s.metrics = {{{text(81), "", std::nullopt}}};
-              }),
-              dashboardData);
-        check("201-character metric value", snapshot([](auto& s) {
-                  s.metrics = {{{"", text(201), std::nullopt}}};
-              }),
-              dashboardData);
-        check("81-character metric symbol", snapshot([](auto& s) {
-                  s.metrics = {{{"", "", text(81)}}};
-              }),
-              dashboardData);
-        bothSides("sections", 8, dashboardData, [&](int n) {
-            return snapshot([&](auto& s) { s.sections = QList<PluginSection>(n, longest); });
-        });
-        check("1201-character section detail", snapshot([](auto& s) {
-                  s.sections = {{{"", text(1201), std::nullopt}}};
-              }),
-              dashboardData);
-        bothSides("media label", 120, dashboardData, [](int n) {
-            return snapshot([&](auto& s) { s.media = PluginMedia{text(n), ""}; });
-        });
-        bothSides("media status", 300, dashboardData, [](int n) {
-            return snapshot([&](auto& s) { s.media = PluginMedia{"", text(n)}; });
-        });
+        mediaText("media label", 120, &PluginMedia::label);
+        mediaText("media status", 300, &PluginMedia::status);
         check("dashboard before top level",
-              snapshot([&](auto& s) { s.metrics = QList<PluginField>(9, metric), s.title = text(301); }),
+              with(copies(&PluginSnapshot::metrics, metric)(9), [](auto& s) { s.title = text(301); }),
               dashboardData);
 
         check("empty title", snapshot([](auto& s) { s.title = ""; }), "");
-        bothSides("badge", 50, displayData,
-                  [](int n) { return snapshot([&](auto& s) { s.badge = text(n); }); });
-        bothSides("title", 300, displayData,
-                  [](int n) { return snapshot([&](auto& s) { s.title = text(n); }); });
-        bothSides("status", 500, displayData,
-                  [](int n) { return snapshot([&](auto& s) { s.status = text(n); }); });
-        bothSides("activity", 100, displayData,
-                  [](int n) { return snapshot([&](auto& s) { s.activity = text(n); }); });
-        const PluginField field{text(80), text(1024, u'é'), text(80)};
+        const auto top = textLimits(displayData, base());
+        top("badge", 50, &PluginSnapshot::badge);
+        top("title", 300, &PluginSnapshot::title);
+        top("status", 500, &PluginSnapshot::status);
+        top("activity", 100, &PluginSnapshot::activity);
         bothSides("fields", 24, displayData,
-                  [&](int n) { return snapshot([&](auto& s) { s.fields = QList<PluginField>(n, field); }); });
-        check("81-character field label", snapshot([](auto& s) {
-                  s.fields = {{text(81), "", std::nullopt}};
-              }),
-              displayData);
-        check("2049-byte field value", snapshot([](auto& s) {
-                  s.fields = {{"", text(1024, u'é') + "x", std::nullopt}};
-              }),
-              displayData);
-        check("81-character field symbol", snapshot([](auto& s) {
-                  s.fields = {{"", "", text(81)}};
-              }),
-              displayData);
-        bothSides("actions", 12, displayData, [](int n) {
-            return snapshot([&](auto& s) { s.actions = numbered("a", n, [](auto i) { return button(i); }); });
-        });
+                  copies(&PluginSnapshot::fields, PluginField{text(80), text(1024, u'é'), text(80)}));
+        const auto field = textLimits(displayData, PluginField(), into(&PluginSnapshot::fields));
+        field("field label", 80, &PluginField::label);
+        field("field symbol", 80, &PluginField::symbol);
+        check("2049-byte field value",
+              into(&PluginSnapshot::fields)(PluginField{"", text(1024, u'é') + "x", {}}), displayData);
+        bothSides("actions", 12, displayData,
+                  [](int n) { return snapshot([&](auto& s) { s.actions = buttons(n); }); });
         check("one top-level action twice", snapshot([](auto& s) {
                   s.actions = {button(), button()};
               }),
               displayData);
-        check("progress 0", snapshot([](auto& s) { s.progress = 0.0; }), "");
-        check("progress 100", snapshot([](auto& s) { s.progress = 100.0; }), "");
-        check("progress 100.5", snapshot([](auto& s) { s.progress = 100.5; }), displayData);
-        check("progress below 0", snapshot([](auto& s) { s.progress = -0.5; }), displayData);
-        check("progress not a number", snapshot([](auto& s) { s.progress = qQNaN(); }), displayData);
+        const auto progress = [](double value) { return snapshot([&](auto& s) { s.progress = value; }); };
+        check("progress 0", progress(0), "");
+        check("progress 100", progress(100), "");
+        check("progress 100.5", progress(100.5), displayData);
+        check("progress below 0", progress(-0.5), displayData);
+        check("progress not a number", progress(qQNaN()), displayData);
     }
 
-    void validation() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void validation() { runCheckRow(); }
 
     void displayActionsAreTopLevelThenCardsInOrder() {
         PluginSnapshot s = base();
@@ -391,8 +354,7 @@ private slots:
     }
 
     void icon_data() {
-        QTest::addColumn<Check>("check");
-        QTest::addColumn<QString>("message");
+        checkColumns();
         const QString badIcon = "Invalid module icon. Use an SF Symbol name and six-digit RGB color.";
         const PluginIcon icon{"lightbulb.fill", "ffcc00", std::nullopt};
         check("symbol and colour", icon, "");
@@ -410,10 +372,7 @@ private slots:
         check("81-character badge", with(icon, [](auto& i) { i.badge = text(81, u'b'); }), badIcon);
     }
 
-    void icon() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void icon() { runCheckRow(); }
 
     void jsonKeepsDeclaredOrder() {
         PluginSnapshot s = base();

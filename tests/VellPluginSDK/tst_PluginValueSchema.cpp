@@ -97,8 +97,7 @@ private slots:
     }
 
     void validation_data() {
-        QTest::addColumn<Check>("check");
-        QTest::addColumn<QString>("message");
+        checkColumns();
         schemaRow("null is missing", QByteArray("{\"fields\":null}"), "\"fields\" is missing");
         schemaRow("text bound", schemaOf({field("a", "number", ",\"minimum\":\"0\"")}),
                   "\"fields[0].minimum\" must be a number");
@@ -164,10 +163,7 @@ private slots:
                   "{\"nope\":1}", badConstraint);
     }
 
-    void validation() {
-        QFETCH(Check, check);
-        QTEST(problemOf(check), "message");
-    }
+    void validation() { runCheckRow(); }
 };
 
 QTEST_GUILESS_MAIN(TestPluginValueSchema)
