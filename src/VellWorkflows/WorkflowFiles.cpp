@@ -9,6 +9,8 @@
 #include <QDir>
 #include <QSet>
 
+#include <algorithm>
+
 namespace vell {
 
 namespace {
@@ -44,6 +46,14 @@ void repair(WorkflowTimeline& timeline, double now) {
     }
 }
 
+// The tests a stored document must pass; its graph may be unfinished, as the editor saves it.
+bool storable(const WorkflowDocument& document) {
+    return document.schemaVersion == WorkflowDocument::currentSchemaVersion &&
+           TextMetrics::characterCount(document.title) <= WorkflowDocument::maximumTitleCharacters &&
+           document.nodes.size() <= WorkflowDocument::maximumNodes &&
+           document.edges.size() <= WorkflowDocument::maximumEdges;
+}
+
 } // namespace
 
 WorkflowFiles::WorkflowFiles(QString directory)
@@ -72,19 +82,17 @@ QList<WorkflowDocument> WorkflowFiles::load() const {
         JsonReader::recordArray<WorkflowDocument>(JsonReader::parse(*bytes), notAnArray);
     if (documents.size() > maximumDocuments || !uniqueIDs(documents))
         throw ModuleProblem(QStringLiteral("Invalid workflow library."));
-    for (const WorkflowDocument& document : documents) {
-        if (document.schemaVersion != WorkflowDocument::currentSchemaVersion ||
-            TextMetrics::characterCount(document.title) > WorkflowDocument::maximumTitleCharacters ||
-            document.nodes.size() > WorkflowDocument::maximumNodes ||
-            document.edges.size() > WorkflowDocument::maximumEdges)
-            throw ModuleProblem(QStringLiteral("Invalid stored workflow."));
-    }
+    if (!std::all_of(documents.cbegin(), documents.cend(), storable))
+        throw ModuleProblem(QStringLiteral("Invalid stored workflow."));
     return documents;
 }
 
 void WorkflowFiles::save(const QList<WorkflowDocument>& documents) const {
     if (documents.size() > maximumDocuments || !uniqueIDs(documents))
         throw ModuleProblem(QStringLiteral("The workflow library is full."));
+    // What the next load would refuse is never written: it would lose the whole library.
+    if (!std::all_of(documents.cbegin(), documents.cend(), storable))
+        throw ModuleProblem(QStringLiteral("Invalid stored workflow."));
     const QByteArray bytes = encodeAll(documents);
     if (bytes.size() > maximumFileBytes)
         throw ModuleProblem(QStringLiteral("Workflow storage is too large."));

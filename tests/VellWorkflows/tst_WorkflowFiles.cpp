@@ -113,8 +113,10 @@ private slots:
         QTest::addRow("64 documents") << library(64) << QString() << QString();
         QTest::addRow("65 documents") << library(65) << invalidLibrary << full;
         QTest::addRow("one id twice") << twins << invalidLibrary << full;
-        QTest::addRow("schema version 2") << version << "Invalid stored workflow." << QString();
-        QTest::addRow("81-character title") << longTitle << "Invalid stored workflow." << QString();
+        QTest::addRow("schema version 2") << version << "Invalid stored workflow."
+                                          << "Invalid stored workflow.";
+        QTest::addRow("81-character title") << longTitle << "Invalid stored workflow."
+                                            << "Invalid stored workflow.";
         QTest::addRow("empty title") << untitled << QString() << QString();
         QTest::addRow("unfinished graph") << unfinished << QString() << QString();
     }
