@@ -214,9 +214,10 @@ void MprisPlayers::load(const QString& busName, const QString& owner) {
 void MprisPlayers::apply(MprisPlayerState& player, const QVariantMap& properties, qint64 at) {
     const QString identityBefore = player.trackIdentity();
     const MprisPlayerState::Status statusBefore = player.status;
+    const double rateBefore = player.rate;
     // The position reached so far under the old status and rate, before either changes.
-    player.positionMicros = player.positionNow(at);
-    player.positionAtMicros = at;
+    const qint64 reached = player.positionNow(at);
+    std::optional<qint64> position;
     for (auto it = properties.begin(); it != properties.end(); ++it) {
         const QString& key = it.key();
         const QVariant& value = it.value();
@@ -234,7 +235,7 @@ void MprisPlayers::apply(MprisPlayerState& player, const QVariantMap& properties
         } else if (key == u"LoopStatus") {
             player.loopStatus = value.toString();
         } else if (key == u"Position") {
-            player.positionMicros = std::max<qint64>(value.toLongLong(), 0);
+            position = std::max<qint64>(value.toLongLong(), 0);
         } else if (key == u"Metadata") {
             const QVariantMap metadata = mapOf(value);
             const QString trackBefore = player.trackId;
@@ -245,9 +246,15 @@ void MprisPlayers::apply(MprisPlayerState& player, const QVariantMap& properties
             player.trackId = pathOf(metadata.value(QStringLiteral("mpris:trackid")));
             player.lengthMicros =
                 std::max<qint64>(metadata.value(QStringLiteral("mpris:length")).toLongLong(), 0);
-            if (player.trackId != trackBefore && !properties.contains(QStringLiteral("Position")))
-                player.positionMicros = 0;
+            if (player.trackId != trackBefore && !position)
+                position = 0;
         }
+    }
+    // The position is stamped again only when it was told or when what moves it changed, so
+    // that a change of anything else (the volume, say) reports the same position as before.
+    if (position || player.status != statusBefore || player.rate != rateBefore) {
+        player.positionMicros = position.value_or(reached);
+        player.positionAtMicros = at;
     }
     if (player.status != statusBefore || player.trackIdentity() != identityBefore)
         player.changeSerial = ++m_serial;
