@@ -12,12 +12,8 @@
 #include "VellPluginSDK/Protocol/PluginCapabilities.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -289,6 +285,9 @@ private slots:
         h.pid = m_sessions->processID(id);
         QVERIFY2(h.pid > 0, qPrintable(h.status()));
 
+        // A plugin that waits to be seen is looked at.
+        if (script.contains(waitVisible()))
+            h.present(true);
         if (drive) {
             drive(h);
             if (QTest::currentTestFailed())
@@ -324,7 +323,6 @@ void TestHostilePlugins::gateRows() {
     row("snapshot before ready", {snapshot("early", {}, "0")}, handshake);
     row("ready with sequence 1", {send(wire("ready", {}, "1"))}, handshake);
     row("second ready", {ready(), snapshot("one"), ready()}, repeated, {"one"});
-    row("sequence 0 after ready", {ready(), send(wire("heartbeat", {}, "0"))}, repeated);
     row("gaps pass, a repeated sequence ends",
         {ready(), snapshot("one", {}, "1"), snapshot("five", {}, "5"), snapshot("six", {}, "6"),
          send(wire("heartbeat", {}, "6"))},
@@ -465,32 +463,28 @@ void TestHostilePlugins::capabilityRows() {
 
 void TestHostilePlugins::frameRows() {
     const QStringList media{QStringLiteral("inline-media-v1")};
-    const Drive look = [](Harness& h) { h.present(true); };
     // The size is refused before anything else, even with nobody looking.
     row("frame of 65537 bytes", {ready(media), send(frame(jpeg(64, 64, 65537)))}, "Invalid media frame.");
     row("frame of 65536 bytes",
         {ready(media), waitVisible(), send(frame(jpeg(64, 64, 65536))), snapshot("done")}, running, {"done"},
         [](Harness& h) {
-            h.present(true);
             QVERIFY(h.waitShown("done"));
             QCOMPARE(h.sessions->frames().value(h.watched).jpeg.size(), 65536);
             QCOMPARE(h.frameSize(), QSize(64, 64));
         });
-    row("PNG as a frame", {ready(media), waitVisible(), send(frame(png))}, "Invalid media image.", {}, look);
+    row("PNG as a frame", {ready(media), waitVisible(), send(frame(png))}, "Invalid media image.");
     row("largest picture, then one pixel wider",
         {ready(media), waitVisible(), send(frame(jpeg(1280, 720))), snapshot("first"), waitFor("action"),
          send(frame(jpeg(1281, 720)))},
         "Invalid media image.", {"first"}, [](Harness& h) {
-            h.present(true);
             QVERIFY(h.waitShown("first"));
             QCOMPARE(h.frameSize(), QSize(1280, 720));
             h.now += 1;
             h.nudge();
         });
     row("one pixel taller", {ready(media), waitVisible(), send(frame(jpeg(1280, 721)))},
-        "Invalid media image.", {}, look);
-    row("no pixels wide", {ready(media), waitVisible(), send(frame(jpeg(0, 10)))}, "Invalid media image.", {},
-        look);
+        "Invalid media image.");
+    row("no pixels wide", {ready(media), waitVisible(), send(frame(jpeg(0, 10)))}, "Invalid media image.");
     // Not decoded at all while nobody looks: a PNG is no error then.
     row("frame while nobody looks", {ready(media), send(frame(png)), snapshot("done")}, running, {"done"},
         [](Harness& h) {
@@ -501,7 +495,6 @@ void TestHostilePlugins::frameRows() {
         {ready(media), waitVisible(), send(frame(jpeg(2, 2))), snapshot("a"), waitFor("action"),
          send(frame(jpeg(3, 3))), snapshot("b"), waitFor("action"), send(frame(jpeg(4, 4))), snapshot("c")},
         running, {"a", "b", "c"}, [](Harness& h) {
-            h.present(true);
             QVERIFY(h.waitShown("a"));
             QCOMPARE(h.frameSize(), QSize(2, 2));
             h.now += 0.0625;
@@ -515,7 +508,6 @@ void TestHostilePlugins::frameRows() {
         });
     row("stalled stream", {ready(media), waitVisible(), send(frame(jpeg(8, 8))), snapshot("done")}, running,
         {"done"}, [](Harness& h) {
-            h.present(true);
             QVERIFY(h.waitShown("done"));
             h.now += NativePluginSessions::staleFrameSeconds;
             QVERIFY(h.checkHealth());
@@ -528,7 +520,6 @@ void TestHostilePlugins::frameRows() {
     row("flood of frames",
         {ready(media), waitVisible(), send(frame(jpeg(8, 8))), send(frame(png), 300), snapshot("done")},
         running, {"done"}, [](Harness& h) {
-            h.present(true);
             QVERIFY(h.waitShown("done"));
             QCOMPARE(h.frameSize(), QSize(8, 8));
         });

@@ -1,7 +1,6 @@
 #include "VellHost/Plugins/NativePluginProcess.h"
 #include "VellPluginSDK/ModuleProblem.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
