@@ -1,7 +1,7 @@
-// A plugin that plays a script of misbehaviour, for the session tests. After the host's "hello"
-// it runs the steps of a JSON-lines script, one object a line, and then idles until it is
-// ended. The script lies in its own bundle (Contents/Resources/script.jsonl, signed with the
-// rest), or where VELL_HOSTILE_SCRIPT says.
+// A plugin that plays a script of misbehaviour, for the session and transport tests. After the
+// host's "hello" it runs the steps of a JSON-lines script, one object a line, and then idles
+// until it is ended. The script lies in its own bundle (Contents/Resources/script.jsonl, signed
+// with the rest).
 //
 // Steps:
 //   {"send": text, "copies": n, "newline": false, "padTo": bytes}
@@ -144,18 +144,12 @@ struct Player {
     }
 };
 
-QString scriptPath() {
-    if (const QString path = qEnvironmentVariable("VELL_HOSTILE_SCRIPT"); !path.isEmpty())
-        return path;
-    const QFileInfo executable(QFile::symLinkTarget(QStringLiteral("/proc/self/exe")));
-    return executable.absolutePath() + QStringLiteral("/../Resources/script.jsonl");
-}
-
 } // namespace
 
 int main() {
     terminationNote = notePath("term");
-    QFile file(scriptPath());
+    QFile file(QFileInfo(QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))).absolutePath() +
+               QStringLiteral("/../Resources/script.jsonl"));
     if (!file.open(QIODevice::ReadOnly))
         return 2;
     const QList<QByteArray> script = file.readAll().split('\n');

@@ -4,6 +4,9 @@
 // the placeholders the plugin fills in. HostilePlugin.cpp tells what each step does.
 
 #include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -21,9 +24,6 @@ inline QByteArray send(const QByteArray& text, int copies = 1) {
 }
 inline QByteArray sendPadded(const QByteArray& text, int padTo, bool newline = true) {
     return step({{"send", QString::fromUtf8(text)}, {"padTo", padTo}, {"newline", newline}});
-}
-inline QByteArray sendUnterminated(const QByteArray& text) {
-    return step({{"send", QString::fromUtf8(text)}, {"newline", false}});
 }
 inline QByteArray waitFor(const char* type, const char* with = "") {
     return step({{"wait", type}, {"with", with}});
@@ -124,6 +124,24 @@ inline const QByteArray png = QByteArray::fromBase64(
 
 inline QByteArray frame(const QByteArray& image) {
     return wire("frame", R"("frame":{"jpeg":")" + image.toBase64() + R"("})");
+}
+
+inline bool writeFile(const QString& path, const QByteArray& contents) {
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).absolutePath()) && file.open(QIODevice::WriteOnly) &&
+           file.write(contents) == contents.size();
+}
+
+// A copy of the hostile plugin in root/Contents/MacOS, where it finds its script; answers the
+// executable.
+inline QString placeHostile(const QString& root, const QByteArrayList& script) {
+    const QString executable = root + QStringLiteral("/Contents/MacOS/hostile");
+    if (!writeFile(root + QStringLiteral("/Contents/Resources/script.jsonl"), script.join('\n') + '\n') ||
+        !QDir().mkpath(QFileInfo(executable).absolutePath()) ||
+        !QFile::copy(qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/tests/HostilePlugin"),
+                     executable))
+        qFatal("cannot place the hostile plugin in %s", qPrintable(root));
+    return executable;
 }
 
 } // namespace vell::hostile

@@ -9,238 +9,107 @@
 #include <QTest>
 #include <QUuid>
 
-using namespace Qt::StringLiterals;
 using vell::NativePluginBundle;
+
+namespace {
+
+struct Ran {
+    int exitCode = -1;
+    QByteArray output;
+    QByteArray errors;
+};
+
+// The built vellctl, run to its end as an author would run it.
+Ran vellctl(const QStringList& arguments, const QByteArray& input = {}) {
+    QProcess process;
+    process.start(qEnvironmentVariable("VELL_BUILD_DIR") + "/bin/vellctl", arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+void row(const char* name, const QStringList& arguments, int exitCode, const QString& output,
+         const QString& errors = {}, const QByteArray& input = {}) {
+    QTest::newRow(name) << arguments << input << exitCode << output << errors;
+}
+
+// The fixed words of a command line, then the rest.
+QStringList words(const char* fixed, const QStringList& rest = {}) {
+    return QString::fromLatin1(fixed).split(u' ') + rest;
+}
+
+QString examplePlugins() {
+    return qEnvironmentVariable("VELL_BUILD_DIR") + "/examples/plugins";
+}
+
+const QString moduleUsage =
+    "usage: vellctl module validate FILE\n"
+    "usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
+    "[--event-feed ID --event-json TEXT]\n";
+const QString pluginUsage = "usage: vellctl plugin manifest FILE\n"
+                            "usage: vellctl plugin lines [--chunk N] [FILE]\n"
+                            "usage: vellctl plugin snapshot FILE\n"
+                            "usage: vellctl plugin fingerprint BUNDLE\n"
+                            "usage: vellctl plugin inspect BUNDLE\n"
+                            "usage: vellctl plugin sign BUNDLE KEY\n"
+                            "usage: vellctl plugin host BUNDLE [--send FILE]\n";
+const QString workflowUsage = "usage: vellctl workflow validate FILE [--catalog CATALOG]\n"
+                              "usage: vellctl workflow simulate FILE [--catalog CATALOG]\n"
+                              "usage: vellctl workflow export FILE\n";
+const QString invalidWorkflow = "Invalid workflow version, title or size.\n";
+
+} // namespace
 
 // Runs the built vellctl as an author would and checks what it prints and how it exits.
 class TestVellctl final : public QObject {
     Q_OBJECT
 
 private slots:
-    void run_data() {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("output");
-        QTest::addColumn<QString>("errors");
-        const QString data = qEnvironmentVariable("VELL_TEST_DATA");
-        // A usage error in a group lists that group's commands; without a group, every group's.
-        const QString usage =
-            u"usage: vellctl module validate FILE\n"
-            u"usage: vellctl module run FILE [--state JSON] [--configuration JSON] [--action ID] "
-            u"[--event-feed ID --event-json TEXT]\n"_s;
-        const QString everyUsage = usage + pluginUsage +
-                                   u"usage: vellctl router replay SCRIPT [--directory DIR]\n"_s +
-                                   workflowUsage;
-        const auto validate = [](const QString& file) {
-            return QStringList{u"module"_s, u"validate"_s, file};
-        };
-
-        // Every example that ships must stay valid.
-        const QDir examples(qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/modules"_s);
-        const QStringList packages = examples.entryList({u"*.ostavellmodule"_s}, QDir::Files);
-        QVERIFY(packages.size() >= 3);
-        for (const QString& package : packages)
-            QTest::addRow("example %s", qPrintable(package))
-                << validate(examples.filePath(package)) << 0 << u"OK\n"_s << QString();
-        QTest::addRow("validation failure") << validate(data + u"/undeclared-action.ostavellmodule"_s) << 1
-                                            << u"A button refers to an undeclared action.\n"_s << QString();
-        QTest::addRow("decoding failure")
-            << validate(data + u"/missing-script.ostavellmodule"_s) << 1
-            << u"This is not a valid OstaVell module package: \"script\" is missing\n"_s << QString();
-        QTest::addRow("unreadable file")
-            << validate(data + u"/absent.ostavellmodule"_s) << 1 << QString()
-            << u"vellctl: %1/absent.ostavellmodule: No such file or directory\n"_s.arg(data);
-        QTest::addRow("no arguments") << QStringList() << 2 << QString() << everyUsage;
-        QTest::addRow("unknown group") << QStringList{u"frobnicate"_s} << 2 << QString() << everyUsage;
-        QTest::addRow("unknown subcommand")
-            << QStringList{u"module"_s, u"check"_s} << 2 << QString() << usage;
-        QTest::addRow("missing file argument")
-            << QStringList{u"module"_s, u"validate"_s} << 2 << QString() << usage;
-        QTest::addRow("workflow export: no file")
-            << QStringList{u"workflow"_s, u"export"_s} << 2 << QString() << workflowUsage;
-        QTest::addRow("extra argument")
-            << validate(data + u"/valid.ostavellmodule"_s) + QStringList{u"x"_s} << 2 << QString() << usage;
-
-        // `module run` goes through the installed runner, as the app does.
-        const QString hello =
-            qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/modules/hello-vell.ostavellmodule"_s;
-        const QString echo = writeEcho();
-        const auto run = [](const QString& file, const QStringList& options) {
-            return QStringList{u"module"_s, u"run"_s, file} + options;
-        };
-        QTest::addRow("run: initial state and default settings")
-            << run(hello, {u"--action"_s, u"greet"_s}) << 0
-            << uR"({"count":"1","message":"Hello, friend!","progress":"10"})"_s + u'\n' << QString();
-        QTest::addRow("run: given state and configuration")
-            << run(hello, {u"--state"_s, uR"({"count":"4"})"_s, u"--configuration"_s,
-                           uR"({"greeting":"Hi","name":"Ada"})"_s, u"--action"_s, u"greet"_s})
-            << 0 << uR"({"count":"5","message":"Hi, Ada!","progress":"50"})"_s + u'\n' << QString();
-        QTest::addRow("run: event") << run(echo, {u"--event-feed"_s, u"sensor"_s, u"--event-json"_s, u"{}"_s})
-                                    << 0 << uR"({"count":"0","event":"sensor={}"})"_s + u'\n' << QString();
-        QTest::addRow("run: undeclared action") << run(hello, {u"--action"_s, u"launch"_s}) << 1
-                                                << u"This action is not available.\n"_s << QString();
-        QTest::addRow("run: state that is not JSON")
-            << run(hello, {u"--state"_s, u"count=4"_s}) << 1
-            << u"--state needs a JSON object of text values.\n"_s << QString();
-        QTest::addRow("run: script error") << run(echo, {}) << 1 << u"boom\n"_s << QString();
-    }
-
-    void run() {
-        QFETCH(QStringList, arguments);
-        QFETCH(int, exitCode);
-        QFETCH(QString, output);
-        QFETCH(QString, errors);
-
-        QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s, arguments);
-        QVERIFY(vellctl.waitForFinished(60000));
-        QCOMPARE(vellctl.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
-        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardError()), errors);
-        QCOMPARE(vellctl.exitCode(), exitCode);
-    }
-
-    // What a plugin author checks before the host ever sees it: manifests, streams and snapshots.
-    void plugin_data() {
+    void commands_data() {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("output");
-        const QString data = qEnvironmentVariable("VELL_TEST_DATA");
-        const QString examples = qEnvironmentVariable("VELL_SOURCE_DIR") + u"/examples/plugins/"_s;
-        for (const char* example : {"clock", "counter", "dice"})
-            QTest::addRow("example %s", example)
-                << QStringList{u"plugin"_s, u"manifest"_s,
-                               examples + QLatin1String(example) + u"/VellPlugin.json"_s}
-                << QByteArray() << 0 << u"OK\n"_s;
-        QTest::addRow("manifest: launch mode")
-            << QStringList{u"plugin"_s, u"manifest"_s, data + u"/plugin-manifest-daemon.json"_s}
-            << QByteArray() << 1 << u"Unsupported plugin launch mode.\n"_s;
-
-        // Keys in any order, a lower-case UUID, a null and spaces come back in the one form.
-        const QByteArray messy =
-            R"({ "sequence": 3, "type": "heartbeat", "apiVersion": 1, "action": null,)"
-            R"( "session": "6f9619ff-8b86-d011-b42d-00c04fc964ff", "pluginID": "com.example.a" })";
-        const QString canonical =
-            uR"({"apiVersion":1,"type":"heartbeat","pluginID":"com.example.a","session":"6F9619FF-8B86-D011-B42D-00C04FC964FF","sequence":3})"_s;
-        QTest::addRow("lines: one chunk")
-            << QStringList{u"plugin"_s, u"lines"_s} << messy + '\n' + messy + '\n'
-            << 0 << canonical + u'\n' + canonical + u'\n';
-        QTest::addRow("lines: byte by byte, rest kept unframed")
-            << QStringList{u"plugin"_s, u"lines"_s, u"--chunk"_s, u"1"_s} << messy + '\n' + messy << 0
-            << canonical + u'\n';
-        QTest::addRow("lines: an empty line") << QStringList{u"plugin"_s, u"lines"_s} << messy + "\n\n"
-                                              << 1 << u"error: Invalid plugin message size.\n"_s;
-        // A failure loses what the same chunk framed before it.
-        QTest::addRow("lines: from a file, one chunk")
-            << QStringList{u"plugin"_s, u"lines"_s, data + u"/plugin-lines-version2.jsonl"_s} << QByteArray()
-            << 1 << u"error: Incompatible plugin interface.\n"_s;
-        QTest::addRow("lines: from a file, in chunks")
-            << QStringList{u"plugin"_s, u"lines"_s, u"--chunk"_s, u"100"_s,
-                           data + u"/plugin-lines-version2.jsonl"_s}
-            << QByteArray() << 1 << canonical + u"\nerror: Incompatible plugin interface.\n"_s;
-
-        QTest::addRow("snapshot: valid")
-            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot.json"_s} << QByteArray() << 0
-            << u"OK\n"_s;
-        QTest::addRow("snapshot: empty panels")
-            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-snapshot-empty-panels.json"_s}
-            << QByteArray() << 1 << u"Invalid dashboard panels.\n"_s;
-        QTest::addRow("snapshot: not decodable")
-            << QStringList{u"plugin"_s, u"snapshot"_s, data + u"/plugin-manifest-daemon.json"_s}
-            << QByteArray() << 1 << u"\"title\" is missing\n"_s;
+        QTest::addColumn<QString>("errors");
+        moduleRows();
+        pluginRows();
+        bundleRows();
+        workflowRows();
     }
 
-    // Bundles: what the host's checks answer, and signing.
-    void bundle_data() {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("output");
-        const auto command = [](const char* name, const QStringList& rest) {
-            return QStringList{u"plugin"_s, QLatin1String(name)} + rest;
-        };
-        const QString dice = examplePlugins() + u"/Dice.app"_s;
-        const QString counter = examplePlugins() + u"/Counter.app"_s;
-        const QString absent = examplePlugins() + u"/Absent.app"_s;
-        QTest::addRow("fingerprint") << command("fingerprint", {dice}) << 0
-                                     << NativePluginBundle::fingerprint(dice) + u'\n';
-        QTest::addRow("fingerprint: not a bundle") << command("fingerprint", {examplePlugins()}) << 1
-                                                   << u"Choose a plugin app bundle, not a symlink.\n"_s;
-        QTest::addRow("fingerprint: nothing there")
-            << command("fingerprint", {absent}) << 1 << u"Cannot read plugin bundle.\n"_s;
-        QTest::addRow("inspect: child") << command("inspect", {dice}) << 0
-                                        << u"id: app.ostavell.example.dice\nname: Dice\nversion: 1.0.0\n"
-                                           u"capabilities: [\"Rolls a die\"]\nlaunch mode: child\n"
-                                           u"signature: valid\nfingerprint: "_s +
-                                               NativePluginBundle::fingerprint(dice) + u'\n';
-        QTest::addRow("inspect: application")
-            << command("inspect", {counter}) << 0
-            << u"id: app.ostavell.example.counter\nname: Counter\nversion: 1.0.0\n"
-               u"capabilities: [\"Counts button presses\"]\nlaunch mode: application\n"
-               u"signature: valid\nfingerprint: "_s +
-                   NativePluginBundle::fingerprint(counter) + u'\n';
-        QTest::addRow("inspect: unsigned")
-            << command("inspect", {unsignedDice()}) << 1 << u"The plugin's code signature is invalid.\n"_s;
-        QTest::addRow("inspect: nothing there")
-            << command("inspect", {absent}) << 1 << u"No such file or directory\n"_s;
-        QTest::addRow("sign: no key") << command("sign", {dice}) << 2 << QString();
-        QTest::addRow("sign: key absent")
-            << command("sign", {unsignedDice(), absent}) << 1
-            << u"Could not sign the plugin: Couldn't load public key %1: No such file or directory\n"_s.arg(
-                   absent);
-    }
-
-    void bundle() {
+    void commands() {
         QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, input);
         QFETCH(int, exitCode);
         QFETCH(QString, output);
-        QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s, arguments);
-        QVERIFY(vellctl.waitForFinished(60000));
-        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
-        QCOMPARE(vellctl.exitCode(), exitCode);
+        QFETCH(QString, errors);
+        const Ran ran = vellctl(arguments, input);
+        QCOMPARE(QString::fromUtf8(ran.output), output);
+        QCOMPARE(QString::fromUtf8(ran.errors), errors);
+        QCOMPARE(ran.exitCode, exitCode);
     }
 
     // An author signs with any SSH key, and the host's checks then pass.
     void signThenInspect() {
         const QString bundle = unsignedDice();
-        const QString key = examplePlugins() + u"/signing-key"_s;
-        QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
-                      {u"plugin"_s, u"sign"_s, bundle, key});
-        QVERIFY(vellctl.waitForFinished(60000));
-        QCOMPARE(vellctl.readAllStandardOutput(), QByteArray("OK\n"));
-        QCOMPARE(vellctl.exitCode(), 0);
+        const Ran ran = vellctl({"plugin", "sign", bundle, examplePlugins() + "/signing-key"});
+        QCOMPARE(ran.output, QByteArray("OK\n"));
+        QCOMPARE(ran.exitCode, 0);
         QCOMPARE(NativePluginBundle::inspect(bundle).fingerprint, NativePluginBundle::fingerprint(bundle));
-    }
-
-    void plugin() {
-        QFETCH(QStringList, arguments);
-        QFETCH(QByteArray, input);
-        QFETCH(int, exitCode);
-        QFETCH(QString, output);
-        QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s, arguments);
-        vellctl.write(input);
-        vellctl.closeWriteChannel();
-        QVERIFY(vellctl.waitForFinished(60000));
-        QCOMPARE(QString::fromUtf8(vellctl.readAllStandardOutput()), output);
-        QCOMPARE(vellctl.exitCode(), exitCode);
     }
 
     // An author runs a plugin in a real session: the handshake, the snapshot, a press sent from
     // a file and its answer, then the end the app would show.
     void hostRunsASession() {
-        QFile send(m_dir.filePath(u"send.jsonl"_s));
-        QVERIFY(send.open(QIODevice::WriteOnly));
-        send.write(
-            R"({"apiVersion":1,"type":"action","pluginID":"x","session":"00000000-0000-0000-0000-000000000000","sequence":0,"action":"roll"})"
-            "\n");
-        send.close();
+        const QString send =
+            file("send.jsonl", "{\"apiVersion\":1,\"type\":\"action\",\"pluginID\":\"x\",\"session\":"
+                               "\"00000000-0000-0000-0000-000000000000\",\"sequence\":0,"
+                               "\"action\":\"roll\"}\n");
         QProcess vellctl;
-        vellctl.start(
-            qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
-            {u"plugin"_s, u"host"_s, examplePlugins() + u"/Dice.app"_s, u"--send"_s, send.fileName()});
+        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + "/bin/vellctl",
+                      {"plugin", "host", examplePlugins() + "/Dice.app", "--send", send});
         QByteArray output;
         QTRY_VERIFY_WITH_TIMEOUT((output += vellctl.readAllStandardOutput()).contains("You rolled"), 30000);
         vellctl.terminate();
@@ -254,85 +123,15 @@ private slots:
         QCOMPARE(vellctl.exitCode(), 0);
     }
 
-    // A workflow as a run would judge it: valid, refused with the first sentence, and the
-    // catalogue's presence tests only when a catalogue is given.
-    void workflowValidate() {
-        const QByteArray send = R"({"id":"send","position":{"x":280,"y":180},"data":{"kind":"action",)"
-                                R"("title":"Send","address":{"plugin":"cafe.osta","name":"send"},)"
-                                R"("action":{"id":"send","title":"Send","input":{"fields":[]},)"
-                                R"("output":{"fields":[]},"effect":"readOnly","cancellable":false,)"
-                                R"("timeoutSeconds":10},"arguments":{}}})";
-        const QString alone =
-            file(u"alone.json"_s, header + R"("title":"Flow","nodes":[)" + start + "],\"edges\":[]}");
-        const QString untitled =
-            file(u"untitled.json"_s, header + R"("title":"","nodes":[)" + start + "],\"edges\":[]}");
-        const QString sending =
-            file(u"send.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' + send +
-                                     R"(],"edges":[{"id":"e","source":"start","target":"send"}]})");
-        const QString empty = file(u"empty-catalog.json"_s, "[]");
-        const auto check = [](const QStringList& arguments, const QByteArray& output, int exitCode) {
-            checkWorkflow(QStringList{u"validate"_s} + arguments, output, exitCode);
-        };
-        check({alone}, "OK\n", 0);
-        check({untitled}, "Invalid workflow version, title or size.\n", 1);
-        check({sending}, "OK\n", 0);
-        check({sending, u"--catalog"_s, empty},
-              "Send: its module is missing or the action changed. Choose it again.\n", 1);
-        // A valid workflow a script can't reproduce refuses the export with the same sentence as the app.
-        checkWorkflow({u"export"_s, sending},
-                      "Shell script export currently supports only manual starts and literal Shortcut "
-                      "actions. Conditions, events, AI, reviews and module actions cannot be omitted.\n",
-                      1);
-    }
-
-    // The exported script runs the Shortcut steps in the order of the edges, not of the array, and
-    // quotes each name so that the shell takes it as it is.
-    void workflowExport() {
-        const QJsonObject action =
-            QJsonDocument::fromJson(R"({"kind":"action","title":"Run a shortcut",)"
-                                    R"("address":{"plugin":"local.ostavell.utilities","name":"shortcut"},)"
-                                    R"("action":{"id":"shortcut","title":"Run Shortcut","input":{"fields":)"
-                                    R"([{"name":"name","kind":"string","required":true}]},)"
-                                    R"("output":{"fields":[]},"effect":"readOnly","cancellable":false,)"
-                                    R"("timeoutSeconds":10}})")
-                .object();
-        const auto shortcut = [&action](const QString& id, const QString& name) {
-            QJsonObject data = action;
-            data.insert(u"arguments"_s, QJsonObject{{u"name"_s, QJsonObject{{u"value"_s, name}}}});
-            const QJsonObject node{
-                {u"id"_s, id}, {u"position"_s, QJsonObject{{u"x"_s, 280}, {u"y"_s, 180}}}, {u"data"_s, data}};
-            return QJsonDocument(node).toJson(QJsonDocument::Compact);
-        };
-        const QString shortcuts =
-            file(u"shortcuts.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' +
-                                          shortcut(u"b"_s, u"Back up"_s) + ',' +
-                                          shortcut(u"a"_s, u"It's $HOME \\ \"now\""_s) +
-                                          R"(],"edges":[{"id":"e1","source":"start","target":"a"},)"
-                                          R"({"id":"e2","source":"a","target":"b"}]})");
-        checkWorkflow({u"export"_s, shortcuts},
-                      "#!/bin/sh\n"
-                      "# Exported by OstaVell. Review before running.\n"
-                      "ostavell-shortcuts run 'It'\\''s $HOME \\ \"now\"'\n"
-                      "ostavell-shortcuts run 'Back up'\n",
-                      0);
-        const QString untitled =
-            file(u"export-untitled.json"_s, header + R"("title":"","nodes":[)" + start + "],\"edges\":[]}");
-        checkWorkflow({u"export"_s, untitled}, "Invalid workflow version, title or size.\n", 1);
-    }
-
     // A simulation walks the workflow as a run would, evaluating conditions, passing reviews and
-    // standing sample outputs in for actions, and prints the timeline it ends with.
-    void workflowSimulate() {
-        // An action step "Step ID" whose action declares these output fields.
-        const auto action = [](const QByteArray& id, const QByteArray& output) {
-            return QByteArray(R"({"id":"ID","position":{"x":280,"y":180},"data":{"kind":"action",)"
-                              R"("title":"Step ID","address":{"plugin":"cafe.osta","name":"send"},)"
-                              R"("action":{"id":"send","title":"Send","input":{"fields":[]},)"
-                              R"("output":{"fields":[OUTPUT]},"effect":"readOnly","cancellable":false,)"
-                              R"("timeoutSeconds":10},"arguments":{}}})")
-                .replace("ID", id)
-                .replace("OUTPUT", output);
-        };
+    // standing sample outputs in for actions, and prints the timeline it ends with: the phase and
+    // detail of the run, and each step as "node phase detail".
+    void workflowSimulate_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("phase");
+        QTest::addColumn<QString>("detail");
+        QTest::addColumn<QStringList>("steps");
         const QByteArray condition = R"({"id":"if","position":{"x":0,"y":0},"data":{"kind":"condition",)"
                                      R"("title":"If","arguments":{},"test":{"value":"go"},)"
                                      R"("comparison":"equals","expected":"stop"}})";
@@ -340,52 +139,227 @@ private slots:
                                   R"("data":{"kind":"review","title":"Check","arguments":{}}})";
         // The condition is false, so the run takes its "no" output to the review and never
         // reaches the action on "yes".
-        const QString branching = file(
-            u"branching.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' + action("send", {}) +
-                                     ',' + condition + ',' + review + ',' + action("other", {}) +
-                                     R"(],"edges":[{"id":"e1","source":"start","target":"send"},)"
-                                     R"({"id":"e2","source":"send","target":"if"},)"
-                                     R"({"id":"e3","source":"if","target":"check","sourceHandle":"no"},)"
-                                     R"({"id":"e4","source":"if","target":"other","sourceHandle":"yes"}]})");
-        const QString untitled =
-            file(u"simulate-untitled.json"_s, header + R"("title":"","nodes":[)" + start + "],\"edges\":[]}");
+        const QString branching =
+            flow("branching.json", "Flow", {step("send"), condition, review, step("other")},
+                 R"([{"id":"e1","source":"start","target":"send"},{"id":"e2","source":"send","target":"if"},)"
+                 R"({"id":"e3","source":"if","target":"check","sourceHandle":"no"},)"
+                 R"({"id":"e4","source":"if","target":"other","sourceHandle":"yes"}])");
         const QString asking =
-            file(u"asking.json"_s, header + R"("title":"Flow","nodes":[)" + start + ',' +
-                                       action("ask", R"({"name":"reply","kind":"string","required":true})") +
-                                       R"(],"edges":[{"id":"e","source":"start","target":"ask"}]})");
-        const QString empty = file(u"simulate-empty-catalog.json"_s, "[]");
-        const QString noEdges =
-            file(u"no-edges.json"_s, header + R"("title":"Flow","nodes":[)" + start + "]}");
-
-        simulate({branching}, 0, u"simulated"_s, {},
-                 {u"start simulated"_s, u"send simulated"_s, u"if simulated"_s,
-                  u"check simulated Review simulated"_s});
-        simulate({untitled}, 1, u"failed"_s, u"Invalid workflow version, title or size."_s, {});
+            flow("asking.json", "Flow", {step("ask", R"({"name":"reply","kind":"string","required":true})")},
+                 R"([{"id":"e","source":"start","target":"ask"}])");
+        const QString needsSample = "Simulation needs sample outputs for Step ask; no action was run.";
+        QTest::newRow("branching") << QStringList{"simulate", branching} << 0 << "simulated" << QString()
+                                   << QStringList{"start simulated", "send simulated", "if simulated",
+                                                  "check simulated Review simulated"};
+        QTest::newRow("invalid") << QStringList{"simulate", untitled()} << 1 << "failed"
+                                 << invalidWorkflow.trimmed() << QStringList();
         // With a catalogue, its presence tests apply as they do before a real run.
-        simulate({branching, u"--catalog"_s, empty}, 1, u"failed"_s,
-                 u"Step send: its module is missing or the action changed. Choose it again."_s, {});
-        const QString needsSample = u"Simulation needs sample outputs for Step ask; no action was run."_s;
-        simulate({asking}, 1, u"failed"_s, needsSample,
-                 {u"start simulated"_s, u"ask failed "_s + needsSample});
-        checkWorkflow({u"simulate"_s, noEdges}, "\"edges\" is missing\n", 1);
+        QTest::newRow("with a catalogue")
+            << QStringList{"simulate", branching, "--catalog", emptyCatalog()} << 1 << "failed"
+            << "Step send: its module is missing or the action changed. Choose it again." << QStringList();
+        QTest::newRow("no sample output") << QStringList{"simulate", asking} << 1 << "failed" << needsSample
+                                          << QStringList{"start simulated", "ask failed " + needsSample};
+    }
+
+    // Ids and dates are fresh in every run, so only their presence counts.
+    void workflowSimulate() {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, phase);
+        QFETCH(QString, detail);
+        QFETCH(QStringList, steps);
+        const Ran ran = vellctl(QStringList{"workflow"} + arguments);
+        QCOMPARE(ran.exitCode, exitCode);
+        QVERIFY2(ran.output.endsWith('\n') && ran.output.count('\n') == 1, ran.output.constData());
+        const QJsonObject timeline = QJsonDocument::fromJson(ran.output).object();
+        QVERIFY(!QUuid::fromString(timeline.value("id").toString()).isNull());
+        QCOMPARE(timeline.value("workflowID").toString(), "7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB");
+        QCOMPARE(timeline.value("phase").toString(), phase);
+        QCOMPARE(timeline.value("detail").toString(), detail);
+        QVERIFY(timeline.value("date").toDouble() > 0);
+        QVERIFY(timeline.value("endedAt").toDouble() >= timeline.value("date").toDouble());
+        QStringList seen;
+        for (const QJsonValue& value : timeline.value("steps").toArray()) {
+            const QJsonObject step = value.toObject();
+            QVERIFY(step.contains("startedAt") && step.contains("endedAt"));
+            QStringList words{step.value("node").toString(), step.value("phase").toString()};
+            if (step.contains("detail"))
+                words.append(step.value("detail").toString());
+            seen.append(words.join(u' '));
+        }
+        QCOMPARE(seen, steps);
     }
 
     // The README shows the smallest example plugin whole; it must be the one that builds.
     void readmeShowsTheClockExample() {
         const QString source = qEnvironmentVariable("VELL_SOURCE_DIR");
-        QFile readme(source + u"/README.md"_s);
-        QFile example(source + u"/examples/plugins/clock/main.cpp"_s);
+        QFile readme(source + "/README.md");
+        QFile example(source + "/examples/plugins/clock/main.cpp");
         QVERIFY(readme.open(QIODevice::ReadOnly) && example.open(QIODevice::ReadOnly));
         QVERIFY(readme.readAll().contains("```cpp\n" + example.readAll() + "```\n"));
     }
 
 private:
-    const QString workflowUsage = u"usage: vellctl workflow validate FILE [--catalog CATALOG]\n"
-                                  u"usage: vellctl workflow simulate FILE [--catalog CATALOG]\n"
-                                  u"usage: vellctl workflow export FILE\n"_s;
-    const QByteArray start = R"({"id":"start","position":{"x":80,"y":180},)"
-                             R"("data":{"kind":"manual","title":"When I run it","arguments":{}}})";
-    const QByteArray header = R"({"schemaVersion":1,"id":"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB",)";
+    void moduleRows() {
+        const QString data = qEnvironmentVariable("VELL_TEST_DATA");
+        // A usage error in a group lists that group's commands; without a group, every group's.
+        const QString everyUsage = moduleUsage + pluginUsage +
+                                   "usage: vellctl router replay SCRIPT [--directory DIR]\n" + workflowUsage;
+
+        // Every example that ships must stay valid.
+        const QDir examples(qEnvironmentVariable("VELL_SOURCE_DIR") + "/examples/modules");
+        const QStringList packages = examples.entryList({"*.ostavellmodule"}, QDir::Files);
+        QVERIFY(packages.size() >= 3);
+        for (const QString& package : packages)
+            row(qPrintable("example " + package), words("module validate", {examples.filePath(package)}), 0,
+                "OK\n");
+        row("validation failure", words("module validate", {data + "/undeclared-action.ostavellmodule"}), 1,
+            "A button refers to an undeclared action.\n");
+        row("decoding failure", words("module validate", {data + "/missing-script.ostavellmodule"}), 1,
+            "This is not a valid OstaVell module package: \"script\" is missing\n");
+        row("unreadable file", words("module validate", {data + "/absent.ostavellmodule"}), 1, {},
+            "vellctl: " + data + "/absent.ostavellmodule: No such file or directory\n");
+        row("no arguments", {}, 2, {}, everyUsage);
+        row("unknown group", {"frobnicate"}, 2, {}, everyUsage);
+        row("unknown subcommand", {"module", "check"}, 2, {}, moduleUsage);
+        row("missing file argument", {"module", "validate"}, 2, {}, moduleUsage);
+        row("extra argument", words("module validate", {data + "/valid.ostavellmodule", "x"}), 2, {},
+            moduleUsage);
+
+        // `module run` goes through the installed runner, as the app does.
+        const QString hello =
+            qEnvironmentVariable("VELL_SOURCE_DIR") + "/examples/modules/hello-vell.ostavellmodule";
+        // A legacy module with a feed: it echoes the event it gets, and fails without one.
+        const QString echo =
+            file("echo.ostavellmodule",
+                 R"({"schemaVersion":1,"hostAPIVersion":1,"id":"cafe.osta.echo","name":"Echo",)"
+                 R"("version":"1.0.0","author":"Tests","summary":"","permissions":["local.mqtt.read"],)"
+                 R"("feeds":[{"id":"sensor","label":"Sensor"}],"initialState":{"count":"0"},"settings":[],)"
+                 "\"actions\":[],\"card\":[],\"page\":[],\"script\":\"function run(r) { if (!r.event) throw "
+                 "'boom'; "
+                 "return { count: r.state.count, event: r.event.feedID + '=' + r.event.json }; }\"}");
+        row("run: initial state and default settings", words("module run", {hello, "--action", "greet"}), 0,
+            "{\"count\":\"1\",\"message\":\"Hello, friend!\",\"progress\":\"10\"}\n");
+        row("run: given state and configuration",
+            words("module run", {hello, "--state", "{\"count\":\"4\"}", "--configuration",
+                                 "{\"greeting\":\"Hi\",\"name\":\"Ada\"}", "--action", "greet"}),
+            0, "{\"count\":\"5\",\"message\":\"Hi, Ada!\",\"progress\":\"50\"}\n");
+        row("run: event", words("module run", {echo, "--event-feed", "sensor", "--event-json", "{}"}), 0,
+            "{\"count\":\"0\",\"event\":\"sensor={}\"}\n");
+        row("run: undeclared action", words("module run", {hello, "--action", "launch"}), 1,
+            "This action is not available.\n");
+        row("run: state that is not JSON", words("module run", {hello, "--state", "count=4"}), 1,
+            "--state needs a JSON object of text values.\n");
+        row("run: script error", words("module run", {echo}), 1, "boom\n");
+    }
+
+    // What a plugin author checks before the host ever sees it: manifests, streams and snapshots.
+    void pluginRows() {
+        const QString data = qEnvironmentVariable("VELL_TEST_DATA");
+        const QString examples = qEnvironmentVariable("VELL_SOURCE_DIR") + "/examples/plugins/";
+        for (const QString example : {"clock", "counter", "dice"})
+            row(qPrintable("example " + example),
+                words("plugin manifest", {examples + example + "/VellPlugin.json"}), 0, "OK\n");
+        row("manifest: launch mode", words("plugin manifest", {data + "/plugin-manifest-daemon.json"}), 1,
+            "Unsupported plugin launch mode.\n");
+
+        // Keys in any order, a lower-case UUID, a null and spaces come back in the one form.
+        const QByteArray messy =
+            "{ \"sequence\": 3, \"type\": \"heartbeat\", \"apiVersion\": 1, \"action\": null, "
+            "\"session\": \"6f9619ff-8b86-d011-b42d-00c04fc964ff\", \"pluginID\": \"com.example.a\" }";
+        const QString canonical = "{\"apiVersion\":1,\"type\":\"heartbeat\",\"pluginID\":\"com.example.a\","
+                                  "\"session\":\"6F9619FF-8B86-D011-B42D-00C04FC964FF\",\"sequence\":3}\n";
+        row("lines: one chunk", words("plugin lines"), 0, canonical + canonical, {},
+            messy + '\n' + messy + '\n');
+        row("lines: byte by byte, rest kept unframed", words("plugin lines --chunk 1"), 0, canonical, {},
+            messy + '\n' + messy);
+        row("lines: an empty line", words("plugin lines"), 1, "error: Invalid plugin message size.\n", {},
+            messy + "\n\n");
+        // A failure loses what the same chunk framed before it.
+        const QString version2 = data + "/plugin-lines-version2.jsonl";
+        row("lines: from a file, one chunk", words("plugin lines", {version2}), 1,
+            "error: Incompatible plugin interface.\n");
+        row("lines: from a file, in chunks", words("plugin lines --chunk 100", {version2}), 1,
+            canonical + "error: Incompatible plugin interface.\n");
+
+        row("snapshot: valid", words("plugin snapshot", {data + "/plugin-snapshot.json"}), 0, "OK\n");
+        row("snapshot: empty panels", words("plugin snapshot", {data + "/plugin-snapshot-empty-panels.json"}),
+            1, "Invalid dashboard panels.\n");
+        row("snapshot: not decodable", words("plugin snapshot", {data + "/plugin-manifest-daemon.json"}), 1,
+            "\"title\" is missing\n");
+    }
+
+    // Bundles: what the host's checks answer, and signing.
+    void bundleRows() {
+        const QString dice = examplePlugins() + "/Dice.app";
+        const QString counter = examplePlugins() + "/Counter.app";
+        const QString absent = examplePlugins() + "/Absent.app";
+        row("fingerprint", words("plugin fingerprint", {dice}), 0,
+            NativePluginBundle::fingerprint(dice) + '\n');
+        row("fingerprint: not a bundle", words("plugin fingerprint", {examplePlugins()}), 1,
+            "Choose a plugin app bundle, not a symlink.\n");
+        row("fingerprint: nothing there", words("plugin fingerprint", {absent}), 1,
+            "Cannot read plugin bundle.\n");
+        row("inspect: child", words("plugin inspect", {dice}), 0,
+            "id: app.ostavell.example.dice\nname: Dice\nversion: 1.0.0\ncapabilities: [\"Rolls a die\"]\n"
+            "launch mode: child\nsignature: valid\nfingerprint: " +
+                NativePluginBundle::fingerprint(dice) + '\n');
+        row("inspect: application", words("plugin inspect", {counter}), 0,
+            "id: app.ostavell.example.counter\nname: Counter\nversion: 1.0.0\ncapabilities: [\"Counts button "
+            "presses\"]\nlaunch mode: application\nsignature: valid\nfingerprint: " +
+                NativePluginBundle::fingerprint(counter) + '\n');
+        row("inspect: unsigned", words("plugin inspect", {unsignedDice()}), 1,
+            "The plugin's code signature is invalid.\n");
+        row("inspect: nothing there", words("plugin inspect", {absent}), 1, "No such file or directory\n");
+        row("sign: no key", words("plugin sign", {dice}), 2, {}, pluginUsage);
+        row("sign: key absent", words("plugin sign", {unsignedDice(), absent}), 1,
+            "Could not sign the plugin: Couldn't load public key " + absent +
+                ": No such file or directory\n");
+    }
+
+    // A workflow as a run would judge it: valid, refused with the first sentence, and the
+    // catalogue's presence tests only when a catalogue is given. The exported script runs the
+    // Shortcut steps in the order of the edges, not of the array, and quotes each name so that
+    // the shell takes it as it is.
+    void workflowRows() {
+        const auto shortcut = [](const QByteArray& id, const QString& name) {
+            const QByteArray quoted =
+                QJsonDocument(QJsonArray{name}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
+            return QByteArray(
+                       R"({"id":"ID","position":{"x":280,"y":180},"data":{"kind":"action",)"
+                       R"("title":"Run a shortcut","address":{"plugin":"local.ostavell.utilities",)"
+                       R"("name":"shortcut"},"action":{"id":"shortcut","title":"Run Shortcut","input":)"
+                       R"({"fields":[{"name":"name","kind":"string","required":true}]},"output":{"fields":[]},)"
+                       R"("effect":"readOnly","cancellable":false,"timeoutSeconds":10},)"
+                       R"("arguments":{"name":{"value":NAME}}}})")
+                .replace("ID", id)
+                .replace("NAME", quoted);
+        };
+        const QString shortcuts =
+            flow("shortcuts.json", "Flow", {shortcut("b", "Back up"), shortcut("a", "It's $HOME \\ \"now\"")},
+                 R"([{"id":"e1","source":"start","target":"a"},{"id":"e2","source":"a","target":"b"}])");
+        const QString sending =
+            flow("send.json", "Flow", {step("send")}, R"([{"id":"e","source":"start","target":"send"}])");
+
+        row("workflow validate", words("workflow validate", {flow("alone.json", "Flow", {}, "[]")}), 0,
+            "OK\n");
+        row("workflow validate: invalid", words("workflow validate", {untitled()}), 1, invalidWorkflow);
+        row("workflow validate: an action", words("workflow validate", {sending}), 0, "OK\n");
+        row("workflow validate: with a catalogue",
+            words("workflow validate", {sending, "--catalog", emptyCatalog()}), 1,
+            "Step send: its module is missing or the action changed. Choose it again.\n");
+        row("workflow export", words("workflow export", {shortcuts}), 0,
+            "#!/bin/sh\n# Exported by OstaVell. Review before running.\n"
+            "ostavell-shortcuts run 'It'\\''s $HOME \\ \"now\"'\nostavell-shortcuts run 'Back up'\n");
+        row("workflow export: invalid", words("workflow export", {untitled()}), 1, invalidWorkflow);
+        // A valid workflow a script can't reproduce refuses the export with the same sentence as the app.
+        row("workflow export: an action", words("workflow export", {sending}), 1,
+            "Shell script export currently supports only manual starts and literal Shortcut actions. "
+            "Conditions, events, AI, reviews and module actions cannot be omitted.\n");
+        row("workflow export: no file", words("workflow export"), 2, {}, workflowUsage);
+        row("workflow simulate: no edges",
+            words("workflow simulate", {flow("no-edges.json", "Flow", {}, {})}), 1, "\"edges\" is missing\n");
+    }
 
     QString file(const QString& name, const QByteArray& text) {
         QFile out(m_dir.filePath(name));
@@ -394,82 +368,43 @@ private:
         return out.fileName();
     }
 
-    // Runs a simulation and checks its timeline: the phase and detail of the run, and each step
-    // as "node phase detail". Ids and dates are fresh in every run, so only their presence counts.
-    static void simulate(const QStringList& arguments, int exitCode, const QString& phase,
-                         const QString& detail, const QStringList& steps) {
-        QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
-                      QStringList{u"workflow"_s, u"simulate"_s} + arguments);
-        QVERIFY(vellctl.waitForFinished(60000));
-        QCOMPARE(vellctl.exitCode(), exitCode);
-        const QByteArray output = vellctl.readAllStandardOutput();
-        QVERIFY2(output.endsWith('\n') && output.count('\n') == 1, output.constData());
-        const QJsonObject timeline = QJsonDocument::fromJson(output).object();
-        QVERIFY(!QUuid::fromString(timeline.value(u"id"_s).toString()).isNull());
-        QCOMPARE(timeline.value(u"workflowID"_s).toString(), u"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB"_s);
-        QCOMPARE(timeline.value(u"phase"_s).toString(), phase);
-        QCOMPARE(timeline.value(u"detail"_s).toString(), detail);
-        QVERIFY(timeline.value(u"date"_s).toDouble() > 0);
-        QVERIFY(timeline.value(u"endedAt"_s).toDouble() >= timeline.value(u"date"_s).toDouble());
-        QStringList seen;
-        for (const QJsonValue& value : timeline.value(u"steps"_s).toArray()) {
-            const QJsonObject step = value.toObject();
-            QVERIFY(step.contains(u"startedAt"_s) && step.contains(u"endedAt"_s));
-            QStringList words{step.value(u"node"_s).toString(), step.value(u"phase"_s).toString()};
-            if (step.contains(u"detail"_s))
-                words.append(step.value(u"detail"_s).toString());
-            seen.append(words.join(u' '));
-        }
-        QCOMPARE(seen, steps);
+    // A workflow that starts by hand and goes on to these nodes; without edges at all when none
+    // are given.
+    QString flow(const QString& name, const QByteArray& title, const QByteArrayList& nodes,
+                 const QByteArray& edges) {
+        const QByteArray start = R"({"id":"start","position":{"x":80,"y":180},)"
+                                 R"("data":{"kind":"manual","title":"When I run it","arguments":{}}})";
+        const QByteArray text =
+            "{\"schemaVersion\":1,\"id\":\"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB\",\"title\":\"" + title +
+            "\",\"nodes\":[" + (QByteArrayList{start} + nodes).join(',') + ']';
+        return file(name, text + (edges.isEmpty() ? QByteArray() : ",\"edges\":" + edges) + '}');
     }
 
-    static void checkWorkflow(const QStringList& arguments, const QByteArray& output, int exitCode) {
-        QProcess vellctl;
-        vellctl.start(qEnvironmentVariable("VELL_BUILD_DIR") + u"/bin/vellctl"_s,
-                      QStringList{u"workflow"_s} + arguments);
-        QVERIFY(vellctl.waitForFinished(60000));
-        QCOMPARE(vellctl.readAllStandardOutput(), output);
-        QCOMPARE(vellctl.exitCode(), exitCode);
-    }
+    QString untitled() { return flow("untitled.json", "", {}, "[]"); }
+    QString emptyCatalog() { return file("empty-catalog.json", "[]"); }
 
-    const QString pluginUsage = u"usage: vellctl plugin manifest FILE\n"
-                                u"usage: vellctl plugin lines [--chunk N] [FILE]\n"
-                                u"usage: vellctl plugin snapshot FILE\n"
-                                u"usage: vellctl plugin fingerprint BUNDLE\n"
-                                u"usage: vellctl plugin inspect BUNDLE\n"
-                                u"usage: vellctl plugin sign BUNDLE KEY\n"
-                                u"usage: vellctl plugin host BUNDLE [--send FILE]\n"_s;
+    // An action step "Step ID" whose action declares these output fields.
+    static QByteArray step(const QByteArray& id, const QByteArray& output = {}) {
+        return QByteArray(R"({"id":"ID","position":{"x":280,"y":180},"data":{"kind":"action",)"
+                          R"("title":"Step ID","address":{"plugin":"cafe.osta","name":"send"},)"
+                          R"("action":{"id":"send","title":"Send","input":{"fields":[]},)"
+                          R"("output":{"fields":[OUTPUT]},"effect":"readOnly","cancellable":false,)"
+                          R"("timeoutSeconds":10},"arguments":{}}})")
+            .replace("ID", id)
+            .replace("OUTPUT", output);
+    }
 
     // A copy of the built Dice bundle without its signature.
     QString unsignedDice() {
-        const QString folder = m_dir.filePath(u"unsigned-%1"_s.arg(++m_copies));
+        const QString folder = m_dir.filePath(QStringLiteral("unsigned-%1").arg(++m_copies));
         QDir().mkpath(folder);
-        QProcess::execute(u"cp"_s, {u"-a"_s, examplePlugins() + u"/Dice.app"_s, folder});
-        QFile::remove(folder + u"/Dice.app/"_s + NativePluginBundle::signatureFile.toString());
-        return folder + u"/Dice.app"_s;
-    }
-
-    static QString examplePlugins() {
-        return qEnvironmentVariable("VELL_BUILD_DIR") + u"/examples/plugins"_s;
-    }
-
-    int m_copies = 0;
-
-    // A legacy module with a feed: it echoes the event it gets, and fails without one.
-    QString writeEcho() {
-        QFile file(m_dir.filePath(u"echo.ostavellmodule"_s));
-        if (file.open(QIODevice::WriteOnly))
-            file.write(
-                R"({"schemaVersion":1,"hostAPIVersion":1,"id":"cafe.osta.echo","name":"Echo",)"
-                R"("version":"1.0.0","author":"Tests","summary":"","permissions":["local.mqtt.read"],)"
-                R"("feeds":[{"id":"sensor","label":"Sensor"}],"initialState":{"count":"0"},"settings":[],)"
-                R"("actions":[],"card":[],"page":[],"script":"function run(r) { if (!r.event) throw 'boom'; )"
-                R"(return { count: r.state.count, event: r.event.feedID + '=' + r.event.json }; }"})");
-        return file.fileName();
+        QProcess::execute("cp", {"-a", examplePlugins() + "/Dice.app", folder});
+        QFile::remove(folder + "/Dice.app/" + NativePluginBundle::signatureFile.toString());
+        return folder + "/Dice.app";
     }
 
     QTemporaryDir m_dir;
+    int m_copies = 0;
 };
 
 QTEST_GUILESS_MAIN(TestVellctl)
