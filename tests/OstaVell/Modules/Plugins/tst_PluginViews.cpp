@@ -8,9 +8,10 @@
 #include <QQuickWindow>
 #include <QTest>
 
+#include <functional>
+
 #include "../../QuickTestSupport.h"
 #include "../FetchListener.h"
-#include "HostilePresentation.h"
 #include "PluginViewFixture.h"
 
 using namespace vell;
@@ -21,12 +22,71 @@ namespace {
 
 const QString kCounter = u"app.ostavell.example.counter"_s;
 const QString kDice = u"app.ostavell.example.dice"_s;
-const QByteArray counterCards =
-    "import QtQuick\nimport QtQuick.Controls\nimport OstaVell.Plugins\n"
-    "ApplicationWindow { id: w; required property var shot; visible: true; "
-    "width: 600; height: 400; color: '#111114'\n"
-    "NativePluginCards { x: 20; y: 20; width: 560; "
-    "plugin: ({ id: 'app.ostavell.example.counter', status: '' }); snapshot: w.shot } }";
+
+// Forms and collections as a hostile plugin would send them: every text the views show carries
+// markup that would fetch from the listener if it were ever read as rich text.
+using Markup = std::function<QString(const QString&)>;
+
+// The map with each of keys holding markup that fetches prefix + key.
+QVariantMap marked(const Markup& img, const QString& prefix, const QStringList& keys, QVariantMap map = {}) {
+    for (const QString& key : keys)
+        map.insert(key, img(prefix + key));
+    return map;
+}
+
+// A form with every style of input.
+QVariantMap hostileForm(const Markup& img) {
+    const auto field = [](const QString& name, const QString& kind) {
+        QVariantMap map{{"name", name}, {"kind", kind}, {"required", true}};
+        if (kind == u"number")
+            map.insert({{"minimum", 0.0}, {"maximum", 10.0}});
+        return map;
+    };
+    const auto input = [&](const QString& id, const QString& style, const QVariant& value) {
+        return marked(img, id + "-", {"label"}, {{"id", id}, {"style", style}, {"value", value}});
+    };
+    QVariantMap choice = input("c", "choice", img("c-value"));
+    choice.insert("choices", QStringList{img("c-value"), img("c-other")});
+    const QVariantMap action =
+        marked(img, "action-", {"title"},
+               {{"id", "act"},
+                {"input", QVariantMap{{"fields", QVariantList{field("t", "string"), field("n", "number"),
+                                                              field("s", "number"), field("b", "boolean"),
+                                                              field("c", "string")}}}},
+                {"output", QVariantMap{{"fields", QVariantList()}}},
+                {"effect", "localChange"},
+                {"cancellable", false},
+                {"timeoutSeconds", 10.0}});
+    return marked(img, "form-", {"title", "revision"},
+                  {{"id", "hostile"},
+                   {"action", action},
+                   {"enabled", true},
+                   {"inputs", QVariantList{input("t", "text", img("t-value")), input("n", "number", 3.0),
+                                           input("s", "slider", 4.0), input("b", "toggle", true), choice}}});
+}
+
+// A collection of that layout, one item dated and one not.
+QVariantMap hostileCollection(const Markup& img, const QString& layout) {
+    const auto action = [&](const QString& id) {
+        return marked(img, id + "-", {"label", "confirmation"}, {{"id", id}, {"enabled", true}});
+    };
+    const auto entry = [&](const QString& id, const QVariant& date) {
+        QVariantMap map =
+            marked(img, id + "-", {"title", "subtitle", "detail", "category", "symbol"},
+                   {{"id", id}, {"unread", true}, {"completed", false}, {"action", action(id + "act")}});
+        if (date.isValid())
+            map.insert("date", date);
+        return map;
+    };
+    QVariantMap collection =
+        marked(img, layout + "-", {"title", "subtitle", "emptyText"},
+               {{"layout", layout},
+                {"items", QVariantList{entry(layout + "i1", 0.0), entry(layout + "i2", QVariant())}},
+                {"actions", QVariantList{action(layout + "tool")}}});
+    if (layout == u"calendar")
+        collection.insert("days", QVariantList{QVariantMap{{"date", 0.0}, {"action", action("day")}}});
+    return collection;
+}
 
 QStringList menuTexts(QQuickItem* menu) {
     QStringList texts;
@@ -300,8 +360,7 @@ void tst_PluginViews::aPressReachesThePluginOnlyWhenItMay_data() {
     QTest::addColumn<bool>("enabled");
     QTest::addColumn<QString>("answer");
     QTest::addColumn<QString>("count");
-    QTest::addRow("enabled") << true << QString() << u"1 press"_s;
-    QTest::addRow("disabled") << false << QString() << u"0 presses"_s;
+    QTest::addRow("disabled, then enabled") << false << QString() << u"0 presses"_s;
     QTest::addRow("asks first and is turned down") << true << u"cancel"_s << u"0 presses"_s;
     QTest::addRow("asks first and is confirmed") << true << u"confirm"_s << u"1 press"_s;
 }
@@ -321,7 +380,12 @@ void tst_PluginViews::aPressReachesThePluginOnlyWhenItMay() {
                            {"activity", QString()},
                            {"fields", QVariantList()},
                            {"actions", QVariantList{add}}};
-    QQuickWindow* window = show(counterCards, {{u"shot"_s, shot}});
+    QQuickWindow* window =
+        show("import QtQuick\nimport QtQuick.Controls\nimport OstaVell.Plugins\n"
+             "ApplicationWindow { id: w; required property var shot; visible: true; width: 600; height: 400\n"
+             "NativePluginCards { x: 20; y: 20; width: 560; "
+             "plugin: ({ id: 'app.ostavell.example.counter', status: '' }); snapshot: w.shot } }",
+             {{u"shot"_s, shot}});
     QVERIFY(window);
     QQuickItem* button = findItem(window->contentItem(), u"action:add"_s);
     QVERIFY(button);
@@ -334,6 +398,19 @@ void tst_PluginViews::aPressReachesThePluginOnlyWhenItMay() {
         QTRY_VERIFY(!shown(window->contentItem(), answer));
     }
     QTEST(countAfterFence(), "count");
+    if (enabled)
+        return;
+
+    // The next snapshot enables the same button, and then it reaches the plugin.
+    add.insert("enabled", true);
+    QVariantMap next = shot;
+    next.insert("actions", QVariantList{add});
+    restartCounter();
+    window->setProperty("shot", next);
+    QTRY_VERIFY((button = findItem(window->contentItem(), u"action:add"_s)) && button->isEnabled());
+    QVERIFY(drawn(window));
+    QVERIFY(click(window, button));
+    QCOMPARE(countAfterFence(), u"1 press"_s);
 }
 
 void tst_PluginViews::grantsAndReviewsGoThroughTheRouter() {
