@@ -12,29 +12,41 @@ using namespace vell;
 using namespace Qt::StringLiterals;
 using Transient = WingState::Transient;
 
-Q_DECLARE_METATYPE(WingState)
-
 namespace {
 
-const QSet<QString> everySource{u"hud.left"_s,
-                                u"hud.right"_s,
-                                u"battery.event"_s,
-                                u"battery.status"_s,
-                                u"bluetooth.event"_s,
-                                u"automation.left"_s,
-                                u"automation.right"_s,
-                                u"media.left"_s,
-                                u"media.right"_s,
-                                u"module.activity"_s,
-                                u"timer"_s,
-                                u"calendar"_s,
-                                u"todos"_s};
+const QStringList everySource = u"hud.left hud.right battery.event battery.status bluetooth.event "
+                                u"automation.left automation.right media.left media.right module.activity "
+                                u"timer calendar todos"_s.split(u' ');
+const QStringList fullRow{u"module.activity"_s, u"media.right"_s, u"timer"_s, u"calendar"_s, u"todos"_s};
 
-// Every source there, every switch on, and then the row's own changes.
-WingState state(const std::function<void(WingState&)>& change) {
+// Every source there and every switch on, then the words: "peek", "run", the event ("battery",
+// "bluetooth"), a live activity switched off ("no-media"), a source missing ("-hud.left"), or
+// the only sources there are ("only:timer,todos").
+WingState state(const QString& words) {
+    const QMap<QString, bool WingState::*> switches{{u"no-battery"_s, &WingState::batteryLiveActivity},
+                                                    {u"no-media"_s, &WingState::mediaLiveActivity},
+                                                    {u"no-timer"_s, &WingState::timerLiveActivity},
+                                                    {u"no-calendar"_s, &WingState::calendarLiveActivity},
+                                                    {u"no-todos"_s, &WingState::todosLiveActivity}};
     WingState state;
-    state.sources = everySource;
-    change(state);
+    state.sources = QSet<QString>(everySource.cbegin(), everySource.cend());
+    for (const QString& word : words.split(u' ', Qt::SkipEmptyParts)) {
+        if (word == u"peek")
+            state.peekVisible = true;
+        else if (word == u"run")
+            state.automationRun = true;
+        else if (word == u"battery" || word == u"bluetooth")
+            state.transient = word == u"battery" ? Transient::battery : Transient::bluetooth;
+        else if (switches.contains(word))
+            state.*switches.value(word) = false;
+        else if (word.startsWith(u'-'))
+            state.sources.remove(word.mid(1));
+        else if (word.startsWith(u"only:")) {
+            const QStringList only = word.mid(5).split(u',');
+            state.sources = QSet<QString>(only.cbegin(), only.cend());
+        } else
+            qFatal("unknown word %s", qPrintable(word));
+    }
     return state;
 }
 
@@ -44,114 +56,49 @@ class tst_ClosedNotch final : public QObject {
     Q_OBJECT
 
 private slots:
-    void leftWing_data();
-    void leftWing();
-    void rightWing_data();
-    void rightWing();
-    void standingRow_data();
-    void standingRow();
+    void wings_data();
+    void wings();
     void transientEventsHoldTheirWingsAndLetGo();
 };
 
-void tst_ClosedNotch::leftWing_data() {
-    QTest::addColumn<WingState>("state");
-    QTest::addColumn<QString>("wing");
-
-    QTest::addRow("the HUD over a battery event") << state([](WingState& s) {
-        s.peekVisible = true;
-        s.transient = Transient::battery;
-    }) << u"hud.left"_s;
-    QTest::addRow("a battery event over a run") << state([](WingState& s) {
-        s.transient = Transient::battery;
-        s.automationRun = true;
-    }) << u"battery.event"_s;
-    QTest::addRow("a battery event with its activity off leaves the run") << state([](WingState& s) {
-        s.transient = Transient::battery;
-        s.batteryLiveActivity = false;
-        s.automationRun = true;
-    }) << u"automation.left"_s;
-    QTest::addRow("a Bluetooth event never takes the left wing") << state([](WingState& s) {
-        s.transient = Transient::bluetooth;
-        s.automationRun = true;
-    }) << u"automation.left"_s;
-    QTest::addRow("a run over now playing")
-        << state([](WingState& s) { s.automationRun = true; }) << u"automation.left"_s;
-    QTest::addRow("now playing") << state([](WingState&) {}) << u"media.left"_s;
-    QTest::addRow("now playing switched off")
-        << state([](WingState& s) { s.mediaLiveActivity = false; }) << QString();
-    QTest::addRow("a rung whose source is missing never holds") << state([](WingState& s) {
-        s.sources.remove(u"hud.left"_s);
-        s.sources.remove(u"media.left"_s);
-        s.peekVisible = true;
-    }) << QString();
-}
-
-void tst_ClosedNotch::leftWing() {
-    QFETCH(WingState, state);
-    QFETCH(QString, wing);
-    QCOMPARE(ClosedNotchLadder::leftWing(state), wing);
-}
-
-void tst_ClosedNotch::rightWing_data() {
-    QTest::addColumn<WingState>("state");
-    QTest::addColumn<QString>("wing");
-
-    QTest::addRow("the HUD over a Bluetooth event") << state([](WingState& s) {
-        s.peekVisible = true;
-        s.transient = Transient::bluetooth;
-    }) << u"hud.right"_s;
-    QTest::addRow("a Bluetooth event over a run") << state([](WingState& s) {
-        s.transient = Transient::bluetooth;
-        s.automationRun = true;
-    }) << u"bluetooth.event"_s;
-    QTest::addRow("a battery event over a run") << state([](WingState& s) {
-        s.transient = Transient::battery;
-        s.automationRun = true;
-    }) << u"battery.status"_s;
-    QTest::addRow("a battery event with its activity off blanks the wing") << state([](WingState& s) {
-        s.transient = Transient::battery;
-        s.batteryLiveActivity = false;
-        s.automationRun = true;
-    }) << ClosedNotchLadder::blank;
-    QTest::addRow("a run over the standing row")
-        << state([](WingState& s) { s.automationRun = true; }) << u"automation.right"_s;
-    QTest::addRow("the standing row") << state([](WingState&) {}) << ClosedNotchLadder::standing;
-    QTest::addRow("without a battery source there is nothing to blank") << state([](WingState& s) {
-        s.sources.remove(u"battery.status"_s);
-        s.transient = Transient::battery;
-        s.batteryLiveActivity = false;
-    }) << ClosedNotchLadder::standing;
-}
-
-void tst_ClosedNotch::rightWing() {
-    QFETCH(WingState, state);
-    QFETCH(QString, wing);
-    QCOMPARE(ClosedNotchLadder::rightWing(state), wing);
-}
-
-void tst_ClosedNotch::standingRow_data() {
-    QTest::addColumn<WingState>("state");
+void tst_ClosedNotch::wings_data() {
+    QTest::addColumn<QString>("words");
+    QTest::addColumn<QString>("left");
+    QTest::addColumn<QString>("right");
     QTest::addColumn<QStringList>("row");
-
-    QTest::addRow("everything, in order")
-        << state([](WingState&) {})
-        << QStringList{u"module.activity"_s, u"media.right"_s, u"timer"_s, u"calendar"_s, u"todos"_s};
-    QTest::addRow("each switch removes its own") << state([](WingState& s) {
-        s.mediaLiveActivity = false;
-        s.calendarLiveActivity = false;
-    }) << QStringList{u"module.activity"_s, u"timer"_s, u"todos"_s};
-    QTest::addRow("every switch off leaves the modules") << state([](WingState& s) {
-        s.mediaLiveActivity = s.timerLiveActivity = s.calendarLiveActivity = s.todosLiveActivity = false;
-    }) << QStringList{u"module.activity"_s};
-    QTest::addRow("what no feature offers is not there") << state([](WingState& s) {
-        s.sources = {u"module.activity"_s, u"todos"_s};
-    }) << QStringList{u"module.activity"_s, u"todos"_s};
+    const auto row = [](const char* name, const char* words, const QString& left, const QString& right,
+                        const QStringList& standing = fullRow) {
+        QTest::addRow("%s", name) << QString::fromLatin1(words) << left << right << standing;
+    };
+    const QString blank = ClosedNotchLadder::blank;
+    const QString standing = ClosedNotchLadder::standing;
+    row("the HUD over a battery event", "peek battery", u"hud.left"_s, u"hud.right"_s);
+    row("the HUD over a Bluetooth event", "peek bluetooth", u"hud.left"_s, u"hud.right"_s);
+    row("a battery event over a run", "battery run", u"battery.event"_s, u"battery.status"_s);
+    row("a battery event with its activity off: the run, and a blank", "battery no-battery run",
+        u"automation.left"_s, blank);
+    row("a Bluetooth event takes the right wing alone", "bluetooth run", u"automation.left"_s,
+        u"bluetooth.event"_s);
+    row("a run over now playing and the standing row", "run", u"automation.left"_s, u"automation.right"_s);
+    row("now playing and the standing row", "", u"media.left"_s, standing);
+    row("each switch removes its own", "no-media no-calendar", QString(), standing,
+        {u"module.activity"_s, u"timer"_s, u"todos"_s});
+    row("every switch off leaves the modules", "no-media no-timer no-calendar no-todos", QString(), standing,
+        {u"module.activity"_s});
+    row("a rung whose source is missing never holds", "peek -hud.left -media.left", QString(),
+        u"hud.right"_s);
+    row("without a battery source there is nothing to blank", "battery no-battery -battery.status",
+        u"media.left"_s, standing);
+    row("what no feature offers is not there", "only:module.activity,todos", QString(), standing,
+        {u"module.activity"_s, u"todos"_s});
 }
 
-void tst_ClosedNotch::standingRow() {
-    QFETCH(WingState, state);
-    QFETCH(QStringList, row);
-    QCOMPARE(ClosedNotchLadder::standingRow(state), row);
+void tst_ClosedNotch::wings() {
+    QFETCH(QString, words);
+    const WingState wings = state(words);
+    QTEST(ClosedNotchLadder::leftWing(wings), "left");
+    QTEST(ClosedNotchLadder::rightWing(wings), "right");
+    QTEST(ClosedNotchLadder::standingRow(wings), "row");
 }
 
 void tst_ClosedNotch::transientEventsHoldTheirWingsAndLetGo() {

@@ -28,10 +28,8 @@ class tst_Migrations final : public QObject {
 private slots:
     void init();
 
-    void visibleTabs_data();
-    void visibleTabs();
-    void defaultTabOnlyMovesFromTools_data();
-    void defaultTabOnlyMovesFromTools();
+    void tabs_data();
+    void tabs();
     void scratchNote_data();
     void scratchNote();
     void runningTwiceChangesNothing();
@@ -41,7 +39,9 @@ private:
     // Writes the starting defaults as an older version of the app would have left them.
     void writeSettings(const QVariantMap& values);
     void migrate();
-    QVariant reread(const QString& key) const;
+    QVariant reread(const QString& key) const {
+        return QSettings(m_settingsPath, QSettings::IniFormat).value(key);
+    }
 
     std::unique_ptr<QTemporaryDir> m_dir;
     QString m_settingsPath;
@@ -71,54 +71,43 @@ void tst_Migrations::migrate() {
     notes.saveNow();
 }
 
-QVariant tst_Migrations::reread(const QString& key) const {
-    QSettings settings(m_settingsPath, QSettings::IniFormat);
-    return settings.value(key);
-}
-
-void tst_Migrations::visibleTabs_data() {
+// The visible tabs and the default tab as stored, then as migrated; an invalid value is absent.
+void tst_Migrations::tabs_data() {
     QTest::addColumn<QVariant>("stored");
+    QTest::addColumn<QVariant>("storedDefault");
     QTest::addColumn<QString>("migrated");
-
-    QTest::addRow("fresh install") << QVariant() << "Vell,Tray,Automations,Google,Modules";
-    QTest::addRow("old tools list") << QVariant("Vell,Tray,Tools") << "Vell,Tray,Automations,Google,Modules";
-    QTest::addRow("empty parts dropped") << QVariant(",Vell,,Tray,") << "Vell,Tray,Google,Modules";
-    QTest::addRow("google and modules already there")
-        << QVariant("Modules,Google,Vell") << "Modules,Google,Vell";
-    QTest::addRow("tools replaced wherever it stands")
-        << QVariant("Tools,Vell,ToolsBox") << "Automations,Vell,AutomationsBox,Google,Modules";
-    QTest::addRow("empty list") << QVariant("") << "Google,Modules";
+    QTest::addColumn<QVariant>("migratedDefault");
+    const auto row = [](const char* name, const QVariant& stored, const QString& migrated,
+                        const QVariant& storedDefault = {}, const QVariant& migratedDefault = {}) {
+        QTest::addRow("%s", name) << stored << storedDefault << migrated << migratedDefault;
+    };
+    const QString everyTab = QStringLiteral("Vell,Tray,Automations,Google,Modules");
+    row("fresh install", {}, everyTab);
+    row("old tools list", "Vell,Tray,Tools", everyTab);
+    row("empty parts dropped", ",Vell,,Tray,", "Vell,Tray,Google,Modules");
+    row("google and modules already there", "Modules,Google,Vell", "Modules,Google,Vell");
+    row("tools replaced wherever it stands", "Tools,Vell,ToolsBox",
+        "Automations,Vell,AutomationsBox,Google,Modules");
+    row("empty list", "", "Google,Modules");
+    row("default tab Tools moves", "Vell,Tray,Tools", everyTab, "Tools", "Automations");
+    row("default tab Tray kept", "Vell,Tray,Tools", everyTab, "Tray", "Tray");
+    row("default tab not exactly Tools", "Vell,Tray,Tools", everyTab, "Tools ", "Tools ");
 }
 
-void tst_Migrations::visibleTabs() {
+void tst_Migrations::tabs() {
     QFETCH(QVariant, stored);
+    QFETCH(QVariant, storedDefault);
+    QFETCH(QVariant, migratedDefault);
     if (stored.isValid())
         writeSettings({{tabsKey, stored}});
+    if (storedDefault.isValid())
+        writeSettings({{defaultTabKey, storedDefault}});
     migrate();
     QTEST(reread(tabsKey).toString(), "migrated");
+    QCOMPARE(reread(defaultTabKey).isValid(), migratedDefault.isValid());
+    QCOMPARE(reread(defaultTabKey).toString(), migratedDefault.toString());
     for (const QString& flag : flags)
         QCOMPARE(reread(flag).toString(), QStringLiteral("true"));
-}
-
-void tst_Migrations::defaultTabOnlyMovesFromTools_data() {
-    QTest::addColumn<QVariant>("stored");
-    QTest::addColumn<QVariant>("migrated");
-
-    QTest::addRow("Tools") << QVariant("Tools") << QVariant("Automations");
-    QTest::addRow("Tray kept") << QVariant("Tray") << QVariant("Tray");
-    QTest::addRow("not exactly Tools") << QVariant("Tools ") << QVariant("Tools ");
-    QTest::addRow("absent stays absent") << QVariant() << QVariant();
-}
-
-void tst_Migrations::defaultTabOnlyMovesFromTools() {
-    QFETCH(QVariant, stored);
-    QFETCH(QVariant, migrated);
-    writeSettings({{tabsKey, QStringLiteral("Vell,Tray,Tools")}});
-    if (stored.isValid())
-        writeSettings({{defaultTabKey, stored}});
-    migrate();
-    QCOMPARE(reread(defaultTabKey).isValid(), migrated.isValid());
-    QCOMPARE(reread(defaultTabKey).toString(), migrated.toString());
 }
 
 void tst_Migrations::scratchNote_data() {

@@ -12,7 +12,10 @@
 #include <csignal>
 #include <sys/stat.h>
 
+#include "TestSupport.h"
+
 using namespace vell;
+using namespace vell::test;
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -59,16 +62,6 @@ void write(const QString& path, const QByteArray& data) {
     QCOMPARE(file.write(data), data.size());
 }
 
-// The message an install is refused with; empty when it was not refused.
-QString refusal(ModuleStore& store, const ModulePackage& candidate) {
-    try {
-        store.install(candidate);
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return QString();
-}
-
 } // namespace
 
 class tst_ModuleStore final : public QObject {
@@ -87,12 +80,8 @@ private slots:
         QCOMPARE(offered.value(u"label"_s).toString(), u"Hello Vell"_s);
         const QString exampleName = offered.value(u"name"_s).toString();
         const QString id = ModuleStore::example(exampleName).id;
-        try {
-            ModuleStore::example(u"Missing"_s);
-            QFAIL("a missing example was found");
-        } catch (const ModuleProblem& problem) {
-            QCOMPARE(problem.message(), u"Example package is missing. Install the packaged OstaVell app."_s);
-        }
+        QCOMPARE(problemOf([] { ModuleStore::example(u"Missing"_s); }),
+                 u"Example package is missing. Install the packaged OstaVell app."_s);
         {
             ModuleStore store(filePath(), realRunner);
             QSignalSpy reviewedChanges(&store, &ModuleStore::reviewedChanged);
@@ -183,7 +172,7 @@ private slots:
             QCOMPARE(store.errors().value(u"cafe.osta.m0"_s),
                      u"Install the packaged OstaVell app to run modules."_s);
         const QByteArray before = contents(filePath());
-        QCOMPARE(refusal(store, candidate), expected);
+        QCOMPARE(problemOf([&] { store.install(candidate); }), expected);
         QCOMPARE(store.modules().size(), installedBefore);
         QCOMPARE(contents(filePath()), before);
         // What was saved, up to the limit itself, the next start reads back.
@@ -233,7 +222,7 @@ private slots:
         QCOMPARE(store.notice(),
                  u"Could not read saved modules. The original file has been kept: "_s + reason);
 
-        QCOMPARE(refusal(store, package(u"cafe.osta.new"_s)),
+        QCOMPARE(problemOf([&] { store.install(package(u"cafe.osta.new"_s)); }),
                  u"Saved module data needs recovery before installing another module."_s);
         store.remove(u"cafe.osta.good"_s);
         QCOMPARE(contents(filePath()), data);

@@ -7,40 +7,23 @@
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickWindow>
-#include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "../../QuickTestSupport.h"
+#include "../FetchListener.h"
+
 using namespace vell;
+using namespace vell::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-// Counts the requests that reach it, each by the path it asked for.
-class Listener final : public QTcpServer {
-public:
-    Listener() {
-        connect(this, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket* socket = nextPendingConnection()) {
-                connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-                    const QByteArray line = socket->readLine();
-                    paths.append(QString::fromLatin1(line.split(' ').value(1)));
-                    socket->disconnectFromHost();
-                });
-            }
-        });
-    }
-    QStringList paths;
-};
-
-ModuleComponent component(const QString& id, ModuleComponent::Kind kind, const QString& text,
-                          std::optional<QString> action = std::nullopt) {
+ModuleComponent component(const QString& id, ModuleComponent::Kind kind, const QString& text) {
     ModuleComponent component;
     component.id = id;
     component.kind = kind;
     component.text = text;
-    component.action = std::move(action);
     return component;
 }
 
@@ -56,12 +39,11 @@ private slots:
 
 private:
     QQuickWindow* show(const QByteArray& qml);
-    // A request for "/last" made after everything else has been drawn: once it arrives, any
-    // earlier fetch would have arrived too.
-    void waitForOneMore(const QString& path);
+    // Shown last: once its fetch has come, any earlier fetch would have come too.
+    void fence(const QString& path);
 
     QQmlEngine m_engine;
-    Listener m_listener;
+    FetchListener m_listener;
     std::vector<std::unique_ptr<QQuickWindow>> m_windows;
 };
 
@@ -75,26 +57,19 @@ QQuickWindow* tst_ModuleViews::show(const QByteArray& qml) {
     return window;
 }
 
-void tst_ModuleViews::waitForOneMore(const QString& path) {
-    const QString url = QStringLiteral("http://127.0.0.1:%1%2").arg(m_listener.serverPort()).arg(path);
-    QQuickWindow* window =
-        show(QStringLiteral("import QtQuick\nWindow { visible: true; width: 100; height: 40; "
-                            "Text { text: '<img src=\"%1\">' } }")
-                 .arg(url)
-                 .toUtf8());
-    QVERIFY(window);
-    QTRY_VERIFY_WITH_TIMEOUT(m_listener.paths.contains(path), 20000);
+void tst_ModuleViews::fence(const QString& path) {
+    QVERIFY(show(m_listener.fence(path)));
+    QTRY_VERIFY_WITH_TIMEOUT(m_listener.heard(path), 20000);
 }
 
 void tst_ModuleViews::initTestCase() {
-    m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    m_engine.addImportPath(u"qrc:/qt/qml"_s);
     QVERIFY(m_listener.listen(QHostAddress::LocalHost));
 }
 
 // What C++ offers or holds is what the views see: QML must not make stores of its own.
 void tst_ModuleViews::viewsReachTheSharedInstances() {
-    ShellContributions::instance()->offerSettingsPane(QStringLiteral("Modules"),
-                                                      ModuleStore::settingsPaneView());
+    ShellContributions::instance()->offerSettingsPane(u"Modules"_s, ModuleStore::settingsPaneView());
     QQmlComponent component(&m_engine);
     component.setData("import QtQuick\nimport OstaVell.Support\nimport OstaVell.Lightweight\n"
                       "QtObject { property var panes: ShellContributions.settingsPanes; "
@@ -108,35 +83,32 @@ void tst_ModuleViews::viewsReachTheSharedInstances() {
 
 void tst_ModuleViews::hostileTextIsNeverFetched() {
     // The listener hears a view that guesses the format: the check below can fail.
-    waitForOneMore(QStringLiteral("/control"));
-
-    const auto img = [this](const char* path) {
-        return QStringLiteral("<img src=\"http://127.0.0.1:%1/%2\">").arg(m_listener.serverPort()).arg(path);
-    };
+    fence(u"control"_s);
+    const auto img = [this](const QString& path) { return m_listener.img(path); };
     ModulePackage hostile;
-    hostile.id = QStringLiteral("cafe.osta.hostile");
+    hostile.id = u"cafe.osta.hostile"_s;
     hostile.name = img("name");
-    hostile.version = QStringLiteral("1.0.0");
+    hostile.version = u"1.0.0"_s;
     hostile.author = img("author");
     hostile.summary = img("summary");
-    hostile.initialState = {{QStringLiteral("text"), img("state")}};
-    hostile.settings = {{QStringLiteral("where"), img("label"), img("default")}};
-    hostile.actions = {{QStringLiteral("go"), img("action")}};
-    hostile.card = {
-        component(QStringLiteral("t"), ModuleComponent::Kind::text, QStringLiteral("{text}")),
-        component(QStringLiteral("h"), ModuleComponent::Kind::heading, img("heading")),
-        component(QStringLiteral("b"), ModuleComponent::Kind::badge, img("badge")),
-        component(QStringLiteral("p"), ModuleComponent::Kind::progress, img("progress")),
-        component(QStringLiteral("g"), ModuleComponent::Kind::button, img("button"), QStringLiteral("go"))};
-    hostile.card[3].valueKey = QStringLiteral("text");
+    hostile.initialState = {{u"text"_s, img("state")}};
+    hostile.settings = {{u"where"_s, img("label"), img("default")}};
+    hostile.actions = {{u"go"_s, img("action")}};
+    hostile.card = {component(u"t"_s, ModuleComponent::Kind::text, u"{text}"_s),
+                    component(u"h"_s, ModuleComponent::Kind::heading, img("heading")),
+                    component(u"b"_s, ModuleComponent::Kind::badge, img("badge")),
+                    component(u"p"_s, ModuleComponent::Kind::progress, img("progress")),
+                    component(u"g"_s, ModuleComponent::Kind::button, img("button"))};
+    hostile.card[3].valueKey = u"text"_s;
+    hostile.card[4].action = u"go"_s;
     hostile.activity = img("activity");
     // Its error is its setting's default, so that a failing run brings the hostile text too.
-    hostile.script = QStringLiteral(
-        "function run(r) { if (r.action) throw new Error(r.configuration.where); return r.state; }");
+    hostile.script =
+        u"function run(r) { if (r.action) throw new Error(r.configuration.where); return r.state; }"_s;
     hostile.validate();
 
     QTemporaryDir dir;
-    const QString file = dir.filePath(QStringLiteral("hostile.ostavellmodule"));
+    const QString file = dir.filePath(u"hostile.ostavellmodule"_s);
     QFile out(file);
     QVERIFY(out.open(QIODevice::WriteOnly));
     out.write(hostile.encoded());
@@ -150,28 +122,18 @@ void tst_ModuleViews::hostileTextIsNeverFetched() {
 
     // The review screen, then the card with its state, then its error.
     QCOMPARE(store->review(QUrl::fromLocalFile(file)), QString());
-    QSignalSpy frames(window, &QQuickWindow::frameSwapped);
-    // One more frame drawn from what the store holds now.
-    const auto drawn = [&] {
-        const qsizetype before = frames.count();
-        window->update();
-        return QTest::qWaitFor([&] { return frames.count() > before; }, 20000);
-    };
-    QVERIFY(drawn());
+    QVERIFY(drawn(window));
     QCOMPARE(store->installReviewed(), QString());
     QTRY_VERIFY_WITH_TIMEOUT(
         !store->running().contains(hostile.id) && !store->module(hostile.id)->state.isEmpty(), 20000);
-    QVERIFY(drawn());
-    store->press(hostile.id, QStringLiteral("go"));
+    QVERIFY(drawn(window));
+    store->press(hostile.id, u"go"_s);
     QTRY_VERIFY_WITH_TIMEOUT(store->errors().contains(hostile.id), 20000);
     QCOMPARE(store->errors().value(hostile.id), img("default"));
-    QVERIFY(drawn());
+    QVERIFY(drawn(window));
 
-    waitForOneMore(QStringLiteral("/last"));
-    QStringList fetched = m_listener.paths;
-    fetched.removeAll(QStringLiteral("/control"));
-    fetched.removeAll(QStringLiteral("/last"));
-    QCOMPARE(fetched, QStringList());
+    fence(u"last"_s);
+    QCOMPARE(m_listener.fetched(), QStringList());
 }
 
 QTEST_MAIN(tst_ModuleViews)

@@ -12,22 +12,16 @@
 
 #include <sys/stat.h>
 
+#include "TestSupport.h"
+
 using namespace vell;
+using namespace vell::test;
 using namespace Qt::StringLiterals;
 
 namespace {
 
 const QString folderA = u"7D3C2F4E-0A1B-4C5D-8E9F-0123456789AB"_s;
 const QString folderB = u"6F9619FF-8B86-D011-B42D-00C04FC964FF"_s;
-
-template <typename F> QString problemOf(F&& call) {
-    try {
-        call();
-    } catch (const ModuleProblem& problem) {
-        return problem.message();
-    }
-    return {};
-}
 
 PluginManifest manifest(const QString& id, const QString& version = u"1.0.0"_s) {
     PluginManifest manifest;
@@ -118,81 +112,67 @@ private slots:
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<QString>("message");
         const QString invalidIndex = u"Invalid plugin index."_s;
+        const QString manifest = u"Invalid plugin manifest."_s;
         const QString storagePath = u"Invalid plugin storage path."_s;
         const QString history = u"Invalid plugin version history."_s;
         const QString retained = u"Invalid retained plugin version."_s;
+        const auto with = [](auto change) { return encoded({recordWith(u"com.example.a"_s, change)}); };
         const auto retainedWith = [](auto change) {
             NativePluginRecord changed = record(u"com.example.a"_s, 1);
             change(changed.previousVersions->first());
             return encoded({changed});
         };
+        const QByteArray undecodable =
+            "[" + record(u"com.example.a"_s).encoded().replace("\"enabled\":true", "\"enabled\":1") + "]";
 
-        QTest::newRow("empty") << QByteArray("[]") << QString();
-        QTest::newRow("at the limit") << encoded(sized(NativePluginIndex::maximumFileBytes)) << QString();
-        QTest::newRow("over the limit") << encoded(sized(NativePluginIndex::maximumFileBytes + 1))
-                                        << u"Plugin index exceeds its limit."_s;
-        QTest::newRow("not JSON") << QByteArray("[") << u"unterminated array"_s;
-        QTest::newRow("not UTF-8") << QByteArray("[\"\xff\"]") << u"invalid UTF8 string"_s;
-        QTest::newRow("not an array") << record(u"com.example.a"_s).encoded() << invalidIndex;
-        QTest::newRow("a record that does not decode")
-            << QByteArray("[" +
-                          record(u"com.example.a"_s).encoded().replace("\"enabled\":true", "\"enabled\":1") +
-                          "]")
-            << u"\"[0].enabled\" must be true or false"_s;
-        QTest::newRow("20 plugins") << encoded(plugins(20)) << QString();
-        QTest::newRow("21 plugins") << encoded(plugins(21)) << invalidIndex;
-        QTest::newRow("one id twice")
-            << encoded({record(u"com.example.a"_s), record(u"com.example.a"_s)}) << invalidIndex;
-        QTest::newRow("invalid manifest")
-            << encoded({recordWith(u"com.example.a"_s, [](auto& r) { r.manifest.version = u"1"_s; })})
-            << u"Invalid plugin manifest."_s;
-        QTest::newRow("folder lower-case")
-            << encoded({recordWith(u"com.example.a"_s, [](auto& r) { r.folder = folderA.toLower(); })})
-            << QString();
-        QTest::newRow("folder leaves the root")
-            << encoded({recordWith(u"com.example.a"_s, [](auto& r) { r.folder = u"../"_s + folderA; })})
-            << storagePath;
-        QTest::newRow("folder in braces")
-            << encoded({recordWith(u"com.example.a"_s, [](auto& r) { r.folder = u'{' + folderA + u'}'; })})
-            << storagePath;
-        QTest::newRow("5 saved versions") << encoded({record(u"com.example.a"_s, 5)}) << QString();
-        QTest::newRow("6 saved versions") << encoded({record(u"com.example.a"_s, 6)}) << history;
-        QTest::newRow("saved version of another id")
-            << retainedWith([](auto& v) { v.manifest.id = u"com.example.b"_s; }) << retained;
-        QTest::newRow("saved version with an invalid manifest")
-            << retainedWith([](auto& v) { v.manifest.name.clear(); }) << retained;
-        QTest::newRow("saved version outside the root")
-            << retainedWith([](auto& v) { v.folder = u".."_s; }) << retained;
-        QTest::newRow("saved fingerprint of 63 digits")
-            << retainedWith([](auto& v) { v.fingerprint.chop(1); }) << retained;
-        QTest::newRow("saved fingerprint not hexadecimal")
-            << retainedWith([](auto& v) { v.fingerprint = fingerprint('g'); }) << retained;
+        row("empty", QByteArray("[]"), QString());
+        row("at the limit", encoded(sized(NativePluginIndex::maximumFileBytes)), QString());
+        row("over the limit", encoded(sized(NativePluginIndex::maximumFileBytes + 1)),
+            u"Plugin index exceeds its limit."_s);
+        row("not JSON", QByteArray("["), u"unterminated array"_s);
+        row("not UTF-8", QByteArray("[\"\xff\"]"), u"invalid UTF8 string"_s);
+        row("not an array", record(u"com.example.a"_s).encoded(), invalidIndex);
+        row("a record that does not decode", undecodable, u"\"[0].enabled\" must be true or false"_s);
+        row("20 plugins", encoded(plugins(20)), QString());
+        row("21 plugins", encoded(plugins(21)), invalidIndex);
+        row("one id twice", encoded({record(u"com.example.a"_s), record(u"com.example.a"_s)}), invalidIndex);
+        row("invalid manifest", with([](auto& r) { r.manifest.version = u"1"_s; }), manifest);
+        row("folder lower-case", with([](auto& r) { r.folder = folderA.toLower(); }), QString());
+        row("folder leaves the root", with([](auto& r) { r.folder = u"../"_s + folderA; }), storagePath);
+        row("folder in braces", with([](auto& r) { r.folder = u'{' + folderA + u'}'; }), storagePath);
+        row("5 saved versions", encoded({record(u"com.example.a"_s, 5)}), QString());
+        row("6 saved versions", encoded({record(u"com.example.a"_s, 6)}), history);
+        row("saved version of another id", retainedWith([](auto& v) { v.manifest.id = u"com.example.b"_s; }),
+            retained);
+        row("saved version with an invalid manifest", retainedWith([](auto& v) { v.manifest.name.clear(); }),
+            retained);
+        row("saved version outside the root", retainedWith([](auto& v) { v.folder = u".."_s; }), retained);
+        row("saved fingerprint of 63 digits", retainedWith([](auto& v) { v.fingerprint.chop(1); }), retained);
+        row("saved fingerprint not hexadecimal",
+            retainedWith([](auto& v) { v.fingerprint = fingerprint('g'); }), retained);
 
         // Each check over the whole list before the next.
-        QList<NativePluginRecord> undecodable = plugins(21);
-        QByteArray tooManyUndecodable = encoded(undecodable);
+        QByteArray tooManyUndecodable = encoded(plugins(21));
         tooManyUndecodable.replace(tooManyUndecodable.lastIndexOf("\"folder\""), 8, "\"f\"");
-        QTest::newRow("order: decoding before counting")
-            << tooManyUndecodable << u"\"[20].folder\" is missing"_s;
-        QTest::newRow("order: ids before folders")
-            << encoded({recordWith(u"com.example.a"_s, [](auto& r) { r.folder = u"x"_s; }),
-                        record(u"com.example.a"_s)})
-            << invalidIndex;
-        QTest::newRow("order: manifest before folder") << encoded({recordWith(u"com.example.a"_s,
-                                                                              [](auto& r) {
-                                                                                  r.folder = u"x"_s;
-                                                                                  r.manifest.version = u"1"_s;
-                                                                              })})
-                                                       << u"Invalid plugin manifest."_s;
-        QTest::newRow("order: every folder before any history")
-            << encoded({record(u"com.example.a"_s, 6),
-                        recordWith(u"com.example.b"_s, [](auto& r) { r.folder = u"x"_s; })})
-            << storagePath;
-        QTest::newRow("order: every history length before any saved version")
-            << encoded({recordWith(u"com.example.a"_s,
-                                   [](auto& r) { r.previousVersions = {version(u"com.example.z"_s, '0')}; }),
-                        record(u"com.example.b"_s, 6)})
-            << history;
+        row("order: decoding before counting", tooManyUndecodable, u"\"[20].folder\" is missing"_s);
+        row("order: ids before folders",
+            encoded({recordWith(u"com.example.a"_s, [](auto& r) { r.folder = u"x"_s; }),
+                     record(u"com.example.a"_s)}),
+            invalidIndex);
+        row("order: manifest before folder", with([](auto& r) {
+                r.folder = u"x"_s;
+                r.manifest.version = u"1"_s;
+            }),
+            manifest);
+        row("order: every folder before any history",
+            encoded({record(u"com.example.a"_s, 6),
+                     recordWith(u"com.example.b"_s, [](auto& r) { r.folder = u"x"_s; })}),
+            storagePath);
+        row("order: every history length before any saved version",
+            encoded({recordWith(u"com.example.a"_s,
+                                [](auto& r) { r.previousVersions = {version(u"com.example.z"_s, '0')}; }),
+                     record(u"com.example.b"_s, 6)}),
+            history);
     }
 
     // A failed load leaves the file as it was.

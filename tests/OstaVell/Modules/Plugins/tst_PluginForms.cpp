@@ -15,19 +15,28 @@
 
 using namespace vell;
 using namespace vell::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr int patience = 30000;
-const QString unavailable = QStringLiteral("This form changed or is unavailable. Review the current values.");
-const QString changed = QStringLiteral("This form changed. Review the current values before trying again.");
+const QString unavailable = u"This form changed or is unavailable. Review the current values."_s;
+const QString changed = u"This form changed. Review the current values before trying again."_s;
 
 PluginValueMap errand(const QString& title) {
-    return {{QStringLiteral("title"), PluginValue::string(title)},
-            {QStringLiteral("cost"), PluginValue::number(2.5)},
-            {QStringLiteral("priority"), PluginValue::number(4)},
-            {QStringLiteral("urgent"), PluginValue::boolean(true)},
-            {QStringLiteral("list"), PluginValue::string(QStringLiteral("Shopping"))}};
+    return {{u"title"_s, PluginValue::string(title)},
+            {u"cost"_s, PluginValue::number(2.5)},
+            {u"priority"_s, PluginValue::number(4)},
+            {u"urgent"_s, PluginValue::boolean(true)},
+            {u"list"_s, PluginValue::string(u"Shopping"_s)}};
+}
+
+bool paused(const PluginForm& form) {
+    return !form.enabled;
+}
+
+bool resumed(const PluginForm& form) {
+    return form.enabled;
 }
 
 } // namespace
@@ -37,7 +46,7 @@ class tst_PluginForms final : public QObject {
 
 private slots:
     void initTestCase();
-    void cleanupTestCase();
+    void cleanupTestCase() { m_store.reset(); }
     void submitThenApproveRunsOnce();
     void submitRefusals_data();
     void submitRefusals();
@@ -49,62 +58,46 @@ private slots:
 private:
     NativePluginSessions& sessions() { return m_store->sessions(); }
     PluginForm form() const { return *m_store->sessions().currentForm(errandsID, "add", "add"); }
-    std::optional<ActionRun> run(const QUuid& id) const;
+    std::optional<ActionRun> run(const QUuid& id) const {
+        for (const ActionRun& candidate : m_store->router().runs())
+            if (candidate.id == id)
+                return candidate;
+        return std::nullopt;
+    }
     PluginRunPhase phase(const QUuid& id) const {
         return run(id) ? run(id)->phase() : PluginRunPhase::interrupted;
     }
+    QUuid submit(const QString& title) { return sessions().submitForm(errandsID, form(), errand(title)); }
+    void cancel(const QUuid& id) { m_store->router().cancel(id, NativePluginSessions::currentTime()); }
     void waitForErrands();
-    // Submits and approves one errand, then waits until the form shows its next revision.
-    void addErrand(const QString& title);
-    void press(const QString& action, const std::function<bool(const PluginForm&)>& until);
+    // Errands answers the press with a new snapshot whose form passes the check.
+    void press(const QString& action, bool (*until)(const PluginForm&)) {
+        m_store->press(errandsID, action);
+        QTRY_VERIFY_WITH_TIMEOUT(until(form()), patience);
+    }
 
     QTemporaryDir m_data;
     std::unique_ptr<NativePluginStore> m_store;
 };
 
-std::optional<ActionRun> tst_PluginForms::run(const QUuid& id) const {
-    for (const ActionRun& candidate : m_store->router().runs())
-        if (candidate.id == id)
-            return candidate;
-    return std::nullopt;
-}
-
 void tst_PluginForms::waitForErrands() {
-    QTRY_COMPARE_WITH_TIMEOUT(sessions().status().value(errandsID), QStringLiteral("Running"), patience);
+    QTRY_COMPARE_WITH_TIMEOUT(sessions().status().value(errandsID), u"Running"_s, patience);
     QTRY_VERIFY_WITH_TIMEOUT(sessions().currentForm(errandsID, "add", "add").has_value(), patience);
     QTRY_VERIFY_WITH_TIMEOUT(!m_store->router().exported().isEmpty(), patience);
 }
 
-void tst_PluginForms::addErrand(const QString& title) {
-    const PluginForm before = form();
-    const QUuid id = sessions().submitForm(errandsID, before, errand(title));
-    sessions().approveForm(errandsID, before, id);
-    QTRY_COMPARE_WITH_TIMEOUT(phase(id), PluginRunPhase::succeeded, patience);
-    QTRY_VERIFY_WITH_TIMEOUT(form().revision != before.revision, patience);
-}
-
-void tst_PluginForms::press(const QString& action, const std::function<bool(const PluginForm&)>& until) {
-    m_store->press(errandsID, action);
-    QTRY_VERIFY_WITH_TIMEOUT(until(form()), patience);
-}
-
 void tst_PluginForms::initTestCase() {
     QVERIFY(m_data.isValid());
-    m_store = std::make_unique<NativePluginStore>(m_data.filePath(QStringLiteral("Plugins")));
-    const QString bundle =
-        qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/examples/plugins/Errands.app");
+    m_store = std::make_unique<NativePluginStore>(m_data.filePath(u"Plugins"_s));
+    const QString bundle = qEnvironmentVariable("VELL_BUILD_DIR") + u"/examples/plugins/Errands.app"_s;
     m_store->install(bundle, NativePluginBundle::inspect(bundle).fingerprint);
     waitForErrands();
-}
-
-void tst_PluginForms::cleanupTestCase() {
-    m_store.reset();
 }
 
 void tst_PluginForms::submitThenApproveRunsOnce() {
     const qsizetype logged = errandsLog().size();
     const PluginForm shown = form();
-    const QUuid id = sessions().submitForm(errandsID, shown, errand(QStringLiteral("Buy bread")));
+    const QUuid id = submit(u"Buy bread"_s);
 
     // A change waits for a person, and the plugin hears nothing of it yet.
     QCOMPARE(phase(id), PluginRunPhase::waitingReview);
@@ -117,19 +110,15 @@ void tst_PluginForms::submitThenApproveRunsOnce() {
     const QList<ErrandsEntry> log = errandsLog();
     QCOMPARE(log.size(), logged + 1);
     QCOMPARE(log.last().run, id);
-    QCOMPARE(log.last().action, QStringLiteral("add"));
-    const QVariantMap expected{{QStringLiteral("title"), QStringLiteral("Buy bread")},
-                               {QStringLiteral("cost"), 2.5},
-                               {QStringLiteral("priority"), 4.0},
-                               {QStringLiteral("urgent"), true},
-                               {QStringLiteral("list"), QStringLiteral("Shopping")}};
+    QCOMPARE(log.last().action, u"add"_s);
+    const QVariantMap expected{
+        {"title", "Buy bread"}, {"cost", 2.5}, {"priority", 4.0}, {"urgent", true}, {"list", "Shopping"}};
     QCOMPARE(log.last().values, expected);
 
     // The errand is on the task list, and the form moved on to its next revision.
     QTRY_VERIFY_WITH_TIMEOUT(form().revision != shown.revision, patience);
     const PluginSnapshot snapshot = sessions().snapshots().value(errandsID);
-    const PluginCollection tasks = *snapshot.panels->at(2).collection;
-    QCOMPARE(tasks.items.last().title, QStringLiteral("Buy bread"));
+    QCOMPARE(snapshot.panels->at(2).collection->items.last().title, u"Buy bread"_s);
 
     // Approved once is approved for good: a second approval finds nothing waiting.
     QCOMPARE(problemOf([&] { sessions().approveForm(errandsID, form(), id); }), changed);
@@ -138,57 +127,60 @@ void tst_PluginForms::submitThenApproveRunsOnce() {
 
 void tst_PluginForms::submitRefusals_data() {
     QTest::addColumn<QString>("change");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("expected");
-    QTest::addRow("plugin not running") << "stopped" << unavailable;
-    QTest::addRow("form not in the snapshot") << "other form" << unavailable;
-    QTest::addRow("a newer revision in the snapshot") << "stale" << unavailable;
-    QTest::addRow("form disabled by the plugin") << "paused" << unavailable;
-    QTest::addRow("a label other than shown, same revision") << "relabelled" << unavailable;
-    QTest::addRow("number beyond the schema's bounds") << "priority 9"
-                                                       << "Number is outside its limits.";
-    QTest::addRow("text for a number") << "cost as text"
-                                       << "Argument type does not match its schema.";
-    QTest::addRow("required value missing") << "no title"
-                                            << "Missing argument: title";
-    QTest::addRow("displayed input without a value") << "no urgent"
-                                                     << "Every displayed input needs a value.";
-    QTest::addRow("value the schema does not name") << "extra"
-                                                    << "Unexpected action arguments.";
-    QTest::addRow("choice not offered") << "list Garage"
-                                        << "Choose an available value.";
-    QTest::addRow("every choice offered passes") << "list Work"
-                                                 << "";
+    const auto refused = [](const char* name, const QString& change, const QString& expected) {
+        QTest::addRow("%s", name) << change << QString() << QVariant() << expected;
+    };
+    // The value of key changed to value, or gone when there is none.
+    const auto value = [](const char* name, const QString& key, const QVariant& value,
+                          const QString& expected) {
+        QTest::addRow("%s", name) << QString() << key << value << expected;
+    };
+    refused("plugin not running", u"stopped"_s, unavailable);
+    refused("form not in the snapshot", u"other form"_s, unavailable);
+    refused("a newer revision in the snapshot", u"stale"_s, unavailable);
+    refused("form disabled by the plugin", u"paused"_s, unavailable);
+    refused("a label other than shown, same revision", u"relabelled"_s, unavailable);
+    value("number beyond the schema's bounds", u"priority"_s, 9.0, u"Number is outside its limits."_s);
+    value("text for a number", u"cost"_s, u"5"_s, u"Argument type does not match its schema."_s);
+    value("required value missing", u"title"_s, QVariant(), u"Missing argument: title"_s);
+    value("displayed input without a value", u"urgent"_s, QVariant(),
+          u"Every displayed input needs a value."_s);
+    value("value the schema does not name", u"colour"_s, u"red"_s, u"Unexpected action arguments."_s);
+    value("choice not offered", u"list"_s, u"Garage"_s, u"Choose an available value."_s);
+    value("every choice offered passes", u"list"_s, u"Work"_s, QString());
 }
 
 void tst_PluginForms::submitRefusals() {
     QFETCH(QString, change);
+    QFETCH(QString, key);
+    QFETCH(QVariant, value);
     QFETCH(QString, expected);
     PluginForm submitted = form();
-    PluginValueMap values = errand(QStringLiteral("Post a letter"));
+    if (change == u"stale") {
+        // Another errand added: the form the view showed is a revision behind.
+        const QUuid added = submit(u"Fetch the keys"_s);
+        sessions().approveForm(errandsID, submitted, added);
+        QTRY_VERIFY_WITH_TIMEOUT(form().revision != submitted.revision, patience);
+    }
+    PluginValueMap values = errand(u"Post a letter"_s);
     if (change == u"stopped")
         sessions().stopWorker(errandsID);
     if (change == u"other form")
-        submitted.id = QStringLiteral("remove");
+        submitted.id = u"remove"_s;
     if (change == u"relabelled")
-        submitted.inputs.first().label = QStringLiteral("Something else");
-    if (change == u"stale")
-        addErrand(QStringLiteral("Fetch the keys"));
+        submitted.inputs.first().label = u"Something else"_s;
     if (change == u"paused") {
-        press(QStringLiteral("pauseAdding"), [](const PluginForm& f) { return !f.enabled; });
+        press(u"pauseAdding"_s, paused);
         submitted = form();
     }
-    if (change == u"priority 9")
-        values.insert(QStringLiteral("priority"), PluginValue::number(9));
-    if (change == u"cost as text")
-        values.insert(QStringLiteral("cost"), PluginValue::string(QStringLiteral("5")));
-    if (change == u"no title")
-        values.remove(QStringLiteral("title"));
-    if (change == u"no urgent")
-        values.remove(QStringLiteral("urgent"));
-    if (change == u"extra")
-        values.insert(QStringLiteral("colour"), PluginValue::string(QStringLiteral("red")));
-    if (change.startsWith(u"list "))
-        values.insert(QStringLiteral("list"), PluginValue::string(change.mid(5)));
+    if (!value.isValid())
+        values.remove(key);
+    else if (!key.isEmpty())
+        values.insert(key, value.typeId() == QMetaType::Double ? PluginValue::number(value.toDouble())
+                                                               : PluginValue::string(value.toString()));
 
     const qsizetype runs = m_store->router().runs().size();
     const qsizetype pending = sessions().pendingForms().size();
@@ -196,7 +188,7 @@ void tst_PluginForms::submitRefusals() {
     QCOMPARE(problemOf([&] { id = sessions().submitForm(errandsID, submitted, values); }), expected);
     if (expected.isEmpty()) {
         QCOMPARE(phase(id), PluginRunPhase::waitingReview);
-        m_store->router().cancel(id, NativePluginSessions::currentTime());
+        cancel(id);
     } else {
         // Refused before the router: no run, nothing remembered.
         QCOMPARE(m_store->router().runs().size(), runs);
@@ -208,76 +200,67 @@ void tst_PluginForms::submitRefusals() {
         waitForErrands();
     }
     if (change == u"paused")
-        press(QStringLiteral("resumeAdding"), [](const PluginForm& f) { return f.enabled; });
+        press(u"resumeAdding"_s, resumed);
 }
 
 // Waiting runs count as live, and the router takes 32 at most: the 33rd submit is refused by
 // the router, and the form says so.
 void tst_PluginForms::liveRunsAreBounded() {
-    const PluginForm shown = form();
     QList<QUuid> waiting;
-    for (int i = 0; i < 32; ++i) {
-        QString problem = problemOf([&] {
-            waiting.append(
-                sessions().submitForm(errandsID, shown, errand(QStringLiteral("Errand %1").arg(i))));
-        });
-        QCOMPARE(problem, QString());
-    }
+    for (int i = 0; i < 32; ++i)
+        QCOMPARE(problemOf([&] { waiting.append(submit(u"Errand %1"_s.arg(i))); }), QString());
     QCOMPARE(sessions().pendingForms().size(), 32);
-    QCOMPARE(problemOf([&] { sessions().submitForm(errandsID, shown, errand(QStringLiteral("One more"))); }),
-             QStringLiteral("The action could not be started."));
+    QCOMPARE(problemOf([&] { submit(u"One more"_s); }), u"The action could not be started."_s);
     for (const QUuid& id : waiting)
-        m_store->router().cancel(id, NativePluginSessions::currentTime());
+        cancel(id);
     // Ended runs leave the remembered forms at the next submit.
-    const QUuid next = sessions().submitForm(errandsID, shown, errand(QStringLiteral("After the limit")));
+    const QUuid next = submit(u"After the limit"_s);
     QCOMPARE(sessions().pendingForms().keys(), QList<QUuid>{next});
-    m_store->router().cancel(next, NativePluginSessions::currentTime());
+    cancel(next);
 }
 
 void tst_PluginForms::approvalNeedsTheSameForm_data() {
     QTest::addColumn<QString>("change");
-    QTest::addRow("the view shows another version of the form") << "edited";
-    QTest::addRow("another plugin's approval") << "plugin";
-    QTest::addRow("the snapshot changed the form under review") << "paused";
+    QTest::addRow("the view shows another version of the form") << u"edited"_s;
+    QTest::addRow("another plugin's approval") << u"plugin"_s;
+    QTest::addRow("the snapshot changed the form under review") << u"paused"_s;
 }
 
 void tst_PluginForms::approvalNeedsTheSameForm() {
     QFETCH(QString, change);
     const qsizetype logged = errandsLog().size();
-    const PluginForm shown = form();
-    const QUuid id = sessions().submitForm(errandsID, shown, errand(QStringLiteral("Wash the car")));
-    PluginForm approved = shown;
+    PluginForm approved = form();
+    const QUuid id = submit(u"Wash the car"_s);
     QString plugin = errandsID;
     if (change == u"edited")
-        approved.title = QStringLiteral("Another title");
+        approved.title = u"Another title"_s;
     if (change == u"plugin")
-        plugin = QStringLiteral("app.ostavell.example.dice");
+        plugin = u"app.ostavell.example.dice"_s;
     if (change == u"paused") {
-        press(QStringLiteral("pauseAdding"), [](const PluginForm& f) { return !f.enabled; });
+        press(u"pauseAdding"_s, paused);
         // The new snapshot alone has already ended the review.
         QCOMPARE(phase(id), PluginRunPhase::cancelled);
     }
 
     QCOMPARE(problemOf([&] { sessions().approveForm(plugin, approved, id); }), changed);
     QCOMPARE(phase(id), PluginRunPhase::cancelled);
-    QCOMPARE(run(id)->update.message, QStringLiteral("Request declined before execution."));
+    QCOMPARE(run(id)->update.message, u"Request declined before execution."_s);
     // Nothing reached the plugin: once it has answered a press sent after all this, its log
     // is still as it was.
     if (change != u"paused")
-        press(QStringLiteral("pauseAdding"), [](const PluginForm& f) { return !f.enabled; });
-    press(QStringLiteral("resumeAdding"), [](const PluginForm& f) { return f.enabled; });
+        press(u"pauseAdding"_s, paused);
+    press(u"resumeAdding"_s, resumed);
     QCOMPARE(errandsLog().size(), logged);
 }
 
 void tst_PluginForms::formGoneCancelsTheWaitingRun() {
     const qsizetype logged = errandsLog().size();
-    const PluginForm shown = form();
-    const QUuid first = sessions().submitForm(errandsID, shown, errand(QStringLiteral("Mow the lawn")));
-    const QUuid second = sessions().submitForm(errandsID, shown, errand(QStringLiteral("Rake the leaves")));
+    const QUuid first = submit(u"Mow the lawn"_s);
+    const QUuid second = submit(u"Rake the leaves"_s);
 
     // A new snapshot that keeps the form keeps its reviews.
     const PluginSnapshot before = sessions().snapshots().value(errandsID);
-    m_store->press(errandsID, QStringLiteral("markAllRead"));
+    m_store->press(errandsID, u"markAllRead"_s);
     QTRY_VERIFY_WITH_TIMEOUT(sessions().snapshots().value(errandsID) != before, patience);
     QCOMPARE(phase(first), PluginRunPhase::waitingReview);
     QCOMPARE(phase(second), PluginRunPhase::waitingReview);

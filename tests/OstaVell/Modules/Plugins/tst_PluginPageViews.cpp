@@ -12,6 +12,7 @@
 
 using namespace vell;
 using namespace vell::test;
+using namespace Qt::StringLiterals;
 
 class tst_PluginPageViews final : public QObject, public PluginViewFixture {
     Q_OBJECT
@@ -28,7 +29,7 @@ private:
 };
 
 QQuickWindow* tst_PluginPageViews::showErrands(const QString& page) {
-    install(QStringLiteral("Errands"), errandsID);
+    install(u"Errands"_s, errandsID);
     QQuickWindow* window =
         show("import QtQuick\nimport QtQuick.Controls\nimport OstaVell.Plugins\n"
              "ApplicationWindow { visible: true; width: 640; height: 960; color: '#1c1c20'\n"
@@ -36,7 +37,7 @@ QQuickWindow* tst_PluginPageViews::showErrands(const QString& page) {
              "plugin: ({ id: 'app.ostavell.example.errands', status: '' }) } }");
     if (!window)
         return nullptr;
-    QQuickItem* tab = findItem(window->contentItem(), QStringLiteral("panel:") + page);
+    QQuickItem* tab = findItem(window->contentItem(), u"panel:"_s + page);
     if (!click(window, tab) || !QTest::qWaitFor([&] { return tab->property("active").toBool(); }, 20000))
         return nullptr;
     return window;
@@ -52,23 +53,22 @@ static void type(QQuickWindow* window, QQuickItem* field, const QString& text) {
 }
 
 void tst_PluginPageViews::formFilledSubmittedAndConfirmed() {
-    QQuickWindow* window = showErrands(QStringLiteral("add"));
+    QQuickWindow* window = showErrands(u"add"_s);
     QVERIFY(window);
-    QQuickItem* form = findItem(window->contentItem(), QStringLiteral("form:add"));
+    QQuickItem* root = window->contentItem();
+    QQuickItem* form = findItem(root, u"form:add"_s);
     QVERIFY(form);
-    const auto input = [&](const char* id) {
-        return findItem(form, QStringLiteral("input:") + QLatin1String(id));
-    };
+    const auto input = [&](const QString& id) { return findItem(form, u"input:"_s + id); };
+    const auto text = [&](const QString& name) { return findItem(form, name)->property("text").toString(); };
     const qsizetype logged = errandsLog().size();
 
-    type(window, input("title"), QStringLiteral("Buy stamps"));
+    type(window, input("title"), u"Buy stamps"_s);
     // A number field takes only a decimal: the form says so and starts nothing.
-    type(window, input("cost"), QStringLiteral("twelve"));
-    QVERIFY(click(window, findItem(form, QStringLiteral("submit"))));
-    QTRY_COMPARE(findItem(form, QStringLiteral("error"))->property("text").toString(),
-                 QStringLiteral("Missing argument: cost"));
+    type(window, input("cost"), u"twelve"_s);
+    QVERIFY(click(window, findItem(form, u"submit"_s)));
+    QTRY_COMPARE(text("error"), u"Missing argument: cost"_s);
     QCOMPARE(NativePluginStore::instance()->property("reviews").toList().size(), 0);
-    type(window, input("cost"), QStringLiteral("12.5"));
+    type(window, input("cost"), u"12.5"_s);
 
     // The slider's far end is its maximum, the switch turns on, the menu offers the list's choices.
     QQuickItem* slider = input("priority");
@@ -78,123 +78,111 @@ void tst_PluginPageViews::formFilledSubmittedAndConfirmed() {
     QVERIFY(click(window, input("urgent")));
     QTRY_VERIFY(input("urgent")->property("checked").toBool());
     QVERIFY(click(window, input("list")));
-    QTRY_VERIFY(shown(window->contentItem(), QStringLiteral("choice:Work")));
+    QTRY_VERIFY(shown(root, u"choice:Work"_s));
     QVERIFY(drawn(window));
-    QVERIFY(click(window, findItem(window->contentItem(), QStringLiteral("choice:Work"))));
-    QTRY_COMPARE(input("list")->property("currentText").toString(), QStringLiteral("Work"));
-    QTRY_VERIFY(!shown(window->contentItem(), QStringLiteral("choice:Work")));
+    QVERIFY(click(window, findItem(root, u"choice:Work"_s)));
+    QTRY_COMPARE(input("list")->property("currentText").toString(), u"Work"_s);
+    QTRY_VERIFY(!shown(root, u"choice:Work"_s));
 
     // Submitted, it waits for "Confirm", warning in the run's words; nothing ran yet.
-    QVERIFY(click(window, findItem(form, QStringLiteral("submit"))));
-    QTRY_VERIFY_WITH_TIMEOUT(
-        shown(form, QStringLiteral("confirmRun")) || shown(form, QStringLiteral("error")), 20000);
-    QCOMPARE(findItem(form, QStringLiteral("error"))->property("text").toString(), QString());
-    QTRY_VERIFY(shown(form, QStringLiteral("confirmRun")));
-    QCOMPARE(
-        findItem(form, QStringLiteral("warning"))->property("text").toString(),
-        QStringLiteral("This action changes things on this computer. Undo is not provided by this action."));
-    verifyPlainText(findItem(window->contentItem(), QStringLiteral("cards")));
-    screenshot(window, QStringLiteral("plugin-form-review"));
+    QVERIFY(click(window, findItem(form, u"submit"_s)));
+    QTRY_VERIFY_WITH_TIMEOUT(shown(form, u"confirmRun"_s) || shown(form, u"error"_s), 20000);
+    QCOMPARE(text("error"), QString());
+    QTRY_VERIFY(shown(form, u"confirmRun"_s));
+    QCOMPARE(text("warning"),
+             u"This action changes things on this computer. Undo is not provided by this action."_s);
+    verifyPlainText(findItem(root, u"cards"_s));
+    screenshot(window, u"plugin-form-review"_s);
     QCOMPARE(errandsLog().size(), logged);
 
-    QVERIFY(click(window, findItem(form, QStringLiteral("confirmRun"))));
+    QVERIFY(click(window, findItem(form, u"confirmRun"_s)));
     QTRY_VERIFY_WITH_TIMEOUT(errandsLog().size() == logged + 1, 20000);
     const ErrandsEntry ran = errandsLog().last();
-    QCOMPARE(ran.action, QStringLiteral("add"));
-    const QVariantMap expected{{QStringLiteral("title"), QStringLiteral("Buy stamps")},
-                               {QStringLiteral("cost"), 12.5},
-                               {QStringLiteral("priority"), 5.0},
-                               {QStringLiteral("urgent"), true},
-                               {QStringLiteral("list"), QStringLiteral("Work")}};
+    QCOMPARE(ran.action, u"add"_s);
+    const QVariantMap expected{
+        {"title", "Buy stamps"}, {"cost", 12.5}, {"priority", 5.0}, {"urgent", true}, {"list", "Work"}};
     QCOMPARE(ran.values, expected);
-    QTRY_VERIFY_WITH_TIMEOUT(
-        shown(form, QStringLiteral("runPhase")) &&
-            shown(form, QStringLiteral("runPhase"))->property("text").toString().startsWith(u"Succeeded"),
-        20000);
+    QTRY_VERIFY_WITH_TIMEOUT(shown(form, u"runPhase"_s) && text("runPhase").startsWith(u"Succeeded"), 20000);
     // The form moved on to its next revision and starts over, remembering the list.
     QTRY_COMPARE(input("title")->property("text").toString(), QString());
-    QCOMPARE(input("list")->property("currentText").toString(), QStringLiteral("Work"));
-    screenshot(window, QStringLiteral("plugin-form"));
-    verifyPlainText(findItem(window->contentItem(), QStringLiteral("cards")));
+    QCOMPARE(input("list")->property("currentText").toString(), u"Work"_s);
+    screenshot(window, u"plugin-form"_s);
+    verifyPlainText(findItem(root, u"cards"_s));
 }
 
 void tst_PluginPageViews::collectionLayouts() {
-    QQuickWindow* window = showErrands(QStringLiteral("inbox"));
+    QQuickWindow* window = showErrands(u"inbox"_s);
     QVERIFY(window);
-    QQuickItem* cards = findItem(window->contentItem(), QStringLiteral("cards"));
+    QQuickItem* root = window->contentItem();
+    QQuickItem* cards = findItem(root, u"cards"_s);
     const auto names = [&] {
         QStringList found;
-        const QList<QQuickItem*> items = findItems(cards, QStringLiteral("item:"));
-        for (QQuickItem* item : items)
+        for (QQuickItem* item : findItems(cards, u"item:"_s))
             found.append(item->objectName().mid(5));
         return found;
     };
     const auto text = [&](const QString& name) { return findItem(cards, name)->property("text").toString(); };
+    const auto label = [&](const QString& name) {
+        return findItem(cards, name)->property("label").toString();
+    };
+    const auto page = [&](const QString& name) { return click(window, findItem(root, u"panel:"_s + name)); };
 
     // Inbox: every message, then the unread ones, then a search that finds none.
     QTRY_COMPARE(names(), QStringList({"m1", "m2", "m3", "m4"}));
-    QCOMPARE(text(QStringLiteral("heading")), QStringLiteral("Messages"));
-    QCOMPARE(text(QStringLiteral("searchHint")), QStringLiteral("Search inbox"));
-    QVERIFY(findItem(findItem(cards, QStringLiteral("item:m1")), QStringLiteral("unread"))->isVisible());
-    screenshot(window, QStringLiteral("plugin-collection-inbox"));
+    QCOMPARE(text("heading"), u"Messages"_s);
+    QCOMPARE(text("searchHint"), u"Search inbox"_s);
+    QVERIFY(findItem(findItem(cards, u"item:m1"_s), u"unread"_s)->isVisible());
+    screenshot(window, u"plugin-collection-inbox"_s);
     verifyPlainText(cards);
-    QVERIFY(click(window, findItem(cards, QStringLiteral("filter:Unread"))));
+    QVERIFY(click(window, findItem(cards, u"filter:Unread"_s)));
     QTRY_COMPARE(names(), QStringList({"m1", "m2"}));
-    type(window, findItem(cards, QStringLiteral("search")), QStringLiteral("PLUMBER"));
-    QTRY_VERIFY(shown(cards, QStringLiteral("emptyText")));
-    QCOMPARE(text(QStringLiteral("emptyText")), QStringLiteral("No messages."));
+    type(window, findItem(cards, u"search"_s), u"PLUMBER"_s);
+    QTRY_VERIFY(shown(cards, u"emptyText"_s));
+    QCOMPARE(text("emptyText"), u"No messages."_s);
 
     // Tasks: a new page starts without the inbox's search; the dates or "No due date"; a button
     // that asks first reaches Errands only after "Confirm".
-    QVERIFY(click(window, findItem(window->contentItem(), QStringLiteral("panel:tasks"))));
-    QTRY_VERIFY(names().contains(QStringLiteral("e4")));
-    QCOMPARE(text(QStringLiteral("heading")), QStringLiteral("Due date"));
-    QCOMPARE(text(QStringLiteral("date:e3")), QStringLiteral("No due date"));
-    screenshot(window, QStringLiteral("plugin-collection-tasks"));
+    QVERIFY(page("tasks"));
+    QTRY_VERIFY(names().contains(u"e4"_s));
+    QCOMPARE(text("heading"), u"Due date"_s);
+    QCOMPARE(text("date:e3"), u"No due date"_s);
+    screenshot(window, u"plugin-collection-tasks"_s);
     verifyPlainText(cards);
-    QVERIFY(click(window, findItem(cards, QStringLiteral("action:clearDone"))));
-    QTRY_VERIFY(shown(window->contentItem(), QStringLiteral("confirm")));
+    QVERIFY(click(window, findItem(cards, u"action:clearDone"_s)));
+    QTRY_VERIFY(shown(root, u"confirm"_s));
     QVERIFY(drawn(window));
-    QVERIFY(click(window, findItem(window->contentItem(), QStringLiteral("confirm"))));
-    QTRY_VERIFY_WITH_TIMEOUT(!names().contains(QStringLiteral("e4")), 20000);
+    QVERIFY(click(window, findItem(root, u"confirm"_s)));
+    QTRY_VERIFY_WITH_TIMEOUT(!names().contains(u"e4"_s), 20000);
     // A closing popup still takes the next click.
-    QTRY_VERIFY(!shown(window->contentItem(), QStringLiteral("confirm")));
-    QVERIFY(names().contains(QStringLiteral("e1")));
+    QTRY_VERIFY(!shown(root, u"confirm"_s));
+    QVERIFY(names().contains(u"e1"_s));
 
     // Calendar: the days in a row; a press loads that day from Errands.
-    QVERIFY(click(window, findItem(window->contentItem(), QStringLiteral("panel:calendar"))));
-    QTRY_VERIFY(shown(cards, QStringLiteral("calendarHint")));
-    QCOMPARE(text(QStringLiteral("calendarHint")), QStringLiteral("Select a day to load its agenda"));
-    const QString tomorrow = QDate::currentDate().addDays(1).toString(QStringLiteral("yyyyMMdd"));
-    QQuickItem* day = findItem(cards, QStringLiteral("day:day_") + tomorrow);
-    QVERIFY(day && !day->property("active").toBool());
-    QVERIFY(click(window, day));
-    QTRY_VERIFY_WITH_TIMEOUT(snapshotOf(errandsID)
-                                     .value(QStringLiteral("panels"))
-                                     .toList()
-                                     .value(3)
-                                     .toMap()
-                                     .value(QStringLiteral("collection"))
-                                     .toMap()
-                                     .value(QStringLiteral("selectedDate"))
-                                     .toDouble() > NativePluginSessions::currentTime(),
-                             20000);
-    QTRY_VERIFY(findItem(cards, QStringLiteral("day:day_") + tomorrow)->property("active").toBool());
-    screenshot(window, QStringLiteral("plugin-collection-calendar"));
+    QVERIFY(page("calendar"));
+    QTRY_VERIFY(shown(cards, u"calendarHint"_s));
+    QCOMPARE(text("calendarHint"), u"Select a day to load its agenda"_s);
+    const QString tomorrow = u"day:day_"_s + QDate::currentDate().addDays(1).toString(u"yyyyMMdd"_s);
+    QVERIFY(findItem(cards, tomorrow) && !findItem(cards, tomorrow)->property("active").toBool());
+    QVERIFY(click(window, findItem(cards, tomorrow)));
+    const auto selectedDate = [] {
+        const QVariantMap calendar = snapshotOf(errandsID).value(u"panels"_s).toList().value(3).toMap();
+        return calendar.value(u"collection"_s).toMap().value(u"selectedDate"_s).toDouble();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(selectedDate() > NativePluginSessions::currentTime(), 20000);
+    QTRY_VERIFY(findItem(cards, tomorrow)->property("active").toBool());
+    screenshot(window, u"plugin-collection-calendar"_s);
     verifyPlainText(cards);
 
     // Files: a list in the plugin's order, then tiles, then by name.
-    QVERIFY(click(window, findItem(window->contentItem(), QStringLiteral("panel:files"))));
+    QVERIFY(page("files"));
     QTRY_COMPARE(names(), QStringList({"f1", "f2", "f3", "f4", "f5"}));
-    QCOMPARE(findItem(cards, QStringLiteral("fileGrid"))->property("label").toString(),
-             QStringLiteral("Grid view"));
-    screenshot(window, QStringLiteral("plugin-collection-files-list"));
-    QVERIFY(click(window, findItem(cards, QStringLiteral("fileGrid"))));
-    QTRY_COMPARE(findItem(cards, QStringLiteral("fileGrid"))->property("label").toString(),
-                 QStringLiteral("List view"));
-    QVERIFY(click(window, findItem(cards, QStringLiteral("fileSort"))));
+    QCOMPARE(label("fileGrid"), u"Grid view"_s);
+    screenshot(window, u"plugin-collection-files-list"_s);
+    QVERIFY(click(window, findItem(cards, u"fileGrid"_s)));
+    QTRY_COMPARE(label("fileGrid"), u"List view"_s);
+    QVERIFY(click(window, findItem(cards, u"fileSort"_s)));
     QTRY_COMPARE(names(), QStringList({"f4", "f2", "f5", "f3", "f1"}));
-    screenshot(window, QStringLiteral("plugin-collection-files"));
+    screenshot(window, u"plugin-collection-files"_s);
     verifyPlainText(cards);
 }
 

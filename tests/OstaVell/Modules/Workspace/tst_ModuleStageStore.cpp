@@ -15,7 +15,13 @@ namespace {
 const QString A = u"display-A"_s;
 const QString B = u"display-B"_s;
 const QString flow = u"workflow:6F1C1B7E-1D1A-4C36-9E4B-1B0C0A5B6C01"_s;
-const QStringList available{u"native:p"_s, u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s, flow};
+
+QStringList ids(const QString& words) {
+    return words.split(u' ', Qt::SkipEmptyParts);
+}
+
+const QStringList natural = ids(u"native:p local:m builtin:home builtin:media"_s);
+const QStringList available = natural + QStringList{flow};
 
 ModulePackage package(const QString& id, const std::optional<QString>& activity) {
     ModulePackage package;
@@ -56,47 +62,39 @@ void tst_ModuleStageStore::init() {
     QFile::remove(m_path);
 }
 
-// Each row: the operations on display A in order, then the rail that results and whether B
-// was touched. Operations: "hide X", "show X", "place X before Y", "last X", "move X by N".
+// Each row: the operations on display A in order, then the rail that results. Operations:
+// "hide X", "show X", "place X before Y", "last X", "move X by N"; "flow" stands for the workflow.
 void tst_ModuleStageStore::arrangingADisplay_data() {
     QTest::addColumn<QStringList>("operations");
     QTest::addColumn<QStringList>("rail");
-
-    const QStringList natural{u"native:p"_s, u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s};
-    QTest::addRow("new display: all but workflows") << QStringList{} << natural;
-    QTest::addRow("pinned workflow joins at the end")
-        << QStringList{u"show "_s + flow} << natural + QStringList{flow};
-    QTest::addRow("hidden comes back in its old place")
-        << QStringList{u"place builtin:home before native:p"_s, u"hide local:m"_s, u"show local:m"_s}
-        << QStringList{u"builtin:home"_s, u"native:p"_s, u"local:m"_s, u"builtin:media"_s};
-    QTest::addRow("place before itself does nothing")
-        << QStringList{u"place local:m before local:m"_s} << natural;
-    QTest::addRow("place before a hidden one does nothing")
-        << QStringList{u"hide native:p"_s, u"place local:m before native:p"_s}
-        << QStringList{u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s};
-    QTest::addRow("place what is not available does nothing")
-        << QStringList{u"place native:gone before local:m"_s} << natural;
-    QTest::addRow("place last also shows it")
-        << QStringList{u"hide native:p"_s, u"last native:p"_s}
-        << QStringList{u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s, u"native:p"_s};
-    QTest::addRow("a workflow placed is pinned")
-        << QStringList{u"place "_s + flow + u" before local:m"_s}
-        << QStringList{u"native:p"_s, flow, u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s};
-    QTest::addRow("move later swaps with the next")
-        << QStringList{u"move native:p by 1"_s}
-        << QStringList{u"local:m"_s, u"native:p"_s, u"builtin:home"_s, u"builtin:media"_s};
-    QTest::addRow("move before the first does nothing") << QStringList{u"move native:p by -1"_s} << natural;
-    QTest::addRow("move past the last does nothing") << QStringList{u"move builtin:media by 1"_s} << natural;
+    const auto row = [](const char* name, const QString& operations, const QStringList& rail) {
+        QTest::addRow("%s", name) << operations.split(u';', Qt::SkipEmptyParts) << rail;
+    };
+    row("new display: all but workflows", {}, natural);
+    row("pinned workflow joins at the end", u"show flow"_s, natural + QStringList{flow});
+    row("hidden comes back in its old place",
+        u"place builtin:home before native:p;hide local:m;show local:m"_s,
+        ids(u"builtin:home native:p local:m builtin:media"_s));
+    row("place before itself does nothing", u"place local:m before local:m"_s, natural);
+    row("place before a hidden one does nothing", u"hide native:p;place local:m before native:p"_s,
+        ids(u"local:m builtin:home builtin:media"_s));
+    row("place what is not available does nothing", u"place native:gone before local:m"_s, natural);
+    row("place last also shows it", u"hide native:p;last native:p"_s,
+        ids(u"local:m builtin:home builtin:media native:p"_s));
+    row("a workflow placed is pinned", u"place flow before local:m"_s,
+        ids(u"native:p flow local:m builtin:home builtin:media"_s).replaceInStrings(u"flow"_s, flow));
+    row("move later swaps with the next", u"move native:p by 1"_s,
+        ids(u"local:m native:p builtin:home builtin:media"_s));
+    row("move before the first does nothing", u"move native:p by -1"_s, natural);
+    row("move past the last does nothing", u"move builtin:media by 1"_s, natural);
 }
 
 void tst_ModuleStageStore::arrangingADisplay() {
     QFETCH(QStringList, operations);
-    QFETCH(QStringList, rail);
-
     UserDefaults defaults(m_path);
     ModuleStageStore store(&defaults);
     for (const QString& operation : operations) {
-        const QStringList words = operation.split(u' ');
+        const QStringList words = ids(operation).replaceInStrings(u"flow"_s, flow);
         if (words[0] == u"hide" || words[0] == u"show")
             store.setVisible(words[1], A, words[0] == u"show");
         else if (words[0] == u"place")
@@ -106,10 +104,9 @@ void tst_ModuleStageStore::arrangingADisplay() {
         else
             store.move(words[1], words[3].toInt(), A, available);
     }
-    QCOMPARE(store.ordered(available, A), rail);
+    QTEST(store.ordered(available, A), "rail");
     // Another display is a workspace of its own.
-    QCOMPARE(store.ordered(available, B),
-             (QStringList{u"native:p"_s, u"local:m"_s, u"builtin:home"_s, u"builtin:media"_s}));
+    QCOMPARE(store.ordered(available, B), natural);
 }
 
 void tst_ModuleStageStore::selectionFallsBackWithoutForgetting() {
