@@ -17,6 +17,7 @@
 #include <QGuiApplication>
 #include <QProcess>
 #include <QQuickItem>
+#include <QQuickWindow>
 #include <QScreen>
 #include <QTest>
 
@@ -101,6 +102,15 @@ private slots:
 private:
     static MediaKeyInterceptor* keys() { return MediaKeyInterceptor::instance(); }
     DisplayShelfController* panel() const { return m_app->shelf()->panels().first(); }
+    // The settings window's content, once it is open.
+    static QQuickItem* settings() {
+        const QWindowList windows = QGuiApplication::topLevelWindows();
+        for (QWindow* window : windows)
+            if (auto* quick = qobject_cast<QQuickWindow*>(window);
+                quick && window->title() == u"OstaVell Settings")
+                return quick->contentItem();
+        return nullptr;
+    }
 
     SoundServer m_server;
     std::unique_ptr<AppDelegate> m_app;
@@ -180,6 +190,18 @@ void tst_HUDKeys::thePeekTakesTheClosedWings() {
                                             folder + QStringLiteral("/hud-volume.png")});
     QVERIFY(import.waitForFinished(patience) && import.exitCode() == 0);
     peek->setInteracting(false);
+
+    // A finger on the bar sets the level where it lands, and holds the peek until it lifts.
+    QQuickItem* track = findItem(content, QStringLiteral("hudLevel"));
+    const QPoint quarter = track->mapToScene(QPointF(track->width() / 4, track->height() / 2)).toPoint();
+    QTest::mousePress(panel()->panel(), Qt::LeftButton, {}, quarter);
+    // Within the pixel the press lands on.
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(SoundServer::volume().value_or(-1) - 0.25) <= 1.0 / track->width(),
+                             patience);
+    QVERIFY(peek->isInteracting());
+    QCOMPARE(peek->hidesIn(), -1);
+    QTest::mouseRelease(panel()->panel(), Qt::LeftButton, {}, quarter);
+    QVERIFY(!peek->isInteracting());
     // Let go, the peek leaves by itself and the wings are what they were.
     QTRY_VERIFY_WITH_TIMEOUT(!peek->visible(), patience);
     QTRY_VERIFY_WITH_TIMEOUT(!shown(content, QStringLiteral("left:hud.left")), patience);
@@ -234,10 +256,20 @@ void tst_HUDKeys::noGrabWhenOffOrHeldElsewhere() {
         QVERIFY(SoundServer::setVolume(0.25));
         QTRY_COMPARE_WITH_TIMEOUT(HUDVolumeManager::instance()->volume(), 0.25f, patience);
         QVERIFY(!keys()->isActive());
+        // The settings pane says so, beside the switch that tries again.
+        m_app->showSettings(QStringLiteral("Volume and brightness"));
+        QTRY_VERIFY_WITH_TIMEOUT(settings() && shown(settings(), QStringLiteral("grabState")), patience);
+        QCOMPARE(findItem(settings(), QStringLiteral("grabState"))->property("text").toString(),
+                 QStringLiteral("Another program holds the volume or brightness keys, so they stay with it. "
+                                "Switch this on again to retry."));
+        QVERIFY(findItem(settings(), QStringLiteral("replaceSystemHUD"))->property("checked").toBool());
+        QCOMPARE(findItem(settings(), QStringLiteral("volumeRoute"))->property("displayText").toString(),
+                 QStringLiteral("System audio output"));
     }
     SettingsStore::instance()->setReplaceSystemHUD(true);
     QVERIFY(keys()->isActive());
     QVERIFY(keys()->grabAvailable());
+    QTRY_VERIFY(!shown(settings(), QStringLiteral("grabState")));
     QVERIFY(xdotool({"key", "XF86AudioRaiseVolume"}));
     QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(0.3125), patience);
 }

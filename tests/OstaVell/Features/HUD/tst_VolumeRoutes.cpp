@@ -194,11 +194,13 @@ void tst_VolumeRoutes::theSystemOutputWakesNothing() {
 }
 
 void tst_VolumeRoutes::unreadableRoutesAreLeftUntilChosen() {
-    const QByteArray unreadable("{\"outputs\":{\"speakers\":");
-    m_defaults->setValue(VolumeRoutes::key, unreadable);
-    QCOMPARE(m_volume->selectionID(), QStringLiteral("mac"));
-    QVERIFY(!m_volume->perform(PluginVolumeOperation::adjustVolume(0.0625)));
-    QCOMPARE(m_defaults->dataValue(VolumeRoutes::key), unreadable);
+    for (const QByteArray& unreadable :
+         {QByteArray(R"({"outputs":{"speakers":)"), QByteArray(R"({"outputs":[1]})")}) {
+        m_defaults->setValue(VolumeRoutes::key, unreadable);
+        QCOMPARE(m_volume->selectionID(), QStringLiteral("mac"));
+        QVERIFY(!m_volume->perform(PluginVolumeOperation::adjustVolume(0.0625)));
+        QCOMPARE(m_defaults->dataValue(VolumeRoutes::key), unreadable);
+    }
     m_volume->select(control("desk"));
     QCOMPARE(m_defaults->dataValue(VolumeRoutes::key),
              QByteArray(R"({"outputs":{"speakers":{"pluginID":"app.ostavell.example.speakers",)"
