@@ -70,6 +70,13 @@ void PluginVolumeRegistry::update(const QString& plugin, const QUuid& session,
     if (endpoints.size() > maximumEndpoints || ids.size() != endpoints.size())
         fail(invalidEndpointsMessage);
 
+    // Most plugins offer no volume control; their every snapshot need not wake the HUD.
+    const bool hadNone = std::none_of(m_endpoints.cbegin(), m_endpoints.cend(), [&](const auto& existing) {
+        return existing.target.pluginID == plugin;
+    });
+    if (endpoints.isEmpty() && hadNone)
+        return;
+
     QList<RegisteredVolumeEndpoint> kept;
     for (const RegisteredVolumeEndpoint& existing : std::as_const(m_endpoints))
         if (existing.target.pluginID != plugin)

@@ -73,7 +73,7 @@ std::optional<PluginVolumeTarget> VolumeTargetManager::route() const {
 
 void VolumeTargetManager::sync() {
     const auto before = std::make_tuple(m_volume, m_isMuted, m_available, m_canMute, m_busy, m_showsMuted,
-                                        m_status, m_targetName, m_selectionID, m_outputName);
+                                        m_status, m_targetName, m_selectionID, m_outputName, m_choices);
     const std::optional<PluginVolumeTarget> target = route();
     m_outputName = m_hardware->outputName();
     if (target) {
@@ -98,8 +98,9 @@ void VolumeTargetManager::sync() {
         m_timer.start();
     else if (!target)
         m_timer.stop();
+    m_choices = listChoices(target);
     if (before != std::make_tuple(m_volume, m_isMuted, m_available, m_canMute, m_busy, m_showsMuted, m_status,
-                                  m_targetName, m_selectionID, m_outputName))
+                                  m_targetName, m_selectionID, m_outputName, m_choices))
         emit changed();
 }
 
@@ -156,10 +157,9 @@ QString VolumeTargetManager::hudLabel() const {
     return plain;
 }
 
-QVariantList VolumeTargetManager::choices() const {
+QVariantList VolumeTargetManager::listChoices(const std::optional<PluginVolumeTarget>& saved) const {
     QVariantList choices{
         QVariantMap{{"id", systemSelection.toString()}, {"name", systemOutputName.toString()}}};
-    const std::optional<PluginVolumeTarget> saved = route();
     bool savedListed = false;
     for (const RegisteredVolumeEndpoint& endpoint : m_registry->endpoints()) {
         choices.append(QVariantMap{{"id", endpoint.target.selectionID()}, {"name", endpoint.state.name}});

@@ -82,7 +82,7 @@ public:
     bool routed() const { return route().has_value(); }
     bool showsMutedState() const { return m_showsMuted; }
     QString hudLabel() const;
-    QVariantList choices() const;
+    QVariantList choices() const { return m_choices; }
     // The 1-second refresh that lets a routed control's reading expire on screen; it runs only
     // while the output has a route.
     bool refreshing() const { return m_timer.isActive(); }
@@ -115,6 +115,7 @@ private:
     void finishRouted(const PluginVolumeTarget& target, const QString& output, SneakPeekType type,
                       const PluginVolumeRegistry::Outcome& outcome);
     Shown intended(const PluginVolumeOperation& operation) const;
+    QVariantList listChoices(const std::optional<PluginVolumeTarget>& saved) const;
     void setStatus(const QString& status);
 
     HUDVolumeManager* m_hardware;
@@ -135,6 +136,7 @@ private:
     QString m_targetName;
     QString m_selectionID;
     QString m_outputName;
+    QVariantList m_choices;
 
     QString m_previousOutput;
     std::optional<PluginVolumeTarget> m_previousTarget;

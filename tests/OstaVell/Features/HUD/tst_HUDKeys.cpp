@@ -265,6 +265,7 @@ void tst_HUDKeys::noGrabWhenOffOrHeldElsewhere() {
         QVERIFY(findItem(settings(), QStringLiteral("replaceSystemHUD"))->property("checked").toBool());
         QCOMPARE(findItem(settings(), QStringLiteral("volumeRoute"))->property("displayText").toString(),
                  QStringLiteral("System audio output"));
+        screenshot(settings()->window(), QStringLiteral("hud-settings-refused"));
     }
     SettingsStore::instance()->setReplaceSystemHUD(true);
     QVERIFY(keys()->isActive());
