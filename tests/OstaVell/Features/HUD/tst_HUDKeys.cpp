@@ -17,6 +17,7 @@
 #include <QGuiApplication>
 #include <QProcess>
 #include <QQuickItem>
+#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QScreen>
 #include <QTest>
@@ -118,6 +119,8 @@ private:
 
 void tst_HUDKeys::initTestCase() {
     QVERIFY(m_server.start());
+    // The app's own style, as main() sets it.
+    QQuickStyle::setStyle(QStringLiteral("Material"));
     QCursor::setPos(QGuiApplication::primaryScreen()->geometry().bottomLeft());
     SettingsStore::instance()->setReplaceSystemHUD(true);
     m_app = std::make_unique<AppDelegate>();

@@ -60,7 +60,7 @@ ScrollView {
 
         Heading { text: "Output" }
         RowLayout {
-            Label { textFormat: Text.PlainText; text: "Selected output volume"; Layout.preferredWidth: 160 }
+            Label { textFormat: Text.PlainText; text: "Selected output volume"; Layout.preferredWidth: 180 }
             ComboBox {
                 id: picker
                 objectName: "volumeRoute"
