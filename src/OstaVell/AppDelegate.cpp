@@ -1,6 +1,7 @@
 #include "OstaVell/AppDelegate.h"
 
 #include "OstaVell/Features/Automations/AutomationStore.h"
+#include "OstaVell/Features/HUD/HUDFeature.h"
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
@@ -100,6 +101,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_shelf->start();
 
     MusicManager::instance()->start();
+    HUDFeature::start(plugins->sessions());
 
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
 }
@@ -112,6 +114,7 @@ void AppDelegate::offerViews() {
     ModuleStageStore::offerViews(*shell);
     AutomationStore::offerViews(*shell);
     MusicManager::offerViews(*shell);
+    HUDFeature::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {

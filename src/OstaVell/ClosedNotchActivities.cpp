@@ -2,6 +2,7 @@
 
 #include "OstaVell/DisplayShelfController.h"
 #include "OstaVell/Features/Automations/AutomationStore.h"
+#include "OstaVell/Features/HUD/SneakPeekCoordinator.h"
 #include "OstaVell/Support/SettingsStore.h"
 #include "OstaVell/Support/ShellContributions.h"
 
@@ -21,6 +22,8 @@ ClosedNotchActivities::ClosedNotchActivities(QObject* parent)
             &ClosedNotchActivities::update);
     if (AutomationStore* automations = AutomationStore::instance())
         connect(automations, &AutomationStore::historyChanged, this, &ClosedNotchActivities::update);
+    connect(SneakPeekCoordinator::instance(), &SneakPeekCoordinator::changed, this,
+            &ClosedNotchActivities::update);
     update();
 }
 
@@ -79,6 +82,7 @@ WingState ClosedNotchActivities::state() const {
     for (const QVariant& wing : wings)
         state.sources.insert(wing.toMap().value(QStringLiteral("id")).toString());
     state.transient = m_transient;
+    state.peekVisible = SneakPeekCoordinator::instance()->visible();
     const AutomationStore* automations = AutomationStore::instance();
     state.automationRun = automations && automations->activeRun().has_value();
     state.batteryLiveActivity = settings->batteryLiveActivity();

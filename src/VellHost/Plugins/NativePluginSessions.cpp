@@ -70,6 +70,11 @@ qint64 NativePluginSessions::processID(const QString& id) const {
     return found == m_workers.cend() ? 0 : found->process->processID();
 }
 
+QUuid NativePluginSessions::session(const QString& id) const {
+    const auto found = m_workers.constFind(id);
+    return found == m_workers.cend() ? QUuid() : found->process->session();
+}
+
 void NativePluginSessions::setStatus(const QString& id, const QString& line) {
     if (m_status.value(id) == line && m_status.contains(id))
         return;

@@ -151,6 +151,8 @@ public:
     QStringList running() const { return m_workers.keys(); }
     // The plugin's process id once it was spawned, else 0.
     qint64 processID(const QString& id) const;
+    // The running session's id; null when the plugin has none.
+    QUuid session(const QString& id) const;
     const QMap<QString, QHash<double, PluginAgenda>>& agendas() const { return m_agendas; }
     double agendaDate() const { return m_agendaDate; }
     QSet<QString> visibleDisplays(const QString& id) const { return m_visibleDisplays.value(id); }

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class QSocketNotifier;
+
+namespace vell {
+
+class ChildProcess;
+
+// The short sound a volume key makes: the freedesktop sound theme's "audio-volume-change",
+// played by paplay on the default output. A new press cuts the last sound short and starts
+// again, as a rewound sound would.
+class VolumeFeedbackSound final : public QObject {
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(VolumeFeedbackSound)
+
+public:
+    explicit VolumeFeedbackSound(QObject* parent = nullptr);
+    ~VolumeFeedbackSound() override;
+
+    // The sound's file in the freedesktop theme, searched in XDG_DATA_HOME and XDG_DATA_DIRS;
+    // empty when no theme has it.
+    static QString soundFile();
+
+    // Starts the sound; false when there is no sound or no player.
+    bool play();
+    // How many sounds were started, for the tests that hold a key.
+    int plays() const { return m_plays; }
+
+private:
+    void stop();
+
+    std::unique_ptr<ChildProcess> m_player;
+    QSocketNotifier* m_exit = nullptr;
+    int m_plays = 0;
+};
+
+} // namespace vell

@@ -1,0 +1,295 @@
+// The whole app in this process on a real X server with a real pulseaudio: the volume keys,
+// pressed through the X server, reach the sink through the app's grab; the peek takes the
+// closed wings; the feedback sound plays on the sink when asked for; the setting off, or a key
+// another program holds, leaves no grab; keys the HUD can't act on are left to the desktop.
+#include "OstaVell/AppDelegate.h"
+#include "OstaVell/DisplayShelfController.h"
+#include "OstaVell/Features/HUD/HUDBrightnessManager.h"
+#include "OstaVell/Features/HUD/HUDSettings.h"
+#include "OstaVell/Features/HUD/HUDVolumeManager.h"
+#include "OstaVell/Features/HUD/MediaKeyInterceptor.h"
+#include "OstaVell/Features/HUD/VolumeTargetManager.h"
+#include "OstaVell/ShelfController.h"
+#include "OstaVell/ShelfPanel.h"
+#include "OstaVell/Support/SettingsStore.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QQuickItem>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QTest>
+
+#include <memory>
+#include <xcb/xcb.h>
+#include <xcb/xcb_keysyms.h>
+
+#include "../../QuickTestSupport.h"
+#include "SoundServer.h"
+
+using namespace vell;
+using namespace vell::test;
+
+namespace {
+
+constexpr int patience = 20000;
+constexpr quint32 raiseVolume = 0x1008FF13;
+constexpr quint32 brightnessUp = 0x1008FF02;
+
+bool xdotool(const QStringList& arguments) {
+    QProcess tool;
+    tool.start(QStringLiteral("xdotool"), arguments);
+    return tool.waitForFinished(patience) && tool.exitStatus() == QProcess::NormalExit &&
+           tool.exitCode() == 0;
+}
+
+// Another X client, as a desktop that wants the key for itself would be.
+class OtherClient final {
+public:
+    OtherClient()
+        : m_connection(xcb_connect(nullptr, nullptr)) {}
+    // Lets go and waits until the server has done so, before anyone else tries.
+    ~OtherClient() {
+        if (m_keycode != 0) {
+            xcb_ungrab_key(m_connection, m_keycode, root(), 0);
+            free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+        }
+        xcb_disconnect(m_connection);
+    }
+
+    // Whether the server let it have the key without modifiers.
+    bool grab(quint32 keysym) {
+        std::unique_ptr<xcb_key_symbols_t, decltype(&xcb_key_symbols_free)> symbols(
+            xcb_key_symbols_alloc(m_connection), &xcb_key_symbols_free);
+        std::unique_ptr<xcb_keycode_t, decltype(&free)> codes(
+            xcb_key_symbols_get_keycode(symbols.get(), keysym), &free);
+        const xcb_keycode_t keycode = codes ? *codes : 0;
+        xcb_generic_error_t* error =
+            xcb_request_check(m_connection, xcb_grab_key_checked(m_connection, 1, root(), 0, keycode,
+                                                                 XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+        const bool granted = keycode != 0 && !error;
+        free(error);
+        if (granted)
+            m_keycode = keycode;
+        return granted;
+    }
+
+private:
+    xcb_window_t root() const { return xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root; }
+
+    xcb_connection_t* m_connection;
+    xcb_keycode_t m_keycode = 0;
+};
+
+} // namespace
+
+class tst_HUDKeys final : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void keysReachTheSink_data();
+    void keysReachTheSink();
+    void thePeekTakesTheClosedWings();
+    void feedbackPlaysOnlyWhenAsked();
+    void keysTheHUDCantUseStayWithTheDesktop();
+    void noGrabWhenOffOrHeldElsewhere();
+    void waylandGrabsNothing();
+
+private:
+    static MediaKeyInterceptor* keys() { return MediaKeyInterceptor::instance(); }
+    DisplayShelfController* panel() const { return m_app->shelf()->panels().first(); }
+    // The settings window's content, once it is open.
+    static QQuickItem* settings() {
+        const QWindowList windows = QGuiApplication::topLevelWindows();
+        for (QWindow* window : windows)
+            if (auto* quick = qobject_cast<QQuickWindow*>(window);
+                quick && window->title() == u"OstaVell Settings")
+                return quick->contentItem();
+        return nullptr;
+    }
+
+    SoundServer m_server;
+    std::unique_ptr<AppDelegate> m_app;
+};
+
+void tst_HUDKeys::initTestCase() {
+    QVERIFY(m_server.start());
+    // The app's own style, as main() sets it.
+    QQuickStyle::setStyle(QStringLiteral("Material"));
+    QCursor::setPos(QGuiApplication::primaryScreen()->geometry().bottomLeft());
+    SettingsStore::instance()->setReplaceSystemHUD(true);
+    m_app = std::make_unique<AppDelegate>();
+    m_app->applicationDidFinishLaunching();
+    QTRY_VERIFY_WITH_TIMEOUT(HUDVolumeManager::instance()->hasOutputDevice(), patience);
+    QTRY_VERIFY_WITH_TIMEOUT(keys()->isActive(), patience);
+    QVERIFY(keys()->grabAvailable());
+}
+
+void tst_HUDKeys::cleanupTestCase() {
+    m_app.reset();
+}
+
+void tst_HUDKeys::init() {
+    HUDSettings::instance()->setVolumeFeedback(false);
+    QVERIFY(SoundServer::setVolume(0.5));
+    QVERIFY(SoundServer::pactl({"set-sink-mute", "@DEFAULT_SINK@", "0"}));
+    QTRY_VERIFY_WITH_TIMEOUT(HUDVolumeManager::instance()->volume() == 0.5f, patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!HUDVolumeManager::instance()->isMuted(), patience);
+    SneakPeekCoordinator::instance()->hide();
+}
+
+void tst_HUDKeys::keysReachTheSink_data() {
+    QTest::addColumn<QStringList>("keys");
+    QTest::addColumn<double>("volume");
+    QTest::addColumn<bool>("muted");
+
+    QTest::addRow("up") << QStringList{"XF86AudioRaiseVolume"} << 0.5625 << false;
+    QTest::addRow("down") << QStringList{"XF86AudioLowerVolume"} << 0.4375 << false;
+    QTest::addRow("Shift and Alt: a quarter step")
+        << QStringList{"shift+alt+XF86AudioRaiseVolume"} << 0.515625 << false;
+    QTest::addRow("Shift alone: a whole step")
+        << QStringList{"shift+XF86AudioRaiseVolume"} << 0.5625 << false;
+    QTest::addRow("Alt alone: a whole step") << QStringList{"alt+XF86AudioLowerVolume"} << 0.4375 << false;
+    QTest::addRow("each repeat a step")
+        << QStringList{"--repeat", "3", "XF86AudioRaiseVolume"} << 0.6875 << false;
+    QTest::addRow("mute") << QStringList{"XF86AudioMute"} << 0.5 << true;
+    QTest::addRow("mute and back") << QStringList{"--repeat", "2", "XF86AudioMute"} << 0.5 << false;
+}
+
+void tst_HUDKeys::keysReachTheSink() {
+    QFETCH(QStringList, keys);
+    QFETCH(double, volume);
+    QFETCH(bool, muted);
+    QVERIFY(xdotool(QStringList{"key"} + keys));
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(volume), patience);
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::muted(), std::optional(muted), patience);
+    QTRY_VERIFY_WITH_TIMEOUT(SneakPeekCoordinator::instance()->visible(), patience);
+    QCOMPARE(SneakPeekCoordinator::instance()->lastEventSource(), HUDEventSource::internalControl);
+}
+
+void tst_HUDKeys::thePeekTakesTheClosedWings() {
+    SneakPeekCoordinator* peek = SneakPeekCoordinator::instance();
+    QVERIFY(xdotool({"key", "--repeat", "4", "XF86AudioRaiseVolume"}));
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(0.75), patience);
+    // Held as a finger on the slider holds it, for the picture.
+    peek->setInteracting(true);
+    QQuickItem* content = panel()->panel()->contentItem();
+    QTRY_VERIFY_WITH_TIMEOUT(shown(content, QStringLiteral("left:hud.left")), patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shown(content, QStringLiteral("right:hud.right")), patience);
+    QTRY_COMPARE_WITH_TIMEOUT(findItem(content, QStringLiteral("hudLabel"))->property("text").toString(),
+                              QStringLiteral("Volume"), patience);
+    QQuickItem* fill = findItem(content, QStringLiteral("hudLevelFill"));
+    QTRY_COMPARE_WITH_TIMEOUT(fill->width(), 96 * 0.75, patience);
+    QVERIFY(drawn(panel()->panel()));
+    const QString folder = qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/screenshots");
+    QVERIFY(QDir().mkpath(folder));
+    QProcess import;
+    import.start(QStringLiteral("import"), {"-display", qEnvironmentVariable("DISPLAY"), "-window", "root",
+                                            folder + QStringLiteral("/hud-volume.png")});
+    QVERIFY(import.waitForFinished(patience) && import.exitCode() == 0);
+    peek->setInteracting(false);
+
+    // A finger on the bar sets the level where it lands, and holds the peek until it lifts.
+    QQuickItem* track = findItem(content, QStringLiteral("hudLevel"));
+    const QPoint quarter = track->mapToScene(QPointF(track->width() / 4, track->height() / 2)).toPoint();
+    QTest::mousePress(panel()->panel(), Qt::LeftButton, {}, quarter);
+    // Within the pixel the press lands on.
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(SoundServer::volume().value_or(-1) - 0.25) <= 1.0 / track->width(),
+                             patience);
+    QVERIFY(peek->isInteracting());
+    QCOMPARE(peek->hidesIn(), -1);
+    QTest::mouseRelease(panel()->panel(), Qt::LeftButton, {}, quarter);
+    QVERIFY(!peek->isInteracting());
+    // Let go, the peek leaves by itself and the wings are what they were.
+    QTRY_VERIFY_WITH_TIMEOUT(!peek->visible(), patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!shown(content, QStringLiteral("left:hud.left")), patience);
+}
+
+void tst_HUDKeys::feedbackPlaysOnlyWhenAsked() {
+    const int plays = keys()->feedback().plays();
+    QVERIFY(xdotool({"key", "XF86AudioRaiseVolume"}));
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(0.5625), patience);
+    QCOMPARE(keys()->feedback().plays(), plays);
+
+    // The sound is a new stream on the sink.
+    QProcess events;
+    events.start(QStringLiteral("pactl"), {"subscribe"});
+    QVERIFY(events.waitForStarted(patience));
+    HUDSettings::instance()->setVolumeFeedback(true);
+    QVERIFY(xdotool({"key", "XF86AudioLowerVolume"}));
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(0.5), patience);
+    QCOMPARE(keys()->feedback().plays(), plays + 1);
+    QByteArray heard;
+    QTRY_VERIFY_WITH_TIMEOUT((heard += events.readAllStandardOutput()).contains("'new' on sink-input"),
+                             patience);
+    events.kill();
+    events.waitForFinished(patience);
+
+    // Mute makes no sound.
+    QVERIFY(xdotool({"key", "XF86AudioMute"}));
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::muted(), std::optional(true), patience);
+    QCOMPARE(keys()->feedback().plays(), plays + 1);
+}
+
+void tst_HUDKeys::keysTheHUDCantUseStayWithTheDesktop() {
+    // No backlight here: the brightness keys are not ours, and another program may have them.
+    QVERIFY(!HUDBrightnessManager::instance()->isAvailable());
+    QVERIFY(!keys()->actionableKeys().contains(MediaKeyInterceptor::Key::brightnessUp));
+    OtherClient desktop;
+    QVERIFY(desktop.grab(brightnessUp));
+    QVERIFY(!desktop.grab(raiseVolume));
+}
+
+void tst_HUDKeys::noGrabWhenOffOrHeldElsewhere() {
+    SettingsStore::instance()->setReplaceSystemHUD(false);
+    QVERIFY(!keys()->isActive());
+    {
+        // The key is free: another program can take it, and then it is theirs.
+        OtherClient desktop;
+        QVERIFY(desktop.grab(raiseVolume));
+        SettingsStore::instance()->setReplaceSystemHUD(true);
+        QVERIFY(!keys()->isActive());
+        QVERIFY(!keys()->grabAvailable());
+        // What changes the HUD can act on does not try again; only the setting does.
+        QVERIFY(SoundServer::setVolume(0.25));
+        QTRY_COMPARE_WITH_TIMEOUT(HUDVolumeManager::instance()->volume(), 0.25f, patience);
+        QVERIFY(!keys()->isActive());
+        // The settings pane says so, beside the switch that tries again.
+        m_app->showSettings(QStringLiteral("Volume and brightness"));
+        QTRY_VERIFY_WITH_TIMEOUT(settings() && shown(settings(), QStringLiteral("grabState")), patience);
+        QCOMPARE(findItem(settings(), QStringLiteral("grabState"))->property("text").toString(),
+                 QStringLiteral("Another program holds the volume or brightness keys, so they stay with it. "
+                                "Switch this on again to retry."));
+        QVERIFY(findItem(settings(), QStringLiteral("replaceSystemHUD"))->property("checked").toBool());
+        QCOMPARE(findItem(settings(), QStringLiteral("volumeRoute"))->property("displayText").toString(),
+                 QStringLiteral("System audio output"));
+        screenshot(settings()->window(), QStringLiteral("hud-settings-refused"));
+    }
+    SettingsStore::instance()->setReplaceSystemHUD(true);
+    QVERIFY(keys()->isActive());
+    QVERIFY(keys()->grabAvailable());
+    QTRY_VERIFY(!shown(settings(), QStringLiteral("grabState")));
+    QVERIFY(xdotool({"key", "XF86AudioRaiseVolume"}));
+    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(0.3125), patience);
+}
+
+void tst_HUDKeys::waylandGrabsNothing() {
+    qputenv("XDG_SESSION_TYPE", "wayland");
+    MediaKeyInterceptor interceptor(VolumeTargetManager::instance(), HUDBrightnessManager::instance(),
+                                    SettingsStore::instance(), HUDSettings::instance(),
+                                    SneakPeekCoordinator::instance());
+    interceptor.start();
+    qunsetenv("XDG_SESSION_TYPE");
+    QVERIFY(interceptor.keysUnavailable());
+    QVERIFY(!interceptor.isActive());
+    SettingsStore::instance()->setReplaceSystemHUD(true);
+    QVERIFY(!interceptor.isActive());
+}
+
+QTEST_MAIN(tst_HUDKeys)
+#include "tst_HUDKeys.moc"
