@@ -2,6 +2,7 @@
 
 #include "OstaVell/Features/Automations/AutomationStore.h"
 #include "OstaVell/Features/HUD/HUDFeature.h"
+#include "OstaVell/Features/HUD/HUDVolumeManager.h"
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
@@ -100,7 +101,15 @@ void AppDelegate::applicationDidFinishLaunching() {
     m_shelf->quit = [] { QCoreApplication::quit(); };
     m_shelf->start();
 
-    MusicManager::instance()->start();
+    // The media view's volume slider moves the system's output, and follows it.
+    MusicManager* music = MusicManager::instance();
+    HUDVolumeManager* output = HUDVolumeManager::instance();
+    music->volumeWriter = [output](double level) {
+        output->setVolume(float(level), HUDEventSource::internalControl);
+    };
+    connect(output, &HUDVolumeManager::changed, music,
+            [music, output] { music->systemVolumeChangedOutside(output->volume()); });
+    music->start();
     HUDFeature::start(plugins->sessions());
 
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });

@@ -2,7 +2,6 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -46,17 +45,18 @@ public:
         if (paused)
             arguments.append(QStringLiteral("--pause"));
         m_process.start(QStringLiteral("mpv"), arguments + files);
-        const QDeadlineTimer deadline(20000);
-        while (!deadline.hasExpired()) {
-            for (const QString& name : names()) {
-                if (!before.contains(name)) {
-                    busName = name;
-                    return true;
+        // Its name on the bus is the one that was not there before.
+        return QTest::qWaitFor(
+            [&] {
+                for (const QString& name : names()) {
+                    if (!before.contains(name)) {
+                        busName = name;
+                        return true;
+                    }
                 }
-            }
-            QTest::qWait(50);
-        }
-        return false;
+                return false;
+            },
+            20000);
     }
 
     // One IPC command, e.g. {"set_property", "pause", true}; waits for mpv's answer.

@@ -188,6 +188,7 @@ void tst_MusicManager::aSilentStreamGivesWayAndWinsBack() {
     // must never start a player; the probe looks again later.
     const std::unique_ptr<MusicManager> silent = manager(script("silent", QStringLiteral("exec sleep 60")));
     silent->start();
+    // Three probes' time, to see something not happen: no condition marks its absence.
     QTest::qWait(3 * silent->timing.fallbackProbe);
     QVERIFY(!silent->usingScriptFallback());
     QVERIFY(!silent->scriptController().isActive());

@@ -231,6 +231,29 @@ Item {
                     anchors.verticalCenter: parent.verticalCenter
                     onClicked: MusicManager.cycleRepeatMode()
                 }
+                // The system's output level; only the drag's last value is written.
+                Row {
+                    visible: !root.compact
+                    spacing: 2
+                    leftPadding: 12
+                    anchors.verticalCenter: parent.verticalCenter
+                    SymbolIcon {
+                        name: MusicManager.systemVolume < 0.01 ? "speaker.fill" : "speaker.wave.2.fill"
+                        size: 13
+                        color: Qt.rgba(1, 1, 1, 0.6)
+                        anchors.verticalCenter: parent.verticalCenter
+                    }
+                    Slider {
+                        objectName: "systemVolume"
+                        width: 110
+                        from: 0
+                        to: 1
+                        value: MusicManager.systemVolume
+                        Accessible.name: "Volume"
+                        anchors.verticalCenter: parent.verticalCenter
+                        onMoved: MusicManager.systemVolume = value
+                    }
+                }
             }
         }
     }
