@@ -131,11 +131,9 @@ void AppDelegate::applicationWillTerminate() {
         return;
     m_terminated = true;
     // Shutdown order, waiting for nothing: the automation run, plugins, module runners, unsaved
-    // notes, the panels.
+    // notes, media, the panels.
     qCInfo(lcApp) << "shutdown: cancelling the workflow run";
     AutomationStore::instance()->cancel();
-    qCInfo(lcApp) << "shutdown: stopping media";
-    MusicManager::instance()->stop();
     qCInfo(lcApp) << "shutdown: stopping plugins";
     NativePluginStore::instance()->stop();
     NativePluginStore::instance()->setFrameSink({});
@@ -145,6 +143,8 @@ void AppDelegate::applicationWillTerminate() {
         qCInfo(lcApp) << "shutdown: saving notes";
         NotesStore::instance()->saveNow();
     }
+    qCInfo(lcApp) << "shutdown: stopping media";
+    MusicManager::instance()->stop();
     qCInfo(lcApp) << "shutdown: stopping panels";
     m_shelf->stop();
 }

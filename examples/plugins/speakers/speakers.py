@@ -29,6 +29,8 @@ PLUGIN_ID = "app.ostavell.example.speakers"
 # A controller that stays silent this long is stopped by the host; a fresh reading also keeps
 # the endpoints from going stale, since the host trusts a reading for 45 seconds.
 OBSERVE_SECONDS = 10
+# How far ahead a command may expire.
+MAX_COMMAND_SECONDS = 15
 
 hello = None
 sequence = 0
@@ -122,11 +124,11 @@ def command(message):
     order = message["volumeCommand"]
     record(order)
     endpoint_id = order["endpointID"]
-    if endpoint_id not in endpoints:
-        answer(order["requestID"], endpoint_id, error="Speakers has no such control.")
-    elif time.time() > order["expiresAt"]:
-        # A gesture delivered late is dropped rather than applied to a level nobody sees now.
-        answer(order["requestID"], endpoint_id, error="The volume gesture expired.")
+    now = time.time()
+    # A gesture delivered late is dropped rather than applied to a level nobody sees now, and
+    # one that claims to last longer than the host ever allows is not the host's.
+    if endpoint_id not in endpoints or not now < order["expiresAt"] <= now + MAX_COMMAND_SECONDS:
+        answer(order["requestID"], endpoint_id, error="Volume gesture expired or has an invalid target.")
     elif endpoint_id == "desk":
         apply(endpoints["desk"], order["operation"])
         show()

@@ -51,6 +51,7 @@ bool NativePluginSessions::onViewResourceResult(const QString& id, const PluginM
 bool NativePluginSessions::onVolumeResult(const QString& id, const PluginMessage& message, double) {
     if (!negotiated(id, Capability::volume) || !message.volumeResult)
         fail("Volume capability was not negotiated.");
+    message.volumeResult->validate();
     emit volumeResultReceived(id, message.session, *message.volumeResult);
     return true;
 }

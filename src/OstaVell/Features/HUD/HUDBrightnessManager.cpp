@@ -116,7 +116,7 @@ void HUDBrightnessManager::start() {
     m_started = true;
     m_device = findDevice();
     if (!m_device) {
-        qCInfo(lcHUD) << "no backlight device; brightness keys stay with the system";
+        qCInfo(lcHUD) << "no backlight device \u2014 brightness HUD disabled";
         return;
     }
     refresh();
@@ -130,8 +130,8 @@ void HUDBrightnessManager::start() {
         m_sessionAnswered = true;
         m_sessionFound = !watcher->isError();
         if (!m_sessionFound)
-            qCInfo(lcHUD).noquote() << "no logind session for brightness (" + watcher->error().message() +
-                                           "); brightness keys stay with the system";
+            qCInfo(lcHUD).noquote() << "no logind session (" + watcher->error().message() +
+                                           QStringLiteral(") \u2014 brightness HUD disabled");
         emit changed();
     });
 }
@@ -182,8 +182,11 @@ void HUDBrightnessManager::write(int level) {
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
         watcher->deleteLater();
         --m_writesInFlight;
-        if (watcher->isError())
+        if (watcher->isError()) {
             qCWarning(lcHUD).noquote() << "setting the brightness failed: " + watcher->error().message();
+            // What shows is what the screen has, not what was asked.
+            refresh();
+        }
     });
 }
 

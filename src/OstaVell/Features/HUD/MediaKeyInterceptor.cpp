@@ -53,7 +53,13 @@ MediaKeyInterceptor::MediaKeyInterceptor(VolumeTargetManager* volume, HUDBrightn
     , m_settings(settings)
     , m_hudSettings(hudSettings)
     , m_peek(peek)
-    , m_grab([this](const X11KeyGrab::Press& press) { pressed(press); }) {}
+    , m_grab([this](const X11KeyGrab::Press& press) { pressed(press); }) {
+    m_retry.setInterval(retryMilliseconds);
+    connect(&m_retry, &QTimer::timeout, this, [this] {
+        m_retryDue = true;
+        syncKeys();
+    });
+}
 
 MediaKeyInterceptor* MediaKeyInterceptor::instance() {
     static MediaKeyInterceptor* interceptor = new MediaKeyInterceptor(
@@ -110,37 +116,38 @@ QList<MediaKeyInterceptor::Key> MediaKeyInterceptor::actionableKeys() const {
 }
 
 void MediaKeyInterceptor::syncWithSettings() {
-    if (m_refused) {
-        m_refused = false;
-        emit changed();
-    }
     m_grabbedKeys.clear();
+    m_retryDue = true;
     syncKeys();
 }
 
 void MediaKeyInterceptor::syncKeys() {
     const bool wasActive = isActive();
-    const QList<Key> wanted = m_settings->replaceSystemHUD() && !m_refused ? actionableKeys() : QList<Key>();
+    const bool wasRefused = m_refused;
+    const QList<Key> wanted = m_settings->replaceSystemHUD() ? actionableKeys() : QList<Key>();
     if (wanted.isEmpty()) {
         m_grab.release();
         m_grabbedKeys.clear();
-    } else if (wanted != m_grabbedKeys) {
+        m_refused = false;
+    } else if (wanted != m_grabbedKeys && (!m_refused || m_retryDue)) {
         QList<X11KeyGrab::Key> grabs;
         for (const KeyName& name : keysyms)
             if (wanted.contains(name.key))
                 for (quint16 modifiers : modifierCombinations)
                     grabs.append({name.keysym, modifiers});
-        if (m_grab.grab(grabs)) {
-            m_grabbedKeys = wanted;
-        } else {
-            // Another program has one of them: the keys stay with it until the setting is written.
-            qCInfo(lcHUD) << "media keys are held by another program; they stay with it";
-            m_refused = true;
-            m_grabbedKeys.clear();
-            emit changed();
-        }
+        m_refused = !m_grab.grab(grabs);
+        m_grabbedKeys = m_refused ? QList<Key>() : wanted;
     }
-    if (wasActive != isActive())
+    m_retryDue = false;
+    // Keys another program holds are asked for again every few seconds while the setting wants
+    // them, so that they are taken once it lets go, without a restart.
+    if (m_refused && !m_retry.isActive())
+        m_retry.start();
+    else if (!m_refused)
+        m_retry.stop();
+    if (m_refused && !wasRefused)
+        qCInfo(lcHUD) << "key grab failed \u2014 media keys not intercepted";
+    if (wasActive != isActive() || wasRefused != m_refused)
         emit changed();
 }
 

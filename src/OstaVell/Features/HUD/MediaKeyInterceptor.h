@@ -5,6 +5,7 @@
 
 #include <QList>
 #include <QObject>
+#include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
 class QJSEngine;
@@ -33,7 +34,7 @@ class MediaKeyInterceptor final : public QObject {
 
     // Keys are grabbed now.
     Q_PROPERTY(bool isActive READ isActive NOTIFY changed)
-    // False after the X server refused a grab; written again with the setting.
+    // False while the X server refuses a grab; asked again every few seconds.
     Q_PROPERTY(bool grabAvailable READ grabAvailable NOTIFY changed)
     // No keys can be taken in this session at all (Wayland, or no X server).
     Q_PROPERTY(bool keysUnavailable READ keysUnavailable CONSTANT)
@@ -44,6 +45,7 @@ public:
     // A key press moves a sixteenth; with Shift and Alt held, a quarter of that.
     static constexpr float step = 1.0f / 16;
     static constexpr float fineStep = 1.0f / 64;
+    static constexpr int retryMilliseconds = 3000;
 
     MediaKeyInterceptor(VolumeTargetManager* volume, HUDBrightnessManager* brightness,
                         SettingsStore* settings, HUDSettings* hudSettings, SneakPeekCoordinator* peek,
@@ -69,7 +71,7 @@ signals:
     void changed();
 
 private:
-    // The setting was written: a refused grab is tried again.
+    // The setting was written: a refused grab is tried again at once.
     void syncWithSettings();
     // Grabs the keys that should be held now, or lets go of them.
     void syncKeys();
@@ -86,6 +88,8 @@ private:
     QList<Key> m_grabbedKeys;
     bool m_started = false;
     bool m_refused = false;
+    bool m_retryDue = false;
+    QTimer m_retry;
     bool m_keysUnavailable = false;
 };
 

@@ -57,9 +57,18 @@ void VolumeFeedbackSound::stop() {
 }
 
 bool VolumeFeedbackSound::play() {
-    stop();
-    const QString file = soundFile();
-    const QString player = QStandardPaths::findExecutable(QStringLiteral("paplay"));
+    // A held key repeats far faster than the sound lasts: while one sounds, the next press is
+    // heard in it, and no second player starts.
+    if (m_exit)
+        return true;
+    m_player.reset();
+    if (!m_found) {
+        m_file = soundFile();
+        m_program = QStandardPaths::findExecutable(QStringLiteral("paplay"));
+        m_found = true;
+    }
+    const QString& file = m_file;
+    const QString& player = m_program;
     if (file.isEmpty() || player.isEmpty()) {
         qCInfo(lcHUD) << "no volume feedback sound:" << (file.isEmpty() ? "the sound theme" : "paplay")
                       << "is missing";

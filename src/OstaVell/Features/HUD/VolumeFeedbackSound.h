@@ -12,8 +12,8 @@ namespace vell {
 class ChildProcess;
 
 // The short sound a volume key makes: the freedesktop sound theme's "audio-volume-change",
-// played by paplay on the default output. A new press cuts the last sound short and starts
-// again, as a rewound sound would.
+// played by paplay on the default output. The file and the player are looked for once; a press
+// while the sound still plays starts nothing more.
 class VolumeFeedbackSound final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(VolumeFeedbackSound)
@@ -34,6 +34,9 @@ public:
 private:
     void stop();
 
+    bool m_found = false;
+    QString m_file;
+    QString m_program;
     std::unique_ptr<ChildProcess> m_player;
     QSocketNotifier* m_exit = nullptr;
     int m_plays = 0;

@@ -93,10 +93,12 @@ void VolumeTargetManager::sync() {
     if (!m_busy)
         m_showsMuted = m_isMuted;
     peekForRoute(target);
-    // Only a route's control can go stale while nothing happens; without one nothing wakes us.
-    if (target && !m_timer.isActive())
+    // Only a live control behind a route can go stale while nothing happens; one that is gone
+    // or stale comes back only with a plugin's message, which syncs by itself.
+    const bool canExpire = target && m_available;
+    if (canExpire && !m_timer.isActive())
         m_timer.start();
-    else if (!target)
+    else if (!canExpire)
         m_timer.stop();
     m_choices = listChoices(target);
     if (before != std::make_tuple(m_volume, m_isMuted, m_available, m_canMute, m_busy, m_showsMuted, m_status,

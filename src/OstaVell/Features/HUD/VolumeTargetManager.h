@@ -84,7 +84,7 @@ public:
     QString hudLabel() const;
     QVariantList choices() const { return m_choices; }
     // The 1-second refresh that lets a routed control's reading expire on screen; it runs only
-    // while the output has a route.
+    // while a live control is routed in.
     bool refreshing() const { return m_timer.isActive(); }
 
     // The route saved for the current output.

@@ -1,6 +1,7 @@
 #include "OstaVell/Features/Media/MediaScriptPlayerController.h"
 
-#include <QDBusConnectionInterface>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QImage>
 
 namespace vell {
@@ -70,13 +71,18 @@ void MediaScriptPlayerController::setPin(const QString& busName) {
         m_coalesce.start();
 }
 
-bool MediaScriptPlayerController::candidateRunning() const {
-    QDBusConnectionInterface* bus = m_bus.interface();
-    if (!bus)
-        return false;
-    const QStringList names = bus->registeredServiceNames().value();
-    return std::any_of(names.cbegin(), names.cend(),
-                       [&](const QString& name) { return allowed(name, m_restriction); });
+void MediaScriptPlayerController::askCandidateRunning(std::function<void(bool)> answer) {
+    const QDBusMessage list = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("ListNames"));
+    auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(list), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, answer = std::move(answer)] {
+        watcher->deleteLater();
+        const QDBusPendingReply<QStringList> reply = *watcher;
+        const QStringList names = reply.isError() ? QStringList() : reply.value();
+        answer(std::any_of(names.cbegin(), names.cend(),
+                           [&](const QString& name) { return allowed(name, m_restriction); }));
+    });
 }
 
 void MediaScriptPlayerController::start() {
@@ -124,9 +130,12 @@ void MediaScriptPlayerController::deliver() {
     m_activePlayer = player.busName;
     MediaPlaybackState state = stateOf(player, m_players.clock());
     if (!player.artUrl.isEmpty()) {
-        const QByteArray bytes = m_artwork.artwork(player.artUrl);
-        if (!bytes.isEmpty())
-            state.artworkImage = QImage::fromData(bytes);
+        if (player.artUrl != m_artworkUrl || m_artworkImage.isNull()) {
+            const QByteArray bytes = m_artwork.artwork(player.artUrl);
+            m_artworkImage = bytes.isEmpty() ? QImage() : QImage::fromData(bytes);
+            m_artworkUrl = player.artUrl;
+        }
+        state.artworkImage = m_artworkImage;
     }
     if (onStateChanged)
         onStateChanged(state);

@@ -5,6 +5,7 @@
 #include "VellHost/Media/MprisPlayers.h"
 
 #include <QDBusConnection>
+#include <QImage>
 #include <QObject>
 #include <QTimer>
 
@@ -34,8 +35,9 @@ public:
     void setPin(const QString& busName);
     bool isActive() const { return m_active; }
     QString activePlayer() const { return m_activePlayer; }
-    // Whether one of the players it may read is on the bus now.
-    bool candidateRunning() const;
+    // Answers, later and without blocking, whether one of the players it may read is on the
+    // bus; not at all when this goes first.
+    void askCandidateRunning(std::function<void(bool)> answer);
 
     void start();
     void stop();
@@ -62,6 +64,9 @@ private:
     QString m_pin;
     QString m_activePlayer;
     bool m_active = false;
+    // The artwork last decoded, so that each reading of an unchanged track decodes nothing.
+    QString m_artworkUrl;
+    QImage m_artworkImage;
 };
 
 } // namespace vell

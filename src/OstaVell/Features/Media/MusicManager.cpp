@@ -228,12 +228,17 @@ void MusicManager::beginScriptFallbackIfPossible() {
     if (!m_defaults.boolValue(fallbackKey, true) || m_scriptController->isActive())
         return;
     // Never a player started for us: with none of the allowed ones on the bus, look again later.
-    if (!m_scriptController->candidateRunning()) {
-        scheduleFallbackProbe(timing.fallbackProbe);
-        return;
-    }
-    setUsingScriptFallback(true);
-    m_scriptController->start();
+    m_scriptController->askCandidateRunning([this](bool running) {
+        // Media may have been switched off while the bus answered.
+        if (!m_started || !mediaEnabled() || m_scriptController->isActive())
+            return;
+        if (!running) {
+            scheduleFallbackProbe(timing.fallbackProbe);
+            return;
+        }
+        setUsingScriptFallback(true);
+        m_scriptController->start();
+    });
 }
 
 void MusicManager::setUsingScriptFallback(bool on) {

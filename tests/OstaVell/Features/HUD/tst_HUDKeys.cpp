@@ -255,7 +255,7 @@ void tst_HUDKeys::noGrabWhenOffOrHeldElsewhere() {
         SettingsStore::instance()->setReplaceSystemHUD(true);
         QVERIFY(!keys()->isActive());
         QVERIFY(!keys()->grabAvailable());
-        // What changes the HUD can act on does not try again; only the setting does.
+        // While the other program holds it, asking again changes nothing.
         QVERIFY(SoundServer::setVolume(0.25));
         QTRY_COMPARE_WITH_TIMEOUT(HUDVolumeManager::instance()->volume(), 0.25f, patience);
         QVERIFY(!keys()->isActive());
@@ -263,15 +263,15 @@ void tst_HUDKeys::noGrabWhenOffOrHeldElsewhere() {
         m_app->showSettings(QStringLiteral("Volume and brightness"));
         QTRY_VERIFY_WITH_TIMEOUT(settings() && shown(settings(), QStringLiteral("grabState")), patience);
         QCOMPARE(findItem(settings(), QStringLiteral("grabState"))->property("text").toString(),
-                 QStringLiteral("Another program holds the volume or brightness keys, so they stay with it. "
-                                "Switch this on again to retry."));
+                 QStringLiteral("Another program holds the volume or brightness keys, so they stay with it "
+                                "until it lets them go."));
         QVERIFY(findItem(settings(), QStringLiteral("replaceSystemHUD"))->property("checked").toBool());
         QCOMPARE(findItem(settings(), QStringLiteral("volumeRoute"))->property("displayText").toString(),
                  QStringLiteral("System audio output"));
         screenshot(settings()->window(), QStringLiteral("hud-settings-refused"));
     }
-    SettingsStore::instance()->setReplaceSystemHUD(true);
-    QVERIFY(keys()->isActive());
+    // Let go of, the keys are taken without anyone touching the setting.
+    QTRY_VERIFY_WITH_TIMEOUT(keys()->isActive(), patience);
     QVERIFY(keys()->grabAvailable());
     QTRY_VERIFY(!shown(settings(), QStringLiteral("grabState")));
     QVERIFY(xdotool({"key", "XF86AudioRaiseVolume"}));

@@ -219,10 +219,9 @@ void tst_VolumeRoutes::aRouteOutlivesItsPlugin() {
     QVERIFY(m_volume->routed());
     QVERIFY(!m_volume->available());
     QCOMPARE(m_volume->targetName(), QStringLiteral("Saved volume control"));
-    // The next look at the route, at the latest a second later, says why nothing can be sent.
-    QTRY_COMPARE_WITH_TIMEOUT(m_volume->status(),
-                              QStringLiteral("Selected control is unavailable. No change will be sent."),
-                              patience);
+    // Nothing left that could go stale: nothing wakes, and the status keeps saying what ended.
+    QVERIFY(!m_volume->refreshing());
+    QCOMPARE(m_volume->status(), PluginVolumeRegistry::disconnectedMessage.toString());
     QCOMPARE(m_volume->hudLabel(), QStringLiteral("Unavailable"));
     QCOMPARE(m_volume->choices().last().toMap(),
              (QVariantMap{{"id", control("silent")}, {"name", "Saved volume control"}}));
@@ -236,6 +235,14 @@ void tst_VolumeRoutes::aRouteOutlivesItsPlugin() {
     QTRY_VERIFY_WITH_TIMEOUT(m_volume->available(), patience);
     QCOMPARE(m_volume->targetName(), QStringLiteral("Silent amplifier"));
     QCOMPARE(m_volume->status(), QString());
+
+    // Gone with nothing in flight, it says why nothing can be sent.
+    m_store->setEnabled(speakers, false);
+    QTRY_COMPARE_WITH_TIMEOUT(m_volume->status(),
+                              QStringLiteral("Selected control is unavailable. No change will be sent."),
+                              patience);
+    m_store->setEnabled(speakers, true);
+    QTRY_VERIFY_WITH_TIMEOUT(m_volume->available(), patience);
 }
 
 QTEST_MAIN(tst_VolumeRoutes)

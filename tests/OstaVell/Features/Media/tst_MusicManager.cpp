@@ -138,6 +138,14 @@ void tst_MusicManager::nowPlayingAndItsControls() {
     QVERIFY(music->showQuickPeek());
     QCOMPARE(music->quickPeekMap().value("title").toString(), QStringLiteral("Bravo"));
     QTRY_VERIFY(!music->showQuickPeek());
+    // The same change just after a launch stays quiet: it is what was playing already.
+    music->timing.quietLaunch = 3600 * 1000;
+    music->nextTrack();
+    QTRY_COMPARE_WITH_TIMEOUT(music->playbackMap().value("title").toString(), QStringLiteral("Alpha"), 10000);
+    QVERIFY(!music->showQuickPeek());
+    music->timing.quietLaunch = 0;
+    music->nextTrack();
+    QTRY_COMPARE_WITH_TIMEOUT(music->playbackMap().value("title").toString(), QStringLiteral("Bravo"), 10000);
 
     // A second player, paused: shown only once pinned, and the pin outlasts nothing but itself.
     MpvPlayer other;

@@ -43,7 +43,7 @@ ScrollView {
             visible: SettingsStore.replaceSystemHUD && (MediaKeyInterceptor.keysUnavailable || !MediaKeyInterceptor.grabAvailable)
             text: MediaKeyInterceptor.keysUnavailable
                   ? "This session doesn't let OstaVell take the keys. Changes still show in the notch."
-                  : "Another program holds the volume or brightness keys, so they stay with it. Switch this on again to retry."
+                  : "Another program holds the volume or brightness keys, so they stay with it until it lets them go."
         }
         Switch {
             Layout.fillWidth: true
