@@ -11,7 +11,7 @@ ApplicationWindow {
     function showPane(title) { panes.show(title) }
     required property ShelfController shelf
     title: "OstaVell Settings"
-    width: 640
+    width: 700
     height: 520
     visible: false
     Material.theme: Material.Dark
@@ -43,7 +43,7 @@ ApplicationWindow {
                 if (index >= 0)
                     currentIndex = index
             }
-            Layout.preferredWidth: 150
+            Layout.preferredWidth: 210
             Layout.fillHeight: true
             // The shell's own panes, then those the features offer.
             model: ["General", "Appearance"].concat(ShellContributions.settingsPanes.map(pane => pane.title))
