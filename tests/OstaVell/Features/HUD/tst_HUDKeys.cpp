@@ -15,7 +15,6 @@
 
 #include <QCursor>
 #include <QGuiApplication>
-#include <QProcess>
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
@@ -38,26 +37,14 @@ constexpr int patience = 20000;
 constexpr quint32 raiseVolume = 0x1008FF13;
 constexpr quint32 brightnessUp = 0x1008FF02;
 
-bool xdotool(const QStringList& arguments) {
-    QProcess tool;
-    tool.start(QStringLiteral("xdotool"), arguments);
-    return tool.waitForFinished(patience) && tool.exitStatus() == QProcess::NormalExit &&
-           tool.exitCode() == 0;
+std::optional<QByteArray> xdotool(const QStringList& arguments) {
+    return run(QStringLiteral("xdotool"), arguments);
 }
 
 // Another X client, as a desktop that wants the key for itself would be.
 class OtherClient final {
 public:
-    OtherClient()
-        : m_connection(xcb_connect(nullptr, nullptr)) {}
-    // Lets go and waits until the server has done so, before anyone else tries.
-    ~OtherClient() {
-        if (m_keycode != 0) {
-            xcb_ungrab_key(m_connection, m_keycode, root(), 0);
-            free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
-        }
-        xcb_disconnect(m_connection);
-    }
+    ~OtherClient() { xcb_disconnect(m_connection); }
 
     // Whether the server let it have the key without modifiers.
     bool grab(quint32 keysym) {
@@ -71,16 +58,19 @@ public:
                                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
         const bool granted = keycode != 0 && !error;
         free(error);
-        if (granted)
-            m_keycode = keycode;
         return granted;
+    }
+
+    // Lets go of every key and waits until the server has done so, before anyone else tries.
+    void release() {
+        xcb_ungrab_key(m_connection, XCB_GRAB_ANY, root(), XCB_MOD_MASK_ANY);
+        free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
     }
 
 private:
     xcb_window_t root() const { return xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root; }
 
-    xcb_connection_t* m_connection;
-    xcb_keycode_t m_keycode = 0;
+    xcb_connection_t* m_connection = xcb_connect(nullptr, nullptr);
 };
 
 } // namespace
@@ -96,8 +86,7 @@ private slots:
     void keysReachTheSink();
     void thePeekTakesTheClosedWings();
     void feedbackPlaysOnlyWhenAsked();
-    void keysTheHUDCantUseStayWithTheDesktop();
-    void noGrabWhenOffOrHeldElsewhere();
+    void noGrabOfKeysUnusedOffOrHeldElsewhere();
     void waylandGrabsNothing();
 
 private:
@@ -138,38 +127,57 @@ void tst_HUDKeys::init() {
     HUDSettings::instance()->setVolumeFeedback(false);
     QVERIFY(SoundServer::setVolume(0.5));
     QVERIFY(SoundServer::pactl({"set-sink-mute", "@DEFAULT_SINK@", "0"}));
-    QTRY_VERIFY_WITH_TIMEOUT(HUDVolumeManager::instance()->volume() == 0.5f, patience);
-    QTRY_VERIFY_WITH_TIMEOUT(!HUDVolumeManager::instance()->isMuted(), patience);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        HUDVolumeManager::instance()->volume() == 0.5f && !HUDVolumeManager::instance()->isMuted(), patience);
     SneakPeekCoordinator::instance()->hide();
 }
 
 void tst_HUDKeys::keysReachTheSink_data() {
     QTest::addColumn<QStringList>("keys");
+    QTest::addColumn<bool>("mutedBefore");
     QTest::addColumn<double>("volume");
     QTest::addColumn<bool>("muted");
 
-    QTest::addRow("up") << QStringList{"XF86AudioRaiseVolume"} << 0.5625 << false;
-    QTest::addRow("down") << QStringList{"XF86AudioLowerVolume"} << 0.4375 << false;
+    QTest::addRow("up") << QStringList{"XF86AudioRaiseVolume"} << false << 0.5625 << false;
+    QTest::addRow("down") << QStringList{"XF86AudioLowerVolume"} << false << 0.4375 << false;
     QTest::addRow("Shift and Alt: a quarter step")
-        << QStringList{"shift+alt+XF86AudioRaiseVolume"} << 0.515625 << false;
+        << QStringList{"shift+alt+XF86AudioRaiseVolume"} << false << 0.515625 << false;
     QTest::addRow("Shift alone: a whole step")
-        << QStringList{"shift+XF86AudioRaiseVolume"} << 0.5625 << false;
-    QTest::addRow("Alt alone: a whole step") << QStringList{"alt+XF86AudioLowerVolume"} << 0.4375 << false;
+        << QStringList{"shift+XF86AudioRaiseVolume"} << false << 0.5625 << false;
+    QTest::addRow("Alt alone: a whole step")
+        << QStringList{"alt+XF86AudioLowerVolume"} << false << 0.4375 << false;
+    // Repeats come faster than the server answers: each starts from the step before it.
     QTest::addRow("each repeat a step")
-        << QStringList{"--repeat", "3", "XF86AudioRaiseVolume"} << 0.6875 << false;
-    QTest::addRow("mute") << QStringList{"XF86AudioMute"} << 0.5 << true;
-    QTest::addRow("mute and back") << QStringList{"--repeat", "2", "XF86AudioMute"} << 0.5 << false;
+        << QStringList{"--repeat", "3", "XF86AudioRaiseVolume"} << false << 0.6875 << false;
+    QTest::addRow("mute") << QStringList{"XF86AudioMute"} << false << 0.5 << true;
+    QTest::addRow("unmute") << QStringList{"XF86AudioMute"} << true << 0.5 << false;
+    QTest::addRow("up unmutes") << QStringList{"XF86AudioRaiseVolume"} << true << 0.5625 << false;
+    QTest::addRow("down stays muted") << QStringList{"XF86AudioLowerVolume"} << true << 0.4375 << true;
 }
 
 void tst_HUDKeys::keysReachTheSink() {
     QFETCH(QStringList, keys);
+    QFETCH(bool, mutedBefore);
     QFETCH(double, volume);
     QFETCH(bool, muted);
+    HUDVolumeManager* hardware = HUDVolumeManager::instance();
+    SneakPeekCoordinator* peek = SneakPeekCoordinator::instance();
+    if (mutedBefore) {
+        QVERIFY(SoundServer::pactl({"set-sink-mute", "@DEFAULT_SINK@", "1"}));
+        QTRY_VERIFY_WITH_TIMEOUT(hardware->isMuted(), patience);
+        peek->hide();
+    }
     QVERIFY(xdotool(QStringList{"key"} + keys));
     QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(volume), patience);
     QTRY_COMPARE_WITH_TIMEOUT(SoundServer::muted(), std::optional(muted), patience);
-    QTRY_VERIFY_WITH_TIMEOUT(SneakPeekCoordinator::instance()->visible(), patience);
-    QCOMPARE(SneakPeekCoordinator::instance()->lastEventSource(), HUDEventSource::internalControl);
+    QTRY_VERIFY_WITH_TIMEOUT(peek->visible(), patience);
+    QCOMPARE(peek->type(), keys.last() == u"XF86AudioMute" ? SneakPeekType::mute : SneakPeekType::volume);
+    QCOMPARE(peek->value(), float(volume));
+    // The server's echo of our own change is ours, not another program's.
+    QTRY_COMPARE_WITH_TIMEOUT(hardware->volume(), float(volume), patience);
+    QCOMPARE(hardware->isMuted(), muted);
+    QCOMPARE(hardware->lastChangeSource(), HUDEventSource::internalControl);
+    QCOMPARE(peek->lastEventSource(), HUDEventSource::internalControl);
 }
 
 void tst_HUDKeys::thePeekTakesTheClosedWings() {
@@ -188,10 +196,8 @@ void tst_HUDKeys::thePeekTakesTheClosedWings() {
     QVERIFY(drawn(panel()->panel()));
     const QString folder = qEnvironmentVariable("VELL_BUILD_DIR") + QStringLiteral("/screenshots");
     QVERIFY(QDir().mkpath(folder));
-    QProcess import;
-    import.start(QStringLiteral("import"), {"-display", qEnvironmentVariable("DISPLAY"), "-window", "root",
-                                            folder + QStringLiteral("/hud-volume.png")});
-    QVERIFY(import.waitForFinished(patience) && import.exitCode() == 0);
+    QVERIFY(run("import", {"-display", qEnvironmentVariable("DISPLAY"), "-window", "root",
+                           folder + "/hud-volume.png"}));
     peek->setInteracting(false);
 
     // A finger on the bar sets the level where it lands, and holds the peek until it lifts.
@@ -236,40 +242,37 @@ void tst_HUDKeys::feedbackPlaysOnlyWhenAsked() {
     QCOMPARE(keys()->feedback().plays(), plays + 1);
 }
 
-void tst_HUDKeys::keysTheHUDCantUseStayWithTheDesktop() {
+void tst_HUDKeys::noGrabOfKeysUnusedOffOrHeldElsewhere() {
+    OtherClient desktop;
     // No backlight here: the brightness keys are not ours, and another program may have them.
     QVERIFY(!HUDBrightnessManager::instance()->isAvailable());
     QVERIFY(!keys()->actionableKeys().contains(MediaKeyInterceptor::Key::brightnessUp));
-    OtherClient desktop;
     QVERIFY(desktop.grab(brightnessUp));
     QVERIFY(!desktop.grab(raiseVolume));
-}
 
-void tst_HUDKeys::noGrabWhenOffOrHeldElsewhere() {
     SettingsStore::instance()->setReplaceSystemHUD(false);
     QVERIFY(!keys()->isActive());
-    {
-        // The key is free: another program can take it, and then it is theirs.
-        OtherClient desktop;
-        QVERIFY(desktop.grab(raiseVolume));
-        SettingsStore::instance()->setReplaceSystemHUD(true);
-        QVERIFY(!keys()->isActive());
-        QVERIFY(!keys()->grabAvailable());
-        // What changes the HUD can act on does not try again; only the setting does.
-        QVERIFY(SoundServer::setVolume(0.25));
-        QTRY_COMPARE_WITH_TIMEOUT(HUDVolumeManager::instance()->volume(), 0.25f, patience);
-        QVERIFY(!keys()->isActive());
-        // The settings pane says so, beside the switch that tries again.
-        m_app->showSettings(QStringLiteral("Volume and brightness"));
-        QTRY_VERIFY_WITH_TIMEOUT(settings() && shown(settings(), QStringLiteral("grabState")), patience);
-        QCOMPARE(findItem(settings(), QStringLiteral("grabState"))->property("text").toString(),
-                 QStringLiteral("Another program holds the volume or brightness keys, so they stay with it. "
-                                "Switch this on again to retry."));
-        QVERIFY(findItem(settings(), QStringLiteral("replaceSystemHUD"))->property("checked").toBool());
-        QCOMPARE(findItem(settings(), QStringLiteral("volumeRoute"))->property("displayText").toString(),
-                 QStringLiteral("System audio output"));
-        screenshot(settings()->window(), QStringLiteral("hud-settings-refused"));
-    }
+    // The key is free: another program can take it, and then it is theirs.
+    QVERIFY(desktop.grab(raiseVolume));
+    SettingsStore::instance()->setReplaceSystemHUD(true);
+    QVERIFY(!keys()->isActive());
+    QVERIFY(!keys()->grabAvailable());
+    // What changes the HUD can act on does not try again; only the setting does.
+    QVERIFY(SoundServer::setVolume(0.25));
+    QTRY_COMPARE_WITH_TIMEOUT(HUDVolumeManager::instance()->volume(), 0.25f, patience);
+    QVERIFY(!keys()->isActive());
+    // The settings pane says so, beside the switch that tries again.
+    m_app->showSettings(QStringLiteral("Volume and brightness"));
+    QTRY_VERIFY_WITH_TIMEOUT(settings() && shown(settings(), QStringLiteral("grabState")), patience);
+    QCOMPARE(findItem(settings(), QStringLiteral("grabState"))->property("text").toString(),
+             QStringLiteral("Another program holds the volume or brightness keys, so they stay with it. "
+                            "Switch this on again to retry."));
+    QVERIFY(findItem(settings(), QStringLiteral("replaceSystemHUD"))->property("checked").toBool());
+    QCOMPARE(findItem(settings(), QStringLiteral("volumeRoute"))->property("displayText").toString(),
+             QStringLiteral("System audio output"));
+    screenshot(settings()->window(), QStringLiteral("hud-settings-refused"));
+
+    desktop.release();
     SettingsStore::instance()->setReplaceSystemHUD(true);
     QVERIFY(keys()->isActive());
     QVERIFY(keys()->grabAvailable());
