@@ -1,10 +1,8 @@
 // The registry of plugins' volume controls on a clock of the test's own: every limit from both
 // sides (age, lead, list length, busy), every way a wait ends, and answers that must change
-// nothing (late, forged, about another control). The saved routes' form beside it.
+// nothing (late, forged, about another control).
 #include "OstaVell/Features/HUD/PluginVolumeRegistry.h"
-#include "OstaVell/Support/UserDefaults.h"
 
-#include <QTemporaryDir>
 #include <QTest>
 
 #include "TestSupport.h"
@@ -52,7 +50,7 @@ private slots:
     void everyWaitEndsOnce_data();
     void everyWaitEndsOnce();
     void aFailedHandOverEndsTheWait();
-    void routesAreSavedByOutput();
+    void aSelectionSplitsAtItsFirstSlash();
 
 private:
     // A step sent to the desk speakers; the outcome lands in m_outcome.
@@ -175,12 +173,18 @@ void tst_PluginVolumeRegistry::everyWaitEndsOnce_data() {
     QTest::addColumn<double>("held");
 
     const auto confirmedAt = [](double at) { return WaitEnd([at](auto* t) { t->confirm(at); }); };
-    // An answer that must change nothing: the wait runs on to its time-out.
+    // Answers that change nothing: this one, one that contradicts itself, and, once the wait has
+    // timed out, the true one.
     const auto forged = [](const QString& from, const QUuid& in, const QString& about, bool sameRequest) {
         return WaitEnd([=](auto* t) {
             const QUuid request = sameRequest ? t->m_sent.last().requestID : QUuid::createUuid();
             t->m_registry->receive(from, in, {request, about, endpoint(about, start, 1.0), std::nullopt});
+            const PluginVolumeResult crossed{request, "desk", endpoint("shelf", start), std::nullopt};
+            QCOMPARE(problemOf([&] { t->m_registry->receive(plugin, session, crossed); }),
+                     QStringLiteral("Invalid volume result."));
             QVERIFY(!t->m_outcome);
+            QTRY_VERIFY(t->m_outcome.has_value());
+            t->confirm(start);
         });
     };
     const QString stale = PluginVolumeRegistry::staleMessage.toString();
@@ -201,21 +205,10 @@ void tst_PluginVolumeRegistry::everyWaitEndsOnce_data() {
         t->m_registry->receive(plugin, session,
                                {t->m_sent.last().requestID, "desk", std::nullopt, "Amplifier is off."});
     }) << "Amplifier is off." << 0.5;
-    QTest::addRow("silent until the time-out") << WaitEnd([](auto* t) {
-        QTRY_VERIFY(t->m_outcome.has_value());
-        // Its answer, when it comes after all, finds nothing waiting.
-        t->confirm(start);
-    }) << timedOut << 0.5;
     QTest::addRow("another session") << forged(plugin, QUuid::createUuid(), "desk", true) << timedOut << 0.5;
     QTest::addRow("another plugin") << forged("app.example.other", session, "desk", true) << timedOut << 0.5;
     QTest::addRow("another control") << forged(plugin, session, "shelf", true) << timedOut << 0.5;
     QTest::addRow("another request") << forged(plugin, session, "desk", false) << timedOut << 0.5;
-    QTest::addRow("a result that contradicts itself") << WaitEnd([](auto* t) {
-        const PluginVolumeResult crossed{t->m_sent.last().requestID, "desk", endpoint("shelf", start),
-                                         std::nullopt};
-        QCOMPARE(problemOf([&] { t->m_registry->receive(plugin, session, crossed); }),
-                 QStringLiteral("Invalid volume result."));
-    }) << timedOut << 0.5;
     QTest::addRow("the control went from the list")
         << WaitEnd([](auto* t) { t->m_registry->update(plugin, session, {endpoint("other", start)}); })
         << PluginVolumeRegistry::targetChangedMessage.toString() << 0.5;
@@ -251,22 +244,9 @@ void tst_PluginVolumeRegistry::aFailedHandOverEndsTheWait() {
     QVERIFY(m_registry->busyPlugins().isEmpty());
 }
 
-void tst_PluginVolumeRegistry::routesAreSavedByOutput() {
-    QTemporaryDir folder;
-    UserDefaults defaults(folder.filePath("OstaVell.conf"));
-    VolumeRoutes routes;
-    routes.set("speakers", desk);
-    routes.set("hdmi", PluginVolumeTarget{plugin, "shelf/left"});
-    routes.save(defaults);
-    QCOMPARE(defaults.dataValue(VolumeRoutes::key),
-             QByteArray(R"({"outputs":{"hdmi":{"pluginID":"app.example.speakers","endpointID":"shelf/left"},)"
-                        R"("speakers":{"pluginID":"app.example.speakers","endpointID":"desk"}}})"));
-    const VolumeRoutes loaded = VolumeRoutes::load(defaults);
-    QCOMPARE(loaded.target("speakers"), std::optional(desk));
-    QCOMPARE(PluginVolumeTarget::fromSelectionID(loaded.target("hdmi")->selectionID()),
-             std::optional(PluginVolumeTarget{plugin, "shelf/left"}));
-    routes.set("hdmi", std::nullopt);
-    QVERIFY(!routes.target("hdmi"));
+void tst_PluginVolumeRegistry::aSelectionSplitsAtItsFirstSlash() {
+    const PluginVolumeTarget shelf{plugin, "shelf/left"};
+    QCOMPARE(PluginVolumeTarget::fromSelectionID(shelf.selectionID()), std::optional(shelf));
 }
 
 QTEST_MAIN(tst_PluginVolumeRegistry)

@@ -1,9 +1,7 @@
-// Volume keys routed to a plugin's control, through the real Speakers plugin and a real
-// pulseaudio: a control that confirms, one that never answers, one that answers with an old
-// reading and one that answers about another control. Each change goes out once, as Speakers'
-// own log shows; what comes back decides the status and the HUD. A saved route outlives its
-// plugin, an unreadable one is left alone until a person chooses, and without a route nothing
-// keeps waking up.
+// Volume keys routed to the real Speakers plugin's controls, beside a real pulseaudio: one that
+// confirms, one that never answers, one that answers with an old reading, one that answers about
+// another control. Each change goes out once, as Speakers' own log shows. A saved route outlives
+// its plugin, an unreadable one is left alone until a person chooses.
 #include "OstaVell/Features/HUD/HUDFeature.h"
 #include "OstaVell/Features/HUD/HUDPulseOutput.h"
 #include "OstaVell/Features/HUD/HUDSettings.h"
@@ -54,7 +52,6 @@ class tst_VolumeRoutes final : public QObject {
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void everyControlIsAChoice();
     void eachAnswerDecidesOnce_data();
     void eachAnswerDecidesOnce();
     void aNewOutputLeavesTheWaitBehind();
@@ -92,14 +89,7 @@ void tst_VolumeRoutes::initTestCase() {
     m_volume->start();
     QTRY_COMPARE_WITH_TIMEOUT(registry().endpoints().size(), 4, patience);
     QTRY_COMPARE_WITH_TIMEOUT(hardware->outputUID(), QStringLiteral("speakers"), patience);
-}
-
-void tst_VolumeRoutes::cleanupTestCase() {
-    m_store.reset();
-    m_volume.reset();
-}
-
-void tst_VolumeRoutes::everyControlIsAChoice() {
+    // Every control is a choice; none is chosen yet.
     QVariantList names;
     for (const QVariant& choice : m_volume->choices())
         names.append(choice.toMap().value("name"));
@@ -109,20 +99,22 @@ void tst_VolumeRoutes::everyControlIsAChoice() {
     QCOMPARE(m_volume->targetName(), QStringLiteral("Speakers"));
 }
 
+void tst_VolumeRoutes::cleanupTestCase() {
+    m_store.reset();
+    m_volume.reset();
+}
+
 void tst_VolumeRoutes::eachAnswerDecidesOnce_data() {
     QTest::addColumn<QString>("endpoint");
     QTest::addColumn<QString>("status");
     QTest::addColumn<QString>("label");
 
-    QTest::addRow("confirmed") << "desk"
-                               << "Confirmed by Desk speakers"
-                               << "Volume";
-    QTest::addRow("never answered") << "silent" << PluginVolumeRegistry::timedOutMessage.toString()
-                                    << "Check volume";
+    const QString timedOut = PluginVolumeRegistry::timedOutMessage.toString();
+    QTest::addRow("confirmed") << "desk" << QStringLiteral("Confirmed by Desk speakers") << "Volume";
+    QTest::addRow("never answered") << "silent" << timedOut << "Check volume";
     QTest::addRow("an old reading") << "stale" << PluginVolumeRegistry::staleMessage.toString()
                                     << "Check volume";
-    QTest::addRow("about another control")
-        << "crossed" << PluginVolumeRegistry::timedOutMessage.toString() << "Check volume";
+    QTest::addRow("about another control") << "crossed" << timedOut << "Check volume";
 }
 
 void tst_VolumeRoutes::eachAnswerDecidesOnce() {
