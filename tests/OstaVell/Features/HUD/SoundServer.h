@@ -4,72 +4,61 @@
 // session's private runtime folder, started by the test and stopped by its pid. pactl plays
 // every other program that changes the volume.
 
-#include <QDeadlineTimer>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QStringList>
 #include <QTest>
 
 #include <optional>
 
 namespace vell::test {
 
+// A tool's output, or nothing when it failed.
+inline std::optional<QByteArray> run(const QString& program, const QStringList& arguments) {
+    QProcess tool;
+    tool.start(program, arguments);
+    if (!tool.waitForFinished(20000) || tool.exitStatus() != QProcess::NormalExit || tool.exitCode() != 0)
+        return std::nullopt;
+    return tool.readAllStandardOutput();
+}
+
 class SoundServer final {
 public:
     ~SoundServer() { stop(); }
 
     bool start() {
-        m_server.setProgram(QStringLiteral("pulseaudio"));
-        m_server.setArguments(
-            {"-n", "--daemonize=no", "--exit-idle-time=-1", "--log-target=stderr", "--log-level=error", "-L",
-             "module-null-sink sink_name=speakers sink_properties=device.description=Speakers", "-L",
-             "module-native-protocol-unix"});
         m_server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_server.start();
-        if (!m_server.waitForStarted(20000))
-            return false;
+        m_server.start(QStringLiteral("pulseaudio"),
+                       {"-n", "--daemonize=no", "--exit-idle-time=-1", "--log-target=stderr",
+                        "--log-level=error", "-L",
+                        "module-null-sink sink_name=speakers sink_properties=device.description=Speakers",
+                        "-L", "module-native-protocol-unix"});
         // Up once it answers; a server that died answers never.
-        const QDeadlineTimer deadline(30000);
-        while (!deadline.hasExpired() && m_server.state() == QProcess::Running) {
-            if (pactl({"info"}))
-                return true;
-            QTest::qWait(50);
-        }
-        return false;
+        return m_server.waitForStarted(20000) &&
+               QTest::qWaitFor([this] { return m_server.state() != QProcess::Running || pactl({"info"}); },
+                               30000) &&
+               m_server.state() == QProcess::Running;
     }
 
     void stop() {
-        if (m_server.state() == QProcess::NotRunning)
-            return;
         m_server.terminate();
-        if (!m_server.waitForFinished(20000)) {
+        if (!m_server.waitForFinished(20000))
             m_server.kill();
-            m_server.waitForFinished(20000);
-        }
+        m_server.waitForFinished(20000);
     }
 
-    // pactl's output, or nothing when it failed.
-    static std::optional<QByteArray> pactl(const QStringList& arguments) {
-        QProcess tool;
-        tool.start(QStringLiteral("pactl"), arguments);
-        if (!tool.waitForFinished(20000) || tool.exitStatus() != QProcess::NormalExit || tool.exitCode() != 0)
-            return std::nullopt;
-        return tool.readAllStandardOutput();
-    }
+    static std::optional<QByteArray> pactl(const QStringList& arguments) { return run("pactl", arguments); }
 
     // The default sink's level as the server holds it, 0 to 1, from its raw value.
     static std::optional<double> volume() {
-        const std::optional<QByteArray> out = pactl({"get-sink-volume", "@DEFAULT_SINK@"});
-        const QRegularExpressionMatch raw = QRegularExpression(QStringLiteral(": (\\d+) /"))
-                                                .match(QString::fromUtf8(out.value_or(QByteArray())));
+        const QRegularExpressionMatch raw =
+            QRegularExpression(QStringLiteral(": (\\d+) /"))
+                .match(pactl({"get-sink-volume", "@DEFAULT_SINK@"}).value_or(""));
         return raw.hasMatch() ? std::optional(raw.captured(1).toDouble() / 65536) : std::nullopt;
     }
 
     static std::optional<bool> muted() {
         const std::optional<QByteArray> out = pactl({"get-sink-mute", "@DEFAULT_SINK@"});
-        if (!out)
-            return std::nullopt;
-        return out->contains("yes");
+        return out ? std::optional(out->contains("yes")) : std::nullopt;
     }
 
     static bool setVolume(double level) {

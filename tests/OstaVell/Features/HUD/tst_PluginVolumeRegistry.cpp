@@ -1,10 +1,8 @@
 // The registry of plugins' volume controls on a clock of the test's own: every limit from both
 // sides (age, lead, list length, busy), every way a wait ends, and answers that must change
-// nothing (late, forged, about another control). The saved routes' form beside it.
+// nothing (late, forged, about another control).
 #include "OstaVell/Features/HUD/PluginVolumeRegistry.h"
-#include "OstaVell/Support/UserDefaults.h"
 
-#include <QTemporaryDir>
 #include <QTest>
 
 #include "TestSupport.h"
@@ -12,6 +10,7 @@
 using namespace vell;
 using namespace vell::test;
 using Outcome = PluginVolumeRegistry::Outcome;
+using Operation = PluginVolumeOperation;
 
 namespace {
 
@@ -35,9 +34,7 @@ QString outcomeText(const std::optional<Outcome>& outcome) {
 } // namespace
 
 class tst_PluginVolumeRegistry;
-using EndpointChange = std::function<void(PluginVolumeEndpoint&)>;
 using WaitEnd = std::function<void(tst_PluginVolumeRegistry*)>;
-Q_DECLARE_METATYPE(EndpointChange)
 Q_DECLARE_METATYPE(WaitEnd)
 Q_DECLARE_METATYPE(PluginVolumeOperation)
 
@@ -50,33 +47,28 @@ private slots:
     void aControlIsUsedOnlyWhileFresh();
     void eightControlsAndNoMore_data();
     void eightControlsAndNoMore();
-    void aBusyPluginGetsNothingMore();
     void everyWaitEndsOnce_data();
     void everyWaitEndsOnce();
-    void answersThatChangeNothing_data();
-    void answersThatChangeNothing();
-    void anOlderReadingReplacesNothing();
-    void routesAreSavedByOutput();
+    void aFailedHandOverEndsTheWait();
+    void aSelectionSplitsAtItsFirstSlash();
 
 private:
     // A step sent to the desk speakers; the outcome lands in m_outcome.
     bool step(double by = 0.0625);
-    PluginVolumeResult confirmation(double observedAt, double volume = 0.5625) const;
+    void confirm(double observedAt);
 
     std::unique_ptr<PluginVolumeRegistry> m_registry;
-    double m_now = start;
     QList<PluginVolumeCommand> m_sent;
     std::optional<Outcome> m_outcome;
     int m_outcomes = 0;
 };
 
 void tst_PluginVolumeRegistry::init() {
-    m_now = start;
     m_sent.clear();
     m_outcome.reset();
     m_outcomes = 0;
     m_registry = std::make_unique<PluginVolumeRegistry>(std::chrono::milliseconds(200));
-    m_registry->now = [this] { return m_now; };
+    m_registry->now = [] { return start; };
     m_registry->deliver = [this](const QString& to, const QUuid& in, const PluginVolumeCommand& command) {
         QCOMPARE(to, plugin);
         QCOMPARE(in, session);
@@ -86,55 +78,54 @@ void tst_PluginVolumeRegistry::init() {
 }
 
 bool tst_PluginVolumeRegistry::step(double by) {
-    return m_registry->request(desk, PluginVolumeOperation::adjustVolume(by), [this](const Outcome& outcome) {
+    return m_registry->request(desk, Operation::adjustVolume(by), [this](const Outcome& outcome) {
         m_outcome = outcome;
         ++m_outcomes;
     });
 }
 
-PluginVolumeResult tst_PluginVolumeRegistry::confirmation(double observedAt, double volume) const {
-    return {m_sent.last().requestID, QStringLiteral("desk"), endpoint("desk", observedAt, volume),
-            std::nullopt};
+void tst_PluginVolumeRegistry::confirm(double observedAt) {
+    m_registry->receive(
+        plugin, session,
+        {m_sent.last().requestID, "desk", endpoint("desk", observedAt, 0.5625), std::nullopt});
 }
 
 void tst_PluginVolumeRegistry::aControlIsUsedOnlyWhileFresh_data() {
-    QTest::addColumn<double>("observedAt");
-    QTest::addColumn<EndpointChange>("change");
+    QTest::addColumn<double>("age");
+    QTest::addColumn<QString>("without");
     QTest::addColumn<PluginVolumeOperation>("operation");
     QTest::addColumn<QString>("problem");
 
-    const EndpointChange same = [](PluginVolumeEndpoint&) {};
-    const PluginVolumeOperation stepUp = PluginVolumeOperation::adjustVolume(0.0625);
+    const Operation up = Operation::adjustVolume(0.0625);
     const QString unavailable = PluginVolumeRegistry::unavailableMessage.toString();
-    QTest::addRow("44 seconds old") << start - 44 << same << stepUp << QString();
-    QTest::addRow("45 seconds old") << start - 45 << same << stepUp << QString();
-    QTest::addRow("46 seconds old") << start - 46 << same << stepUp << unavailable;
-    QTest::addRow("5 seconds ahead") << start + 5 << same << stepUp << QString();
-    QTest::addRow("6 seconds ahead") << start + 6 << same << stepUp << unavailable;
-    QTest::addRow("not available") << start
-                                   << EndpointChange([](PluginVolumeEndpoint& e) { e.available = false; })
-                                   << stepUp << unavailable;
-    QTest::addRow("no level to set") << start << EndpointChange([](PluginVolumeEndpoint& e) {
-        e.canSetVolume = false;
-    }) << PluginVolumeOperation::setVolume(0.2)
-                                     << unavailable;
-    QTest::addRow("no mute") << start << EndpointChange([](PluginVolumeEndpoint& e) { e.canMute = false; })
-                             << PluginVolumeOperation::toggleMute() << unavailable;
+    const QString badStep = QStringLiteral("Invalid volume step.");
+    QTest::addRow("44 seconds old") << 44.0 << QString() << up << QString();
+    QTest::addRow("45 seconds old") << 45.0 << QString() << up << QString();
+    QTest::addRow("46 seconds old") << 46.0 << QString() << up << unavailable;
+    QTest::addRow("5 seconds ahead") << -5.0 << QString() << up << QString();
+    QTest::addRow("6 seconds ahead") << -6.0 << QString() << up << unavailable;
+    QTest::addRow("not available") << 0.0 << "available" << up << unavailable;
+    QTest::addRow("no level to set") << 0.0 << "canSetVolume" << Operation::setVolume(0.2) << unavailable;
+    QTest::addRow("no mute") << 0.0 << "canMute" << Operation::toggleMute() << unavailable;
     QTest::addRow("a step the keys send")
-        << start << same << PluginVolumeOperation::adjustVolume(-0.015625) << QString();
-    QTest::addRow("a step of nothing")
-        << start << same << PluginVolumeOperation::adjustVolume(0) << "Invalid volume step.";
-    QTest::addRow("a step too far") << start << same << PluginVolumeOperation::adjustVolume(0.3)
-                                    << "Invalid volume step.";
+        << 0.0 << QString() << Operation::adjustVolume(-0.015625) << QString();
+    QTest::addRow("a step of nothing") << 0.0 << QString() << Operation::adjustVolume(0) << badStep;
+    QTest::addRow("a step too far") << 0.0 << QString() << Operation::adjustVolume(0.3) << badStep;
+    QTest::addRow("no way to send") << 0.0 << "deliver" << up
+                                    << PluginVolumeRegistry::transportMessage.toString();
 }
 
 void tst_PluginVolumeRegistry::aControlIsUsedOnlyWhileFresh() {
-    QFETCH(double, observedAt);
-    QFETCH(EndpointChange, change);
+    QFETCH(double, age);
+    QFETCH(QString, without);
     QFETCH(PluginVolumeOperation, operation);
     QFETCH(QString, problem);
-    PluginVolumeEndpoint state = endpoint("desk", observedAt);
-    change(state);
+    PluginVolumeEndpoint state = endpoint("desk", start - age);
+    state.available = without != u"available";
+    state.canSetVolume = without != u"canSetVolume";
+    state.canMute = without != u"canMute";
+    if (without == u"deliver")
+        m_registry->deliver = nullptr;
     // A reading older than the one held would not replace it: this is the session's first.
     m_registry->disconnect(plugin, session);
     m_registry->update(plugin, session, {state});
@@ -143,6 +134,7 @@ void tst_PluginVolumeRegistry::aControlIsUsedOnlyWhileFresh() {
     QCOMPARE(problemOf([&] { sent = m_registry->request(desk, operation, [](const Outcome&) {}); }), problem);
     QCOMPARE(sent, problem.isEmpty());
     QCOMPARE(m_sent.size(), problem.isEmpty() ? 1 : 0);
+    QCOMPARE(m_registry->busyPlugins().isEmpty(), !sent);
     if (sent) {
         // It expires ten seconds after the press, by the same clock.
         QCOMPARE(m_sent.first().expiresAt, start + 10);
@@ -175,116 +167,75 @@ void tst_PluginVolumeRegistry::eightControlsAndNoMore() {
     QCOMPARE(m_registry->endpoint(desk).has_value(), !accepted);
 }
 
-void tst_PluginVolumeRegistry::aBusyPluginGetsNothingMore() {
-    QVERIFY(step());
-    QVERIFY(m_registry->busyPlugins().contains(plugin));
-    // A second press is dropped, not queued: nothing is sent, and nothing waits for it.
-    QVERIFY(!step());
-    QVERIFY(!step(-0.0625));
-    QCOMPARE(m_sent.size(), 1);
-    m_registry->receive(plugin, session, confirmation(start + 1));
-    QCOMPARE(outcomeText(m_outcome), QStringLiteral("confirmed 0.5625"));
-    QCOMPARE(m_outcomes, 1);
-    QVERIFY(m_registry->busyPlugins().isEmpty());
-    QVERIFY(step());
-    QCOMPARE(m_sent.size(), 2);
-}
-
 void tst_PluginVolumeRegistry::everyWaitEndsOnce_data() {
     QTest::addColumn<WaitEnd>("end");
     QTest::addColumn<QString>("outcome");
+    QTest::addColumn<double>("held");
 
-    QTest::addRow("confirmed") << WaitEnd([](auto* t) {
-        t->m_registry->receive(plugin, session, t->confirmation(start));
-    }) << "confirmed 0.5625";
-    QTest::addRow("confirmed 5 seconds ahead")
-        << WaitEnd([](auto* t) { t->m_registry->receive(plugin, session, t->confirmation(start + 5)); })
-        << "confirmed 0.5625";
-    QTest::addRow("confirmed 6 seconds ahead")
-        << WaitEnd([](auto* t) { t->m_registry->receive(plugin, session, t->confirmation(start + 6)); })
-        << PluginVolumeRegistry::staleMessage.toString();
-    QTest::addRow("confirmed with a reading 46 seconds old")
-        << WaitEnd([](auto* t) { t->m_registry->receive(plugin, session, t->confirmation(start - 46)); })
-        << PluginVolumeRegistry::staleMessage.toString();
+    const auto confirmedAt = [](double at) { return WaitEnd([at](auto* t) { t->confirm(at); }); };
+    // Answers that change nothing: this one, one that contradicts itself, and, once the wait has
+    // timed out, the true one.
+    const auto forged = [](const QString& from, const QUuid& in, const QString& about, bool sameRequest) {
+        return WaitEnd([=](auto* t) {
+            const QUuid request = sameRequest ? t->m_sent.last().requestID : QUuid::createUuid();
+            t->m_registry->receive(from, in, {request, about, endpoint(about, start, 1.0), std::nullopt});
+            const PluginVolumeResult crossed{request, "desk", endpoint("shelf", start), std::nullopt};
+            QCOMPARE(problemOf([&] { t->m_registry->receive(plugin, session, crossed); }),
+                     QStringLiteral("Invalid volume result."));
+            QVERIFY(!t->m_outcome);
+            QTRY_VERIFY(t->m_outcome.has_value());
+            t->confirm(start);
+        });
+    };
+    const QString stale = PluginVolumeRegistry::staleMessage.toString();
+    const QString timedOut = PluginVolumeRegistry::timedOutMessage.toString();
+    QTest::addRow("confirmed") << confirmedAt(start) << "confirmed 0.5625" << 0.5625;
+    QTest::addRow("confirmed 5 seconds ahead") << confirmedAt(start + 5) << "confirmed 0.5625" << 0.5625;
+    QTest::addRow("confirmed 6 seconds ahead") << confirmedAt(start + 6) << stale << 0.5;
+    QTest::addRow("confirmed with a reading 46 seconds old") << confirmedAt(start - 46) << stale << 0.5;
+    QTest::addRow("an older reading after the answer") << WaitEnd([](auto* t) {
+        t->confirm(start + 2);
+        t->m_registry->update(plugin, session, {endpoint("desk", start + 1)});
+    }) << "confirmed 0.5625" << 0.5625;
+    QTest::addRow("a newer reading before the answer") << WaitEnd([](auto* t) {
+        t->m_registry->update(plugin, session, {endpoint("desk", start + 3, 0.75)});
+        t->confirm(start + 2);
+    }) << "confirmed 0.5625" << 0.75;
     QTest::addRow("refused") << WaitEnd([](auto* t) {
-        t->m_registry->receive(
-            plugin, session,
-            {t->m_sent.last().requestID, "desk", std::nullopt, QStringLiteral("Amplifier is off.")});
-    }) << "Amplifier is off.";
-    QTest::addRow("silent until the time-out") << WaitEnd([](auto* t) {
-        QTRY_VERIFY(t->m_outcome.has_value());
-        // Its answer, when it comes after all, finds nothing waiting.
-        t->m_registry->receive(plugin, session, t->confirmation(start));
-    }) << PluginVolumeRegistry::timedOutMessage.toString();
+        t->m_registry->receive(plugin, session,
+                               {t->m_sent.last().requestID, "desk", std::nullopt, "Amplifier is off."});
+    }) << "Amplifier is off." << 0.5;
+    QTest::addRow("another session") << forged(plugin, QUuid::createUuid(), "desk", true) << timedOut << 0.5;
+    QTest::addRow("another plugin") << forged("app.example.other", session, "desk", true) << timedOut << 0.5;
+    QTest::addRow("another control") << forged(plugin, session, "shelf", true) << timedOut << 0.5;
+    QTest::addRow("another request") << forged(plugin, session, "desk", false) << timedOut << 0.5;
     QTest::addRow("the control went from the list")
         << WaitEnd([](auto* t) { t->m_registry->update(plugin, session, {endpoint("other", start)}); })
-        << PluginVolumeRegistry::targetChangedMessage.toString();
+        << PluginVolumeRegistry::targetChangedMessage.toString() << 0.5;
     QTest::addRow("the session ended") << WaitEnd([](auto* t) { t->m_registry->disconnect(plugin, session); })
-                                       << PluginVolumeRegistry::disconnectedMessage.toString();
+                                       << PluginVolumeRegistry::disconnectedMessage.toString() << 0.5;
 }
 
 void tst_PluginVolumeRegistry::everyWaitEndsOnce() {
     QFETCH(WaitEnd, end);
     QFETCH(QString, outcome);
+    QFETCH(double, held);
     QVERIFY(step());
+    QVERIFY(m_registry->busyPlugins().contains(plugin));
+    // A second press while the plugin is busy is dropped, not queued.
+    QVERIFY(!step(-0.0625));
     QVERIFY(!m_outcome);
     end(this);
-    QCOMPARE(outcomeText(m_outcome), outcome);
+    QTRY_COMPARE(outcomeText(m_outcome), outcome);
     QVERIFY(m_registry->busyPlugins().isEmpty());
     // Nothing was sent again, and the time-out, had it still been set, ends nothing more.
     QCOMPARE(m_sent.size(), 1);
     QCOMPARE(m_outcomes, 1);
-    const bool confirmed = outcome.startsWith(u"confirmed");
-    if (const std::optional<RegisteredVolumeEndpoint> held = m_registry->endpoint(desk))
-        QCOMPARE(held->state.volume, std::optional(confirmed ? 0.5625 : 0.5));
+    if (const std::optional<RegisteredVolumeEndpoint> desk = m_registry->endpoint(::desk))
+        QCOMPARE(desk->state.volume, std::optional(held));
 }
 
-void tst_PluginVolumeRegistry::answersThatChangeNothing_data() {
-    QTest::addColumn<QString>("plugin");
-    QTest::addColumn<QUuid>("session");
-    QTest::addColumn<QString>("endpoint");
-    QTest::addColumn<bool>("sameRequest");
-
-    QTest::addRow("another session") << plugin << QUuid::createUuid() << "desk" << true;
-    QTest::addRow("another plugin") << "app.example.other" << session << "desk" << true;
-    QTest::addRow("another control") << plugin << session << "shelf" << true;
-    QTest::addRow("another request") << plugin << session << "desk" << false;
-}
-
-void tst_PluginVolumeRegistry::answersThatChangeNothing() {
-    QFETCH(QString, plugin);
-    QFETCH(QUuid, session);
-    QFETCH(QString, endpoint);
-    QFETCH(bool, sameRequest);
-    m_registry->update(::plugin, ::session, {::endpoint("desk", start), ::endpoint("shelf", start)});
-    QVERIFY(step());
-    const QUuid request = sameRequest ? m_sent.last().requestID : QUuid::createUuid();
-    m_registry->receive(plugin, session, {request, endpoint, ::endpoint(endpoint, start, 1.0), std::nullopt});
-    QVERIFY(!m_outcome);
-    QVERIFY(m_registry->busyPlugins().contains(::plugin));
-    for (const RegisteredVolumeEndpoint& held : m_registry->endpoints())
-        QCOMPARE(held.state.volume, std::optional(0.5));
-    // A result that contradicts itself is refused outright.
-    QCOMPARE(problemOf([&] {
-                 m_registry->receive(
-                     ::plugin, ::session,
-                     {m_sent.last().requestID, "desk", ::endpoint("shelf", start), std::nullopt});
-             }),
-             QStringLiteral("Invalid volume result."));
-    QVERIFY(!m_outcome);
-}
-
-void tst_PluginVolumeRegistry::anOlderReadingReplacesNothing() {
-    QVERIFY(step());
-    m_registry->receive(plugin, session, confirmation(start + 2, 0.5625));
-    // A snapshot taken before the confirmation arrives after it.
-    m_registry->update(plugin, session, {endpoint("desk", start + 1, 0.5)});
-    QCOMPARE(m_registry->endpoint(desk)->state.volume, std::optional(0.5625));
-    m_registry->update(plugin, session, {endpoint("desk", start + 3, 0.75)});
-    QCOMPARE(m_registry->endpoint(desk)->state.volume, std::optional(0.75));
-    // Without a way to send, nothing is sent; a way that fails ends the wait at once.
-    m_registry->deliver = nullptr;
-    QCOMPARE(problemOf([&] { step(); }), PluginVolumeRegistry::transportMessage.toString());
+void tst_PluginVolumeRegistry::aFailedHandOverEndsTheWait() {
     m_registry->deliver = [](const QString&, const QUuid&, const PluginVolumeCommand&) {
         throw ModuleProblem(QStringLiteral("Volume plugin is unavailable."));
     };
@@ -293,22 +244,9 @@ void tst_PluginVolumeRegistry::anOlderReadingReplacesNothing() {
     QVERIFY(m_registry->busyPlugins().isEmpty());
 }
 
-void tst_PluginVolumeRegistry::routesAreSavedByOutput() {
-    QTemporaryDir folder;
-    UserDefaults defaults(folder.filePath("OstaVell.conf"));
-    VolumeRoutes routes;
-    routes.set("speakers", desk);
-    routes.set("hdmi", PluginVolumeTarget{plugin, "shelf/left"});
-    routes.save(defaults);
-    QCOMPARE(defaults.dataValue(VolumeRoutes::key),
-             QByteArray(R"({"outputs":{"hdmi":{"pluginID":"app.example.speakers","endpointID":"shelf/left"},)"
-                        R"("speakers":{"pluginID":"app.example.speakers","endpointID":"desk"}}})"));
-    const VolumeRoutes loaded = VolumeRoutes::load(defaults);
-    QCOMPARE(loaded.target("speakers"), std::optional(desk));
-    QCOMPARE(PluginVolumeTarget::fromSelectionID(loaded.target("hdmi")->selectionID()),
-             std::optional(PluginVolumeTarget{plugin, "shelf/left"}));
-    routes.set("hdmi", std::nullopt);
-    QVERIFY(!routes.target("hdmi"));
+void tst_PluginVolumeRegistry::aSelectionSplitsAtItsFirstSlash() {
+    const PluginVolumeTarget shelf{plugin, "shelf/left"};
+    QCOMPARE(PluginVolumeTarget::fromSelectionID(shelf.selectionID()), std::optional(shelf));
 }
 
 QTEST_MAIN(tst_PluginVolumeRegistry)

@@ -1,15 +1,16 @@
-// Volume keys routed to a plugin's control, through the real Speakers plugin and a real
-// pulseaudio: a control that confirms, one that never answers, one that answers with an old
-// reading and one that answers about another control. Each change goes out once, as Speakers'
-// own log shows; what comes back decides the status and the HUD. A saved route outlives its
-// plugin, an unreadable one is left alone until a person chooses, and without a route nothing
-// keeps waking up.
+// Volume keys routed to the real Speakers plugin's controls, beside a real pulseaudio: one that
+// confirms, one that never answers, one that answers with an old reading, one that answers about
+// another control. Each change goes out once, as Speakers' own log shows. A saved route outlives
+// its plugin, an unreadable one is left alone until a person chooses.
+#include "OstaVell/Features/HUD/HUDBrightnessManager.h"
 #include "OstaVell/Features/HUD/HUDFeature.h"
 #include "OstaVell/Features/HUD/HUDPulseOutput.h"
 #include "OstaVell/Features/HUD/HUDSettings.h"
 #include "OstaVell/Features/HUD/HUDVolumeManager.h"
+#include "OstaVell/Features/HUD/MediaKeyInterceptor.h"
 #include "OstaVell/Features/HUD/VolumeTargetManager.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
+#include "OstaVell/Support/SettingsStore.h"
 #include "OstaVell/Support/UserDefaults.h"
 #include "VellHost/NativePluginBundle.h"
 
@@ -54,12 +55,10 @@ class tst_VolumeRoutes final : public QObject {
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void everyControlIsAChoice();
     void eachAnswerDecidesOnce_data();
     void eachAnswerDecidesOnce();
     void aNewOutputLeavesTheWaitBehind();
-    void theSystemOutputWakesNothing();
-    void unreadableRoutesAreLeftUntilChosen();
+    void routesAreSavedAndUnreadableOnesLeftUntilChosen();
     void aRouteOutlivesItsPlugin();
 
 private:
@@ -93,14 +92,7 @@ void tst_VolumeRoutes::initTestCase() {
     m_volume->start();
     QTRY_COMPARE_WITH_TIMEOUT(registry().endpoints().size(), 4, patience);
     QTRY_COMPARE_WITH_TIMEOUT(hardware->outputUID(), QStringLiteral("speakers"), patience);
-}
-
-void tst_VolumeRoutes::cleanupTestCase() {
-    m_store.reset();
-    m_volume.reset();
-}
-
-void tst_VolumeRoutes::everyControlIsAChoice() {
+    // Every control is a choice; none is chosen yet.
     QVariantList names;
     for (const QVariant& choice : m_volume->choices())
         names.append(choice.toMap().value("name"));
@@ -110,20 +102,22 @@ void tst_VolumeRoutes::everyControlIsAChoice() {
     QCOMPARE(m_volume->targetName(), QStringLiteral("Speakers"));
 }
 
+void tst_VolumeRoutes::cleanupTestCase() {
+    m_store.reset();
+    m_volume.reset();
+}
+
 void tst_VolumeRoutes::eachAnswerDecidesOnce_data() {
     QTest::addColumn<QString>("endpoint");
     QTest::addColumn<QString>("status");
     QTest::addColumn<QString>("label");
 
-    QTest::addRow("confirmed") << "desk"
-                               << "Confirmed by Desk speakers"
-                               << "Volume";
-    QTest::addRow("never answered") << "silent" << PluginVolumeRegistry::timedOutMessage.toString()
-                                    << "Check volume";
+    const QString timedOut = PluginVolumeRegistry::timedOutMessage.toString();
+    QTest::addRow("confirmed") << "desk" << QStringLiteral("Confirmed by Desk speakers") << "Volume";
+    QTest::addRow("never answered") << "silent" << timedOut << "Check volume";
     QTest::addRow("an old reading") << "stale" << PluginVolumeRegistry::staleMessage.toString()
                                     << "Check volume";
-    QTest::addRow("about another control")
-        << "crossed" << PluginVolumeRegistry::timedOutMessage.toString() << "Check volume";
+    QTest::addRow("about another control") << "crossed" << timedOut << "Check volume";
 }
 
 void tst_VolumeRoutes::eachAnswerDecidesOnce() {
@@ -139,8 +133,13 @@ void tst_VolumeRoutes::eachAnswerDecidesOnce() {
     const std::optional<double> system = SoundServer::volume();
     const qsizetype sent = commandsFor(endpoint).size();
 
-    // The plugin's step: the HUD shows what was asked for at once, and the feedback is not ours.
-    QVERIFY(m_volume->perform(PluginVolumeOperation::adjustVolume(0.0625)));
+    // A key's step is the plugin's: the HUD shows what was asked for at once, and the feedback
+    // sound, which speaks for the system's own output, stays silent.
+    m_settings->setVolumeFeedback(true);
+    MediaKeyInterceptor keys(m_volume.get(), HUDBrightnessManager::instance(), SettingsStore::instance(),
+                             m_settings.get(), &m_peek);
+    keys.perform(MediaKeyInterceptor::Key::volumeUp, false);
+    QCOMPARE(keys.feedback().plays(), 0);
     QCOMPARE(m_volume->status(), QStringLiteral("Waiting for confirmation\u2026"));
     QVERIFY(m_peek.visible());
     QCOMPARE(m_peek.value(), float(before + 0.0625));
@@ -172,8 +171,9 @@ void tst_VolumeRoutes::aNewOutputLeavesTheWaitBehind() {
     QVERIFY(SoundServer::pactl(
         {"load-module", "module-null-sink", "sink_name=desk", "sink_properties=device.description=Desk"}));
     QVERIFY(SoundServer::pactl({"set-default-sink", "desk"}));
-    // The new output has no route: the peek of the old one goes at once.
+    // The new output has no route: the peek of the old one goes at once, and none is shown for it.
     QTRY_COMPARE_WITH_TIMEOUT(m_volume->selectionID(), QStringLiteral("mac"), patience);
+    QCOMPARE(m_volume->targetName(), QStringLiteral("Desk"));
     QVERIFY(!m_peek.visible());
     // The wait still ends, and its end touches neither the status nor the peek.
     QTRY_VERIFY_WITH_TIMEOUT(registry().busyPlugins().isEmpty(), patience);
@@ -183,17 +183,12 @@ void tst_VolumeRoutes::aNewOutputLeavesTheWaitBehind() {
     QTRY_COMPARE_WITH_TIMEOUT(m_volume->selectionID(), control("silent"), patience);
 }
 
-void tst_VolumeRoutes::theSystemOutputWakesNothing() {
+void tst_VolumeRoutes::routesAreSavedAndUnreadableOnesLeftUntilChosen() {
+    // The system's own output needs no route, and without one nothing keeps waking up.
     m_volume->select("mac");
     QVERIFY(!m_volume->routed());
     QVERIFY(!m_volume->refreshing());
     QCOMPARE(m_defaults->dataValue(VolumeRoutes::key), QByteArray(R"({"outputs":{}})"));
-    const double before = *SoundServer::volume();
-    QVERIFY(!m_volume->perform(PluginVolumeOperation::adjustVolume(-0.0625)));
-    QTRY_COMPARE_WITH_TIMEOUT(SoundServer::volume(), std::optional(before - 0.0625), patience);
-}
-
-void tst_VolumeRoutes::unreadableRoutesAreLeftUntilChosen() {
     for (const QByteArray& unreadable :
          {QByteArray(R"({"outputs":{"speakers":)"), QByteArray(R"({"outputs":[1]})")}) {
         m_defaults->setValue(VolumeRoutes::key, unreadable);
