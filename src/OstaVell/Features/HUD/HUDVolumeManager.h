@@ -58,6 +58,8 @@ public:
     QString outputName() const { return m_outputName; }
     bool canSetVolume() const { return m_canSetVolume; }
     bool canMute() const { return m_canMute; }
+    // Whether a change the server reports now counts as the echo of a write of ours.
+    bool expectsOwnEcho() const { return Clock::now() < m_suppressExternalUntil; }
 
     void setVolume(float value, HUDEventSource source);
     void stepVolume(float by, HUDEventSource source);
