@@ -411,9 +411,9 @@ void TestHostilePlugins::capabilityRows() {
                                                 R"(","endpointID":"spk","error":"No."})"))},
         "Volume capability was not negotiated.");
     row("invalid volumeResult",
-        {ready({"volume-v1"}),
-         send(wire("volumeResult", R"("volumeResult":{"requestID":")" + otherSession +
-                                       R"(","endpointID":"spk","error":")" + QByteArray(501, 'x') + R"("})"))},
+        {ready({"volume-v1"}), send(wire("volumeResult", R"("volumeResult":{"requestID":")" + otherSession +
+                                                             R"(","endpointID":"spk","error":")" +
+                                                             QByteArray(501, 'x') + R"("})"))},
         "Invalid volume result.");
     row("viewResourceResult without view-resources-v1",
         {ready(), send(wire("viewResourceResult",
