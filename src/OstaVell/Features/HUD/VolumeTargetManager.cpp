@@ -34,10 +34,15 @@ VolumeTargetManager::VolumeTargetManager(HUDVolumeManager* hardware, PluginVolum
     , m_peek(peek) {
     m_registry->setParent(this);
     m_timer.setInterval(syncMilliseconds);
+    // The routes as stored, read again only when the stored value changes; connected before
+    // anything that syncs on the same change.
+    m_routes = VolumeRoutes::load(*m_defaults);
+    connect(m_defaults, &UserDefaults::changed, this, [this](const QString& key) {
+        if (key.isEmpty() || key == VolumeRoutes::key)
+            m_routes = VolumeRoutes::load(*m_defaults);
+    });
     // A routed output's own level is not what is heard: the hardware shows no HUD for it.
-    m_hardware->isRouted = [defaults](const QString& output) {
-        return VolumeRoutes::load(*defaults).target(output).has_value();
-    };
+    m_hardware->isRouted = [this](const QString& output) { return m_routes.target(output).has_value(); };
 }
 
 VolumeTargetManager* VolumeTargetManager::instance() {
@@ -68,7 +73,7 @@ void VolumeTargetManager::start() {
 }
 
 std::optional<PluginVolumeTarget> VolumeTargetManager::route() const {
-    return VolumeRoutes::load(*m_defaults).target(m_hardware->outputUID());
+    return m_routes.target(m_hardware->outputUID());
 }
 
 void VolumeTargetManager::sync() {
@@ -173,7 +178,7 @@ QVariantList VolumeTargetManager::listChoices(const std::optional<PluginVolumeTa
 }
 
 void VolumeTargetManager::select(const QString& id) {
-    VolumeRoutes routes = VolumeRoutes::load(*m_defaults);
+    VolumeRoutes routes = m_routes;
     if (id == systemSelection) {
         routes.set(m_hardware->outputUID(), std::nullopt);
     } else {
@@ -182,9 +187,9 @@ void VolumeTargetManager::select(const QString& id) {
             return;
         routes.set(m_hardware->outputUID(), target);
     }
-    // A person's choice replaces whatever was saved, readable or not.
+    // A person's choice replaces whatever was saved, readable or not. The stored change brings
+    // the routes held here and the sync with it.
     routes.save(*m_defaults);
-    sync();
 }
 
 void VolumeTargetManager::setStatus(const QString& status) {

@@ -123,6 +123,7 @@ private:
     UserDefaults* m_defaults;
     HUDSettings* m_settings;
     SneakPeekCoordinator* m_peek;
+    VolumeRoutes m_routes;
     QTimer m_timer;
     bool m_started = false;
 
