@@ -233,6 +233,7 @@ void MusicManager::beginScriptFallbackIfPossible() {
         if (!m_started || !mediaEnabled() || m_scriptController->isActive())
             return;
         if (!running) {
+            ++m_emptyProbes;
             scheduleFallbackProbe(timing.fallbackProbe);
             return;
         }

@@ -97,6 +97,8 @@ public:
     QString restrictTo() const;
     bool showVisualizer() const;
     int restartAttempts() const { return m_restartAttempts; }
+    // How often the probe found none of the players the fallback may read.
+    int emptyProbes() const { return m_emptyProbes; }
     MediaAdapterTransport& transport() { return *m_transport; }
     MediaScriptPlayerController& scriptController() { return *m_scriptController; }
 
@@ -155,6 +157,7 @@ private:
     QDateTime m_startDate;
     bool m_adapterEverDelivered = false;
     int m_restartAttempts = 0;
+    int m_emptyProbes = 0;
     QTimer m_restartTask;
     QTimer m_fallbackProbe;
     QTimer m_quickPeekHide;

@@ -196,8 +196,8 @@ void tst_MusicManager::aSilentStreamGivesWayAndWinsBack() {
     // must never start a player; the probe looks again later.
     const std::unique_ptr<MusicManager> silent = manager(script("silent", QStringLiteral("exec sleep 60")));
     silent->start();
-    // Three probes' time, to see something not happen: no condition marks its absence.
-    QTest::qWait(3 * silent->timing.fallbackProbe);
+    // The probe has looked twice and found nothing each time.
+    QTRY_VERIFY_WITH_TIMEOUT(silent->emptyProbes() >= 2, 10000);
     QVERIFY(!silent->usingScriptFallback());
     QVERIFY(!silent->scriptController().isActive());
     silent->stop();
