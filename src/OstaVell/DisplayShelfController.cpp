@@ -23,6 +23,8 @@ namespace vell {
 
 namespace {
 const QString kLastTabPrefix = QStringLiteral("display.lastTab.");
+const QString kLastToolPrefix = QStringLiteral("display.lastTool.");
+const QString kDefaultTool = QStringLiteral("Workflows");
 constexpr double kScrollThreshold = 12;
 // The closed handle that still counts as "over the vell" is measured with these fixed sizes,
 // whatever the display's own appearance.
@@ -51,6 +53,7 @@ DisplayShelfController::DisplayShelfController(QScreen* screen, SettingsStore* s
 
     const QString saved = UserDefaults::instance()->stringValue(kLastTabPrefix + m_appearanceID);
     m_tab = initialTab(saved, hasWorkspace(), m_settings->defaultTabRaw());
+    m_tool = UserDefaults::instance()->stringValue(kLastToolPrefix + m_appearanceID, kDefaultTool);
     // The old "Google" tab lives on as a choice of the stage.
     if (saved == u"Google")
         ModuleStageStore::instance()->select(QStringLiteral("builtin:google"), m_appearanceID);
@@ -179,6 +182,15 @@ void DisplayShelfController::setTab(NotchTab tab) {
     }
     if (m_isExpanded)
         reposition(true);
+}
+
+void DisplayShelfController::setTool(const QString& tool) {
+    const QString chosen = tool.isEmpty() ? kDefaultTool : tool;
+    if (m_tool == chosen)
+        return;
+    UserDefaults::instance()->setValue(kLastToolPrefix + m_appearanceID, chosen);
+    m_tool = chosen;
+    emit toolChanged();
 }
 
 void DisplayShelfController::setExpanded(bool expanded) {

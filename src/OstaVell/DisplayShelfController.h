@@ -31,6 +31,8 @@ class DisplayShelfController final : public QObject {
     Q_PROPERTY(bool isExpanded READ isExpanded NOTIFY isExpandedChanged)
     Q_PROPERTY(bool isPinned READ isPinned WRITE setPinned NOTIFY isPinnedChanged)
     Q_PROPERTY(QString tab READ tab WRITE setTab NOTIFY tabChanged)
+    // The tool the Automations tab shows: "Workflows", "Notes", "To-dos", "Shortcuts", "Timers"...
+    Q_PROPERTY(QString tool READ tool WRITE setTool NOTIFY toolChanged)
     Q_PROPERTY(double wingWidth READ wingWidth WRITE setWingWidth NOTIFY wingWidthChanged)
     Q_PROPERTY(double notchWidth READ notchWidth NOTIFY frameChanged)
     Q_PROPERTY(double contentTopInset READ contentTopInset NOTIFY contentTopInsetChanged)
@@ -62,6 +64,8 @@ public:
     void setTab(const QString& raw) { setTab(notchTabFromSaved(raw)); }
     NotchTab currentTab() const { return m_tab; }
     void setTab(NotchTab tab);
+    QString tool() const { return m_tool; }
+    void setTool(const QString& tool);
     double wingWidth() const { return m_wingWidth; }
     // The wider of the two closed wings as measured; only a closed panel follows it.
     void setWingWidth(double width);
@@ -98,6 +102,7 @@ signals:
     void isExpandedChanged();
     void isPinnedChanged();
     void tabChanged();
+    void toolChanged();
     void wingWidthChanged();
     void contentTopInsetChanged();
     void frameChanged();
@@ -129,6 +134,7 @@ private:
     bool m_isExpanded = false;
     bool m_isPinned = false;
     NotchTab m_tab = NotchTab::home;
+    QString m_tool;
     double m_wingWidth = 70;
     bool m_wingMeasured = false;
     double m_contentTopInset = 0;

@@ -290,7 +290,7 @@ void ShelfController::presentReview() {
         openAtPointer(notchTabRaw(NotchTab::home), true);
 }
 
-void ShelfController::openAtPointer(const QString& tab, bool focus) {
+void ShelfController::openAtPointer(const QString& tab, bool focus, const QString& tool) {
     setEnabled(true);
     reconcile();
     if (m_panels.isEmpty())
@@ -305,6 +305,8 @@ void ShelfController::openAtPointer(const QString& tab, bool focus) {
     }
     if (!tab.isEmpty())
         target->setTab(tab);
+    if (!tool.isEmpty())
+        target->setTool(tool);
     target->expand(focus);
 }
 

@@ -59,7 +59,7 @@ public:
     void reconcile();
 
     Q_INVOKABLE void open(const QString& displayID);
-    Q_INVOKABLE void openAtPointer(const QString& tab, bool focus);
+    Q_INVOKABLE void openAtPointer(const QString& tab, bool focus, const QString& tool = {});
     Q_INVOKABLE void openAll();
     // A plugin asks to be shown: its page opens, with focus, on a display that shows it.
     void presentPlugin(const QString& id);

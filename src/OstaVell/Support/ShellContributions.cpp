@@ -72,6 +72,16 @@ QUrl ShellContributions::tabView(const QString& tabRaw, const QString& tool) con
     return {};
 }
 
+QStringList ShellContributions::tools(const QString& tabRaw) const {
+    const NotchTab tab = notchTabFromSaved(tabRaw);
+    QStringList tools;
+    for (const View& view : m_tabs) {
+        if (view.tab == tab && !view.key.isEmpty())
+            tools.append(view.key);
+    }
+    return tools;
+}
+
 QVariantList ShellContributions::describe(const QList<View>& list, const QString& keyName) {
     QVariantList described;
     for (const View& view : list)

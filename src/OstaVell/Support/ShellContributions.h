@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QObject>
+#include <QStringList>
 #include <QUrl>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
@@ -52,6 +53,8 @@ public:
 
     // The view offered for that place; empty when none, and the shell shows its own.
     Q_INVOKABLE QUrl tabView(const QString& tabRaw, const QString& tool = QString()) const;
+    // The tools offered within a tab, in the order offered.
+    Q_INVOKABLE QStringList tools(const QString& tabRaw) const;
     // The view of one closed-notch wing, by the id it was offered under; empty when none.
     Q_INVOKABLE QUrl wingView(const QString& id) const;
     Q_INVOKABLE QUrl stageView(const QString& choice) const;

@@ -9,7 +9,7 @@ Item {
 
     readonly property string tab: controller.tab
     // A feature's view for this tab, when one is offered; the shell's own otherwise.
-    readonly property url offered: ShellContributions.tabView(tab)
+    readonly property url offered: isTools ? "" : ShellContributions.tabView(tab)
 
     // Built the first time the panel opens and kept: a closed panel shows no tab, so a display
     // that is added builds only its notch.
@@ -67,14 +67,13 @@ Item {
         }
     }
 
-    // The tools.
-    Text {
-        textFormat: Text.PlainText
-        visible: root.isTools && !root.offered.toString()
-        anchors.centerIn: parent
-        text: "Workflows"
-        color: Qt.rgba(1, 1, 1, 0.55)
-        font.pixelSize: 13
+    // The tools, each the view of its feature.
+    Loader {
+        anchors.fill: parent
+        active: root.opened && root.isTools
+        sourceComponent: Component {
+            ToolsView { controller: root.controller }
+        }
     }
 
     // The workspace stage: 16:9, empty until modules or plugins are placed on it.

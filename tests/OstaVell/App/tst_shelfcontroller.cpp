@@ -223,6 +223,14 @@ void TestShelfController::showVellsOffRemovesEveryPanelUntilAnOpen() {
     QVERIFY(m_shelf->isEnabled());
     QCOMPARE(m_shelf->panels().size(), QGuiApplication::screens().size());
     QVERIFY(m_shelf->anyExpanded());
+
+    // An open can name the tool; the display keeps it for the next start.
+    m_shelf->openAtPointer(QStringLiteral("Automations"), false, QStringLiteral("Timers"));
+    DisplayShelfController* panel = m_shelf->panels().first();
+    QCOMPARE(panel->tab(), QStringLiteral("Automations"));
+    QCOMPARE(panel->tool(), QStringLiteral("Timers"));
+    DisplayShelfController again(panel->screen(), m_settings);
+    QCOMPARE(again.tool(), QStringLiteral("Timers"));
 }
 
 void TestShelfController::showOnAllDisplaysOffKeepsTheFirstScreen() {
@@ -263,12 +271,15 @@ void TestShelfController::featuresOfferTheirViews() {
     const QUrl timers(QStringLiteral("qrc:/timers.qml"));
     offers.offerTab(NotchTab::shelf, QString(), QUrl(QStringLiteral("qrc:/older.qml")));
     offers.offerTab(NotchTab::shelf, QString(), tray);
+    offers.offerTab(NotchTab::tools, QStringLiteral("Workflows"), tray);
     offers.offerTab(NotchTab::tools, QStringLiteral("Timers"), timers);
     offers.offerSettingsPane(QStringLiteral("Modules"), timers);
     // A later offer for the same place replaces the earlier; old saved names find their tab.
     QCOMPARE(offers.tabView(QStringLiteral("Tray")), tray);
     QCOMPARE(offers.tabView(QStringLiteral("Tools"), QStringLiteral("Timers")), timers);
     QCOMPARE(offers.tabView(QStringLiteral("Automations")), QUrl());
+    QCOMPARE(offers.tools(QStringLiteral("Automations")), (QStringList{"Workflows", "Timers"}));
+    QCOMPARE(offers.tools(QStringLiteral("Tray")), QStringList());
     const QVariantMap pane{{QStringLiteral("title"), QStringLiteral("Modules")},
                            {QStringLiteral("view"), timers}};
     QCOMPARE(offers.settingsPanes(), QVariantList{pane});

@@ -87,7 +87,7 @@ void AutomationStore::offerViews(ShellContributions& shell) {
     const auto view = [](const char* file) {
         return QUrl(QStringLiteral("qrc:/qt/qml/OstaVell/Automations/qml/") + QLatin1String(file));
     };
-    shell.offerTab(NotchTab::tools, {}, tabView());
+    shell.offerTab(NotchTab::tools, QStringLiteral("Workflows"), tabView());
     shell.offerStageView(QStringLiteral("builtin:automations"), tabView());
     shell.offerStageView(QStringLiteral("workflow"), tabView());
     shell.offerWing(QStringLiteral("automation.left"), view("AutomationWingLeft.qml"));
