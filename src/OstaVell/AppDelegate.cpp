@@ -6,6 +6,8 @@
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Features/ShortcutsRunner/ShortcutsManager.h"
+#include "OstaVell/Features/Todos/TodosStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
@@ -124,6 +126,9 @@ void AppDelegate::offerViews() {
     AutomationStore::offerViews(*shell);
     MusicManager::offerViews(*shell);
     HUDFeature::offerViews(*shell);
+    TodosStore::offerViews(*shell);
+    NotesStore::offerViews(*shell);
+    ShortcutsManager::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {

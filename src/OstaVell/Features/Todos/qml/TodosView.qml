@@ -89,8 +89,9 @@ Item {
             clip: true
             Accessible.role: Accessible.EditableText
             Accessible.name: "Add a to-do"
+            // A title of blanks adds nothing and is cleared as well.
             onAccepted: {
-                if (TodosStore.add(text))
+                if (TodosStore.add(text) || text.trim().length === 0)
                     text = ""
             }
             Text {
@@ -270,7 +271,8 @@ Item {
                     width: column.width
                     height: 28
                     Text {
-                        x: 32
+                        anchors.left: parent.left
+                        anchors.leftMargin: 32
                         anchors.right: buttons.left
                         anchors.rightMargin: 8
                         anchors.verticalCenter: parent.verticalCenter
