@@ -116,6 +116,14 @@ private slots:
         QTRY_VERIFY(shown(root, "menuFavorite"));
         QQuickItem* pin = findItem(root, "menuFavorite");
         QCOMPARE(pin->property("text").toString(), "Pin to top");
+        // Once the menu's opening has played out.
+        QQuickItem* popup = pin;
+        while (popup && !popup->inherits("QQuickPopupItem"))
+            popup = popup->parentItem();
+        QVERIFY(popup);
+        QTRY_COMPARE(popup->opacity(), 1.0);
+        QTRY_COMPARE(popup->scale(), 1.0);
+        screenshot(view, "todos-menu");
         QVERIFY(click(view, pin));
         QTRY_VERIFY(store->todos().at(3).favorite);
         QTRY_COMPARE(findItems(root, "todo:").first()->objectName(), "todo:Pay rent");

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Controls.Material
 import OstaVell.Support
 import OstaVell.Notes
 
@@ -9,6 +10,8 @@ import OstaVell.Notes
 Item {
     id: root
     property QtObject controller: null
+    // The panel is dark whatever the style's default: the menus and pickers here follow it.
+    Material.theme: Material.Dark
 
     readonly property color accent: root.controller && root.controller.accentColor !== undefined
                                     ? root.controller.accentColor : "#C7EB87"
@@ -211,6 +214,7 @@ Item {
                 }
                 Menu {
                     id: menu
+                    Material.theme: Material.Dark
                     PlainMenuItem {
                         objectName: "menuDuplicate"
                         text: "Duplicate"
