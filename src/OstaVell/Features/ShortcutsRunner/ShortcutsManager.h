@@ -98,7 +98,8 @@ public:
     QStringList widgetShortcuts() const;
     QVariantMap emptyState() const;
 
-    // Lists again unless the last list is younger than the staleness.
+    // Lists again unless the last list that worked is younger than the staleness; one that
+    // failed is tried again at the next open.
     Q_INVOKABLE void refreshOnAppear();
     // Lists again now, unless a list is already under way.
     Q_INVOKABLE void refresh();
