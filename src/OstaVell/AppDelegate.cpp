@@ -6,6 +6,7 @@
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Features/Timers/TimerManager.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
@@ -111,6 +112,13 @@ void AppDelegate::applicationDidFinishLaunching() {
             [music, output] { music->systemVolumeChangedOutside(output->volume()); });
     music->start();
     HUDFeature::start(plugins->sessions());
+    // A countdown that completes opens the panel under the pointer at the timers.
+    TimerManager* timers = TimerManager::instance();
+    timers->onCountdownFinished = [shelf] {
+        if (shelf)
+            shelf->openAtPointer(QStringLiteral("Automations"), false, QStringLiteral("Timers"));
+    };
+    timers->start();
 
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
 }
@@ -124,6 +132,7 @@ void AppDelegate::offerViews() {
     AutomationStore::offerViews(*shell);
     MusicManager::offerViews(*shell);
     HUDFeature::offerViews(*shell);
+    TimerManager::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {
