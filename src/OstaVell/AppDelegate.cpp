@@ -6,7 +6,9 @@
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Features/ShortcutsRunner/ShortcutsManager.h"
 #include "OstaVell/Features/Timers/TimerManager.h"
+#include "OstaVell/Features/Todos/TodosStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
 #include "OstaVell/Modules/Plugins/NativePluginStore.h"
@@ -132,6 +134,9 @@ void AppDelegate::offerViews() {
     AutomationStore::offerViews(*shell);
     MusicManager::offerViews(*shell);
     HUDFeature::offerViews(*shell);
+    TodosStore::offerViews(*shell);
+    NotesStore::offerViews(*shell);
+    ShortcutsManager::offerViews(*shell);
     TimerManager::offerViews(*shell);
 }
 

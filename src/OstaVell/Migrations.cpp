@@ -15,28 +15,35 @@ const QString defaultTabKey = QStringLiteral("layout.defaultTab");
 } // namespace
 
 void Migrations::run(UserDefaults& defaults, NotesStore& notes, const QDateTime& now) {
+    // A step answers whether it is done; one that is not runs again at the next launch.
     auto step = [&defaults](const char* flag, auto&& migrate) {
         const QString key = QString::fromLatin1(flag);
         if (defaults.boolValue(key, false))
             return;
-        migrate();
-        defaults.setValue(key, true);
+        if (migrate())
+            defaults.setValue(key, true);
     };
 
-    step(notesFlag, [&] { importScratchNote(defaults, notes, now); });
-    step(googleTabFlag,
-         [&] { appendTab(defaults, QStringLiteral("Vell,Tray,Tools"), QStringLiteral("Google")); });
-    step(modulesTabFlag,
-         [&] { appendTab(defaults, QStringLiteral("Vell,Tray,Google,Tools"), QStringLiteral("Modules")); });
-    step(automationsFlag, [&] { renameToolsTab(defaults); });
+    step(notesFlag, [&] { return importScratchNote(defaults, notes, now); });
+    step(googleTabFlag, [&] {
+        appendTab(defaults, QStringLiteral("Vell,Tray,Tools"), QStringLiteral("Google"));
+        return true;
+    });
+    step(modulesTabFlag, [&] {
+        appendTab(defaults, QStringLiteral("Vell,Tray,Google,Tools"), QStringLiteral("Modules"));
+        return true;
+    });
+    step(automationsFlag, [&] {
+        renameToolsTab(defaults);
+        return true;
+    });
 }
 
-void Migrations::importScratchNote(UserDefaults& defaults, NotesStore& notes, const QDateTime& now) {
+bool Migrations::importScratchNote(UserDefaults& defaults, NotesStore& notes, const QDateTime& now) {
     // "scratchNote" stays behind on purpose: the flag, not the key's absence, stops a
-    // second import.
+    // second import. A notes file that can't be read takes no note, so the import waits.
     const QString text = defaults.stringValue(QStringLiteral("scratchNote"));
-    if (!text.isEmpty())
-        notes.addNote(text, now);
+    return text.isEmpty() || notes.addNote(text, now).has_value();
 }
 
 void Migrations::appendTab(UserDefaults& defaults, const QString& fallback, const QString& tab) {

@@ -23,7 +23,8 @@ public:
     static void run(UserDefaults& defaults, NotesStore& notes, const QDateTime& now);
 
 private:
-    static void importScratchNote(UserDefaults& defaults, NotesStore& notes, const QDateTime& now);
+    // Whether the note is kept (or there was none).
+    static bool importScratchNote(UserDefaults& defaults, NotesStore& notes, const QDateTime& now);
     static void appendTab(UserDefaults& defaults, const QString& fallback, const QString& tab);
     static void renameToolsTab(UserDefaults& defaults);
 };

@@ -6,6 +6,7 @@
 #include <QSaveFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -100,6 +101,14 @@ FileResult JsonFile::makeFolder(const QString& path, std::optional<QFileDevice::
         return FileResult::failed(QStringLiteral("Could not create the folder %1.").arg(path));
     if (mode && !QFile::setPermissions(path, *mode))
         return FileResult::failed(QStringLiteral("Could not protect the folder %1.").arg(path));
+    return FileResult::done();
+}
+
+FileResult JsonFile::moveAside(const QString& path, const QString& suffix) {
+    const QByteArray from = QFile::encodeName(path);
+    const QByteArray to = QFile::encodeName(path + suffix);
+    if (::rename(from.constData(), to.constData()) != 0)
+        return FileResult::failed(systemError(errno));
     return FileResult::done();
 }
 

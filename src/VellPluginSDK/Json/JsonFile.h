@@ -79,6 +79,11 @@ public:
     static FileResult write(const QString& path, const QByteArray& bytes,
                             std::optional<QFileDevice::Permissions> folderMode = std::nullopt);
 
+    // Moves a file that can't be used out of the way, to its path with the suffix added, in one
+    // step that replaces an earlier file of that name: the newest casualty is the one kept, and
+    // a write to the path starts afresh without destroying what was there.
+    static FileResult moveAside(const QString& path, const QString& suffix);
+
     // Creates the folder and its parents; the last one gets mode when given.
     static FileResult makeFolder(const QString& path,
                                  std::optional<QFileDevice::Permissions> mode = std::nullopt);

@@ -2,6 +2,7 @@
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Support/UserDefaults.h"
 
+#include <QDir>
 #include <QFile>
 #include <QSettings>
 #include <QSignalSpy>
@@ -34,6 +35,7 @@ private slots:
     void scratchNote();
     void runningTwiceChangesNothing();
     void aSetFlagSkipsItsStep();
+    void unreadableNotesWaitForTheImport();
 
 private:
     // Writes the starting defaults as an older version of the app would have left them.
@@ -181,6 +183,23 @@ void tst_Migrations::aSetFlagSkipsItsStep() {
                    {QStringLiteral("migration.automations.v17"), true}});
     migrate();
     QCOMPARE(reread(tabsKey).toString(), QStringLiteral("Vell,Tray,Tools,Modules"));
+}
+
+// A notes file that can't be read takes no note; the import waits for a launch where it can be,
+// and the other steps go on.
+void tst_Migrations::unreadableNotesWaitForTheImport() {
+    writeSettings({{QStringLiteral("scratchNote"), QStringLiteral("not lost")}});
+    QVERIFY(QDir().mkpath(m_notesPath));
+    migrate();
+    QVERIFY(!reread(QStringLiteral("migration.notes.v3")).isValid());
+    QCOMPARE(reread(QStringLiteral("migration.automations.v17")).toString(), QStringLiteral("true"));
+
+    QVERIFY(QDir(m_notesPath).removeRecursively());
+    migrate();
+    QCOMPARE(reread(QStringLiteral("migration.notes.v3")).toString(), QStringLiteral("true"));
+    NotesStore reloaded(m_notesPath);
+    QCOMPARE(reloaded.notes().size(), 1);
+    QCOMPARE(reloaded.notes().first().text, QStringLiteral("not lost"));
 }
 
 QTEST_GUILESS_MAIN(tst_Migrations)

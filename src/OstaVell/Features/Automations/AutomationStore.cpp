@@ -2,10 +2,10 @@
 
 #include "OstaVell/Support/ShellContributions.h"
 #include "VellHost/Plugins/NativePluginSessions.h"
+#include "VellHost/ShortcutsCommand.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
-#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QJSEngine>
@@ -36,7 +36,7 @@ AutomationStore::AutomationStore(NativePluginSessions& sessions, std::optional<Q
     , m_sessions(sessions)
     , m_router(sessions.router())
     , m_files(directory.value_or(defaultDirectory())) {
-    shortcutsProgram = QCoreApplication::applicationDirPath() + QStringLiteral("/ostavell-shortcuts");
+    shortcutsProgram = ShortcutsCommand::defaultProgram();
     m_checkpointTimer.setSingleShot(true);
     connect(&m_checkpointTimer, &QTimer::timeout, this, [this] {
         if (m_execution && m_checkpoint)

@@ -3,10 +3,10 @@
 
 #include "OstaVell/Features/Automations/AutomationStore.h"
 #include "VellHost/Plugins/NativePluginSessions.h"
+#include "VellHost/ShortcutsCommand.h"
 #include "VellPluginSDK/ModuleProblem.h"
 #include "VellPluginSDK/TextMetrics.h"
 
-#include <QProcessEnvironment>
 #include <QSocketNotifier>
 
 #include <csignal>
@@ -246,13 +246,8 @@ void AutomationStore::sendUtilityResult(const QUuid& id, const QString& name, Pl
 }
 
 void AutomationStore::startShortcut(const QUuid& id, const QString& name) {
-    ChildProcessOptions options;
-    options.program = shortcutsProgram;
-    options.arguments = {QStringLiteral("run"), name};
-    options.environment = QProcessEnvironment::systemEnvironment().toStringList();
-    options.pipes = false;
-    options.ownProcessGroup = true;
-    std::unique_ptr<ChildProcess> child = ChildProcess::start(options);
+    std::unique_ptr<ChildProcess> child =
+        ChildProcess::start(ShortcutsCommand::runOptions(shortcutsProgram, name));
     if (!child || child->exitDescriptor() < 0)
         return sendUtilityResult(id, QStringLiteral("shortcut"), PluginRunPhase::failed,
                                  QStringLiteral("The Shortcut could not start."));
