@@ -7,6 +7,7 @@
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
 #include "OstaVell/Features/ShortcutsRunner/ShortcutsManager.h"
+#include "OstaVell/Features/Timers/TimerManager.h"
 #include "OstaVell/Features/Todos/TodosStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
@@ -113,6 +114,13 @@ void AppDelegate::applicationDidFinishLaunching() {
             [music, output] { music->systemVolumeChangedOutside(output->volume()); });
     music->start();
     HUDFeature::start(plugins->sessions());
+    // A countdown that completes opens the panel under the pointer at the timers.
+    TimerManager* timers = TimerManager::instance();
+    timers->onCountdownFinished = [shelf] {
+        if (shelf)
+            shelf->openAtPointer(QStringLiteral("Automations"), false, QStringLiteral("Timers"));
+    };
+    timers->start();
 
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
 }
@@ -129,6 +137,7 @@ void AppDelegate::offerViews() {
     TodosStore::offerViews(*shell);
     NotesStore::offerViews(*shell);
     ShortcutsManager::offerViews(*shell);
+    TimerManager::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {
