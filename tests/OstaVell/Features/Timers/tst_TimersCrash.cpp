@@ -13,8 +13,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include "../KillLoop.h"
 
@@ -72,16 +70,7 @@ QString launched(const QString& folder) {
         .arg(manager.configuredDuration());
 }
 
-// Whether the parent has read everything acknowledged so far.
-bool acknowledgementsRead() {
-    int unread = 0;
-    return ::ioctl(STDOUT_FILENO, FIONREAD, &unread) != 0 || unread == 0;
-}
-
-// The child: the changes from `from` on, each acknowledged once it has returned. A change takes
-// less than the parent's pause before a kill, so the next one starts only once the parent has
-// read the last acknowledgement, as a person's next click comes after they saw the last one:
-// when the kill comes, at most one change is on its way.
+// The child: the changes from `from` on, each acknowledged once it has returned.
 int runChanges(const QString& folder, int from) {
     UserDefaults defaults(folder + QStringLiteral("/OstaVell.conf"));
     TimerManager manager(defaults, [] { return standing; }, {});
@@ -90,8 +79,6 @@ int runChanges(const QString& folder, int from) {
         if (!manager.notice().isEmpty())
             return 3;
         acknowledge(index);
-        while (!acknowledgementsRead())
-            ::usleep(20);
     }
     return 0;
 }
