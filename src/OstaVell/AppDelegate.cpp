@@ -6,6 +6,8 @@
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Features/Shelf/DragDetector.h"
+#include "OstaVell/Features/Shelf/ShelfStore.h"
 #include "OstaVell/Features/ShortcutsRunner/ShortcutsManager.h"
 #include "OstaVell/Features/Timers/TimerManager.h"
 #include "OstaVell/Features/Todos/TodosStore.h"
@@ -122,6 +124,14 @@ void AppDelegate::applicationDidFinishLaunching() {
     };
     timers->start();
 
+    // Last: a drag of content towards the notch opens the tray where the pointer is.
+    DragDetector* drags = DragDetector::instance();
+    drags->onDragNearNotch = [shelf] {
+        if (shelf)
+            shelf->openAtPointer(QStringLiteral("Tray"), false);
+    };
+    drags->start();
+
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
 }
 
@@ -134,8 +144,10 @@ void AppDelegate::offerViews() {
     AutomationStore::offerViews(*shell);
     MusicManager::offerViews(*shell);
     HUDFeature::offerViews(*shell);
-    TodosStore::offerViews(*shell);
+    ShelfStore::offerViews(*shell);
+    // The tools in the order of their row: after "Workflows", which the automations offer.
     NotesStore::offerViews(*shell);
+    TodosStore::offerViews(*shell);
     ShortcutsManager::offerViews(*shell);
     TimerManager::offerViews(*shell);
 }
@@ -145,7 +157,7 @@ void AppDelegate::applicationWillTerminate() {
         return;
     m_terminated = true;
     // Shutdown order, waiting for nothing: the automation run, plugins, module runners, unsaved
-    // notes, media, the panels.
+    // notes, the tray when it is to be cleared at quit, media, the panels.
     qCInfo(lcApp) << "shutdown: cancelling the workflow run";
     AutomationStore::instance()->cancel();
     qCInfo(lcApp) << "shutdown: stopping plugins";
@@ -156,6 +168,11 @@ void AppDelegate::applicationWillTerminate() {
     if (NotesStore::instance()->dirty()) {
         qCInfo(lcApp) << "shutdown: saving notes";
         NotesStore::instance()->saveNow();
+    }
+    if (UserDefaults::instance()->boolValue(QString(ShelfStore::clearOnQuitKey),
+                                            ShelfStore::clearOnQuitDefault)) {
+        qCInfo(lcApp) << "shutdown: clearing the tray";
+        ShelfStore::instance()->clear();
     }
     qCInfo(lcApp) << "shutdown: stopping media";
     MusicManager::instance()->stop();
