@@ -1,6 +1,7 @@
 #include "OstaVell/Features/Shelf/ShelfFileManager.h"
 
 #include "OstaVell/Features/Shelf/ShelfLogging.h"
+#include "OstaVell/Support/FileManagerReveal.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -42,14 +43,13 @@ void callOrElse(QDBusMessage call, std::function<void()> fallback) {
 void ShelfFileManager::reveal(const QList<QUrl>& files) {
     if (files.isEmpty())
         return;
-    QStringList uris;
+    QStringList paths;
     for (const QUrl& file : files)
-        uris.append(file.toString(QUrl::FullyEncoded));
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
-        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-    call << uris << QString();
-    callOrElse(call, [files] {
+        paths.append(file.toLocalFile());
+    FileManagerReveal::showItems(paths, [files](const QString& error) {
+        if (error.isEmpty())
+            return;
+        qCInfo(lcShelfStore, "ShowItems failed (%s); opening instead", qUtf8Printable(error));
         QList<QUrl> folders;
         for (const QUrl& file : files) {
             const QUrl folder = QUrl::fromLocalFile(QFileInfo(file.toLocalFile()).absolutePath());
