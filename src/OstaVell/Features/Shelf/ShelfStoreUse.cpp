@@ -196,7 +196,9 @@ void ShelfStore::sendToDevice(const QStringList& ids) const {
 void ShelfStore::drag(const QStringList& ids, QQuickItem* source) {
     if (selected(ids).isEmpty())
         return;
-    // Owned here, not by the tile: the drop may rebuild the tiles while the drag still runs.
+    // Its source is the store, not the tile: the drop may rebuild the tiles while the drag
+    // runs. Qt deletes it when the drag is over, which for X11 can be after exec() returns: the
+    // target asks for the data once the drop is made.
     auto* drag = new QDrag(this);
     drag->setMimeData(mimeData(ids));
     const qreal ratio = source && source->window() ? source->window()->devicePixelRatio() : 1.0;
@@ -204,7 +206,6 @@ void ShelfStore::drag(const QStringList& ids, QQuickItem* source) {
     drag->setHotSpot(QPoint(28, 28));
     // Copy only: a file manager offered a move would take a referenced file from its place.
     const Qt::DropAction done = drag->exec(Qt::CopyAction, Qt::CopyAction);
-    drag->deleteLater();
     if (done != Qt::IgnoreAction && setting(autoRemoveAfterDragKey, autoRemoveAfterDragDefault))
         remove(ids);
 }

@@ -84,6 +84,8 @@ Item {
         anchors.fill: parent
         hoverEnabled: true
         acceptedButtons: Qt.LeftButton | Qt.RightButton
+        // A drag out of the tile is the tile's: the tray's scrolling must not take it.
+        preventStealing: true
         property point pressedAt
         property bool dragging: false
 

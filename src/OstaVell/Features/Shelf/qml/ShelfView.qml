@@ -190,6 +190,7 @@ Item {
             clip: true
             contentWidth: width
             contentHeight: tiles.implicitHeight
+            interactive: contentHeight > height
             boundsBehavior: Flickable.StopAtBounds
             ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
 
