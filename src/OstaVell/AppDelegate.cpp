@@ -6,7 +6,10 @@
 #include "OstaVell/Features/Media/MediaImageProvider.h"
 #include "OstaVell/Features/Media/MusicManager.h"
 #include "OstaVell/Features/Notes/NotesStore.h"
+#include "OstaVell/Features/Shelf/DragDetector.h"
+#include "OstaVell/Features/Shelf/ShelfStore.h"
 #include "OstaVell/Features/ShortcutsRunner/ShortcutsManager.h"
+#include "OstaVell/Features/Timers/TimerManager.h"
 #include "OstaVell/Features/Todos/TodosStore.h"
 #include "OstaVell/Migrations.h"
 #include "OstaVell/Modules/Lightweight/ModuleStore.h"
@@ -113,6 +116,21 @@ void AppDelegate::applicationDidFinishLaunching() {
             [music, output] { music->systemVolumeChangedOutside(output->volume()); });
     music->start();
     HUDFeature::start(plugins->sessions());
+    // A countdown that completes opens the panel under the pointer at the timers.
+    TimerManager* timers = TimerManager::instance();
+    timers->onCountdownFinished = [shelf] {
+        if (shelf)
+            shelf->openAtPointer(QStringLiteral("Automations"), false, QStringLiteral("Timers"));
+    };
+    timers->start();
+
+    // Last: a drag of content towards the notch opens the tray where the pointer is.
+    DragDetector* drags = DragDetector::instance();
+    drags->onDragNearNotch = [shelf] {
+        if (shelf)
+            shelf->openAtPointer(QStringLiteral("Tray"), false);
+    };
+    drags->start();
 
     m_menu = new VellMenu(m_shelf, [this] { showSettings(); });
 }
@@ -126,9 +144,12 @@ void AppDelegate::offerViews() {
     AutomationStore::offerViews(*shell);
     MusicManager::offerViews(*shell);
     HUDFeature::offerViews(*shell);
-    TodosStore::offerViews(*shell);
+    ShelfStore::offerViews(*shell);
+    // The tools in the order of their row: after "Workflows", which the automations offer.
     NotesStore::offerViews(*shell);
+    TodosStore::offerViews(*shell);
     ShortcutsManager::offerViews(*shell);
+    TimerManager::offerViews(*shell);
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -136,7 +157,7 @@ void AppDelegate::applicationWillTerminate() {
         return;
     m_terminated = true;
     // Shutdown order, waiting for nothing: the automation run, plugins, module runners, unsaved
-    // notes, media, the panels.
+    // notes, the tray when it is to be cleared at quit, media, the panels.
     qCInfo(lcApp) << "shutdown: cancelling the workflow run";
     AutomationStore::instance()->cancel();
     qCInfo(lcApp) << "shutdown: stopping plugins";
@@ -147,6 +168,11 @@ void AppDelegate::applicationWillTerminate() {
     if (NotesStore::instance()->dirty()) {
         qCInfo(lcApp) << "shutdown: saving notes";
         NotesStore::instance()->saveNow();
+    }
+    if (UserDefaults::instance()->boolValue(QString(ShelfStore::clearOnQuitKey),
+                                            ShelfStore::clearOnQuitDefault)) {
+        qCInfo(lcApp) << "shutdown: clearing the tray";
+        ShelfStore::instance()->clear();
     }
     qCInfo(lcApp) << "shutdown: stopping media";
     MusicManager::instance()->stop();

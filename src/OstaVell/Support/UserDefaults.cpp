@@ -8,8 +8,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QLockFile>
 #include <QStandardPaths>
 #include <QStringList>
+
+#include <sys/stat.h>
 
 Q_LOGGING_CATEGORY(lcSettings, "OstaVell", QtInfoMsg)
 
@@ -71,6 +74,9 @@ UserDefaults::UserDefaults(const QString& filePath, QObject* parent)
     , m_filePath(filePath)
     , m_settings(filePath, QSettings::IniFormat) {
     m_settings.setAtomicSyncRequired(true);
+    // QSettings read the file as it was made; a status other than no error now is a file that
+    // exists and could not be read (an absent file is no error).
+    m_readFailed = m_settings.status() == QSettings::AccessError;
     const QString folder = QFileInfo(filePath).absolutePath();
     QDir().mkpath(folder);
     // An atomic save replaces the file with a new one, which ends a watch on the old file;
@@ -146,12 +152,68 @@ void UserDefaults::remove(const QString& key) {
     emit changed(key);
 }
 
+bool UserDefaults::setValues(const QVariantMap& values) {
+    checkForOutsideChange();
+    if (m_readFailed) {
+        qCWarning(lcSettings, "not writing %s: it could not be read", qUtf8Printable(m_filePath));
+        return false;
+    }
+    // QSettings keeps a change it failed to write and writes it with the next one, and its
+    // status stays an error once it was one: neither tells whether this write landed. The
+    // file does: a successful atomic save replaces it with a new one.
+    QVariantMap previous;
+    QStringList absent;
+    for (auto it = values.cbegin(); it != values.cend(); ++it) {
+        if (m_settings.contains(it.key()))
+            previous.insert(it.key(), m_settings.value(it.key()));
+        else
+            absent.append(it.key());
+    }
+    const QByteArray before = fileIdentity();
+    clearAbandonedLock();
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        m_settings.setValue(it.key(),
+                            isDocument(it.value()) ? QVariant(documentText(it.value())) : it.value());
+    m_settings.sync();
+    const QByteArray after = fileIdentity();
+    if (after.isEmpty() || after == before) {
+        qCWarning(lcSettings, "could not write %s", qUtf8Printable(m_filePath));
+        // Put back what the file still holds, so that nothing unsaved is read or written later.
+        for (auto it = previous.cbegin(); it != previous.cend(); ++it)
+            m_settings.setValue(it.key(), it.value());
+        for (const QString& key : std::as_const(absent))
+            m_settings.remove(key);
+        return false;
+    }
+    watchFile();
+    m_fingerprint = fileFingerprint();
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        emit changed(it.key());
+    return true;
+}
+
 void UserDefaults::flush() {
+    clearAbandonedLock();
     m_settings.sync();
     if (m_settings.status() != QSettings::NoError)
         qCWarning(lcSettings, "could not write %s", qUtf8Printable(m_filePath));
     watchFile();
     m_fingerprint = fileFingerprint();
+}
+
+void UserDefaults::clearAbandonedLock() {
+    // QSettings writes under a lock file that names its writer. One killed between making that
+    // file and filling it leaves it empty, and QSettings takes an empty lock for held until it
+    // is 30 seconds old: the next write would wait that long. Filled at once by a live writer,
+    // a lock that is still empty after a second is nobody's.
+    const QString path = m_filePath + QStringLiteral(".lock");
+    const QFileInfo info(path);
+    if (!info.exists() || info.size() > 0)
+        return;
+    QLockFile lock(path);
+    lock.setStaleLockTime(1000);
+    if (lock.tryLock(1500))
+        lock.unlock();
 }
 
 void UserDefaults::watchFile() {
@@ -166,6 +228,15 @@ void UserDefaults::checkForOutsideChange() {
     m_fingerprint = fingerprint;
     m_settings.sync();
     emit changed(QString());
+}
+
+QByteArray UserDefaults::fileIdentity() const {
+    struct stat status {};
+    if (::stat(QFile::encodeName(m_filePath).constData(), &status) != 0)
+        return {};
+    return QByteArray::number(quint64(status.st_dev)) + ':' + QByteArray::number(quint64(status.st_ino)) +
+           ':' + QByteArray::number(qint64(status.st_mtim.tv_sec)) + '.' +
+           QByteArray::number(qint64(status.st_mtim.tv_nsec));
 }
 
 QByteArray UserDefaults::fileFingerprint() const {

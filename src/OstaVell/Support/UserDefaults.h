@@ -7,6 +7,7 @@
 #include <QSettings>
 #include <QString>
 #include <QVariant>
+#include <QVariantMap>
 
 Q_DECLARE_LOGGING_CATEGORY(lcSettings)
 
@@ -39,6 +40,12 @@ public:
     // text; everything else goes to QSettings as it is.
     void setValue(const QString& key, const QVariant& value);
     void remove(const QString& key);
+    // Several keys in one write, so that a kill leaves all of them or none. True once they are
+    // on disk; after a failed write the keys read as before and nothing is retried later.
+    bool setValues(const QVariantMap& values);
+    // The file was there at start and could not be read. QSettings then writes nothing, and
+    // nothing read from this object stands for what the file holds.
+    bool readFailed() const { return m_readFailed; }
 
 signals:
     // After a write of ours with its key, or with an empty key when the file changed
@@ -47,9 +54,12 @@ signals:
 
 private:
     void flush();
+    void clearAbandonedLock();
     void watchFile();
     void checkForOutsideChange();
     QByteArray fileFingerprint() const;
+    // Which file is on disk now: an atomic save always puts a new one in place.
+    QByteArray fileIdentity() const;
 
     QString m_filePath;
     mutable QSettings m_settings;
@@ -57,6 +67,7 @@ private:
     // The file as we last wrote or read it. A watcher event that finds the same content is
     // the echo of our own write and is not announced again.
     QByteArray m_fingerprint;
+    bool m_readFailed = false;
 };
 
 } // namespace vell
