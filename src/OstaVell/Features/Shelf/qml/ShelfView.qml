@@ -253,31 +253,60 @@ Item {
     property var menuIDs: []
     function showMenu(tile, x, y, targets) {
         root.menuIDs = targets
-        sendItem.visible = ShelfStore.canSendToDevice()
+        sendItem.offered = ShelfStore.canSendToDevice()
         menu.popup(tile, x, y)
+    }
+    // Drawn here rather than by the style: dark like the panel, and without a fade, so that
+    // nothing animates once it stands.
+    component MenuEntry: MenuItem {
+        id: entry
+        // Not `visible`, which reads false while the menu is closed.
+        property bool offered: true
+        visible: offered
+        implicitHeight: offered ? 30 : 0
+        contentItem: Text {
+            leftPadding: 10
+            verticalAlignment: Text.AlignVCenter
+            textFormat: Text.PlainText
+            text: entry.text
+            color: Qt.rgba(1, 1, 1, 0.9)
+            font.pixelSize: 13
+        }
+        background: Rectangle {
+            radius: 6
+            color: entry.highlighted ? Qt.rgba(1, 1, 1, 0.12) : "transparent"
+        }
     }
     Menu {
         id: menu
         objectName: "tileMenu"
+        padding: 4
+        enter: null
+        exit: null
         onAboutToShow: ShelfStore.holdPanelOpen(true)
         onAboutToHide: ShelfStore.holdPanelOpen(false)
-        MenuItem { objectName: "menuOpen"; text: "Open"; onTriggered: ShelfStore.open(root.menuIDs) }
-        MenuItem { objectName: "menuQuickLook"; text: "Quick Look"; onTriggered: ShelfStore.quickLook(root.menuIDs) }
-        MenuItem {
+        background: Rectangle {
+            implicitWidth: 200
+            radius: 10
+            color: "#26262b"
+            border.color: Qt.rgba(1, 1, 1, 0.12)
+        }
+        MenuEntry { objectName: "menuOpen"; text: "Open"; onTriggered: ShelfStore.open(root.menuIDs) }
+        MenuEntry { objectName: "menuQuickLook"; text: "Quick Look"; onTriggered: ShelfStore.quickLook(root.menuIDs) }
+        MenuEntry {
             objectName: "menuReveal"
             text: "Show in File Manager"
             onTriggered: ShelfStore.revealInFinder(root.menuIDs)
         }
-        MenuItem {
+        MenuEntry {
             id: sendItem
             objectName: "menuSend"
             text: "Send to device"
-            visible: false
-            height: visible ? implicitHeight : 0
+            offered: false
             onTriggered: ShelfStore.sendToDevice(root.menuIDs)
         }
-        MenuItem { objectName: "menuCopy"; text: "Copy"; onTriggered: ShelfStore.copyToPasteboard(root.menuIDs) }
-        MenuItem { objectName: "menuRemove"; text: "Remove"; onTriggered: ShelfStore.remove(root.menuIDs) }
+        MenuEntry { objectName: "menuCopy"; text: "Copy"; onTriggered: ShelfStore.copyToPasteboard(root.menuIDs) }
+        MenuEntry { objectName: "menuRemove"; text: "Remove"; onTriggered: ShelfStore.remove(root.menuIDs) }
     }
 
     // The dialog exists only while it is open: every panel holds this view, and a dialog is a
