@@ -3,11 +3,12 @@
 // no service answered, 2 for a wrong command line. The systemd user manager runs it at a timer's
 // end date, so it must do its work without the app.
 
+#include "VellHost/DesktopNotify.h"
+
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QStringList>
-#include <QVariantMap>
 
 #include <cstdio>
 
@@ -32,14 +33,8 @@ int main(int argc, char** argv) {
         std::fputs("ostavell-notify: no session bus\n", stderr);
         return notDeliveredStatus;
     }
-    const QString service = QStringLiteral("org.freedesktop.Notifications");
-    QDBusMessage message = QDBusMessage::createMethodCall(
-        service, QStringLiteral("/org/freedesktop/Notifications"), service, QStringLiteral("Notify"));
-    // The app plays its own sound when it sees the end, so the banner makes none.
-    message << QStringLiteral("OstaVell") << uint(0) << QStringLiteral("app.ostavell.OstaVell")
-            << arguments.at(1) << arguments.at(2) << QStringList()
-            << QVariantMap{{QStringLiteral("suppress-sound"), true}} << int(-1);
-    const QDBusMessage reply = bus.call(message, QDBus::Block, replyMilliseconds);
+    const QDBusMessage reply =
+        bus.call(vell::desktopNotifyCall(arguments.at(1), arguments.at(2)), QDBus::Block, replyMilliseconds);
     if (reply.type() != QDBusMessage::ReplyMessage) {
         std::fprintf(stderr, "ostavell-notify: %s\n", qUtf8Printable(reply.errorMessage()));
         return notDeliveredStatus;

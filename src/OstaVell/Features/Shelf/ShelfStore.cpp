@@ -10,7 +10,6 @@
 #include "VellPluginSDK/Json/JsonFile.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJSEngine>
 #include <QMimeDatabase>
@@ -140,9 +139,9 @@ void ShelfStore::load() {
     const std::optional<QList<ShelfItem>> decoded = ShelfFile::decode(file.bytes, &error);
     if (!decoded) {
         qCWarning(lcShelfStore, "failed to decode shelf.json (%s); backing it up", qUtf8Printable(error));
-        const QString aside =
-            path + QStringLiteral(".corrupt-") + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
-        if (!QFile::rename(path, aside)) {
+        const QString suffix =
+            QStringLiteral(".corrupt-") + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+        if (!JsonFile::moveAside(path, suffix)) {
             // Where it can't be moved aside it would be overwritten by the next save.
             m_storageUnavailable = true;
             m_notice = QStringLiteral("The tray's file is damaged and can't be moved aside. It is left as it "

@@ -1,22 +1,20 @@
 #include "OstaVell/Features/Timers/DesktopNotification.h"
 
 #include "OstaVell/Features/Timers/TimersLogging.h"
+#include "VellHost/DesktopNotify.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QPointer>
-#include <QStringList>
-#include <QVariantMap>
 
 namespace vell {
 
-const QString DesktopNotification::service = QStringLiteral("org.freedesktop.Notifications");
+const QString DesktopNotification::service = desktopNotifyService;
 
 namespace {
 
-const QString kPath = QStringLiteral("/org/freedesktop/Notifications");
 // A service that is started on demand may take a moment; one that hangs gets this long.
 constexpr int kReplyMilliseconds = 10000;
 
@@ -48,15 +46,12 @@ void whenAnswered(const QDBusMessage& message, QObject* context, std::function<v
 
 void DesktopNotification::send(const QString& title, const QString& body, QObject* context,
                                std::function<void(bool)> done) {
-    QDBusMessage message = QDBusMessage::createMethodCall(service, kPath, service, QStringLiteral("Notify"));
-    message << QStringLiteral("OstaVell") << uint(0) << QStringLiteral("app.ostavell.OstaVell") << title
-            << body << QStringList() << QVariantMap{{QStringLiteral("suppress-sound"), true}} << int(-1);
-    whenAnswered(message, context, std::move(done));
+    whenAnswered(desktopNotifyCall(title, body), context, std::move(done));
 }
 
 void DesktopNotification::probe(QObject* context, std::function<void(bool)> done) {
-    const QDBusMessage message =
-        QDBusMessage::createMethodCall(service, kPath, service, QStringLiteral("GetServerInformation"));
+    const QDBusMessage message = QDBusMessage::createMethodCall(service, desktopNotifyPath, service,
+                                                                QStringLiteral("GetServerInformation"));
     whenAnswered(message, context, std::move(done));
 }
 
