@@ -317,17 +317,15 @@ Item {
             title: "Add Files"
             fileMode: FileDialog.OpenFiles
             onAccepted: ShelfStore.addFiles(selectedFiles)
+            // However it goes, the panel is let go once with the dialog.
+            Component.onCompleted: ShelfStore.holdPanelOpen(true)
+            Component.onDestruction: ShelfStore.holdPanelOpen(false)
         }
     }
     function openFileDialog() {
         const dialog = fileDialog.createObject(root)
-        ShelfStore.holdPanelOpen(true)
-        const done = () => {
-            ShelfStore.holdPanelOpen(false)
-            dialog.destroy()
-        }
-        dialog.accepted.connect(done)
-        dialog.rejected.connect(done)
+        dialog.accepted.connect(() => dialog.destroy())
+        dialog.rejected.connect(() => dialog.destroy())
         dialog.open()
     }
 }
